@@ -1,0 +1,226 @@
+/* Tallow access module: the host interface, for C11 and C++.
+ *
+ * A host loads tallowin.dll, looks up PIDMMain and calls it once per request, always from the
+ * thread that loaded the library. Each call gets two blocks of memory that the host owns: the
+ * request block, which says what is asked and receives the outcome, and a parameter block, whose
+ * layout depends on the request. All blocks are packed, integers are little-endian, pointers have
+ * 64 bits. Bytes 0 to 33 of either block belong to the host; the module never touches them.
+ *
+ * Directions in the comments: [in] the host sets it before the call; [out] the module sets it
+ * (when, is said there); [in/out] both.
+ */
+#ifndef TALLOW_TALLOW_H
+#define TALLOW_TALLOW_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+#define TALLOW_LAYOUT(type, field, offset) \
+  static_assert(offsetof(type, field) == (offset), #type "." #field " is at " #offset)
+#define TALLOW_SIZE(type, size) static_assert(sizeof(type) == (size), #type " has " #size " bytes")
+extern "C" {
+#else
+#define TALLOW_LAYOUT(type, field, offset) \
+  _Static_assert(offsetof(type, field) == (offset), #type "." #field " is at " #offset)
+#define TALLOW_SIZE(type, size) \
+  _Static_assert(sizeof(type) == (size), #type " has " #size " bytes")
+#endif
+
+/* Request codes: TallowRequestBlock.requestCode. */
+enum {
+  pmiPIDMOptInit = 1,    /* TallowInitBlock: read the options, get a module handle */
+  pmiPIDMOptOpen = 2,    /* TallowOpenBlock: open a pipe, get an instance handle */
+  pmiPIDMOptClose = 3,   /* TallowCloseBlock: close; may ask before the fallback file goes */
+  pmiPIDMOptRead = 4,    /* TallowReadBlock: the next block of data */
+  pmiPIDMOptWrite = 5,   /* any block, not read: always refused with pmrcNotSupported */
+  pmiPIDMOptGetPos = 6,  /* TallowPositionBlock: take a checkpoint */
+  pmiPIDMOptSetPos = 7,  /* TallowPositionBlock: go back to a checkpoint */
+  pmiPIDMOptShut = 8,    /* any block, not read: does nothing */
+  pmiPIDMOptID = 9,      /* TallowIdBlock: name and versions of the module */
+  pmiPIDMOptCloseR = 10, /* TallowCloseBlock: close without asking */
+  pmiPIDMOptGetA_A = 11, /* TallowAttributeBlock, as are the next three */
+  pmiPIDMOptGetF_A = 12,
+  pmiPIDMOptPutA_A = 13,
+  pmiPIDMOptPutF_A = 14
+};
+
+/* Return codes: TallowRequestBlock.returnCode. */
+enum {
+  pmrcSuccess = 0,
+  pmrcNotSupported = 6,        /* Write: the module only reads */
+  pmrcAlreadyOpen = 8,         /* the instance has a pipe already */
+  pmrcEOF = 9,                 /* end of data; every further Read answers it again */
+  pmrcReportFailed = 12,       /* a failure occurred while an earlier one was being reported */
+  pmrcBadOpenMode = 13,        /* open mode is none of 1, 2, 3 */
+  pmrcDelivery = 16,           /* a block cannot be served, or re-sent data differs */
+  pmrcBadInterfaceLevel = 18,  /* Init: levels are not 1001 and 2001 */
+  pmrcEmptyOption = 20,        /* initialisation string: an option has no value */
+  pmrcUnknownOption = 21,      /* initialisation string: unknown option */
+  pmrcBadOption = 22,          /* initialisation string: value out of range */
+  pmrcUnknownRequest = 24,     /* request code is none of 1 to 14 */
+  pmrcBadPosition = 32,        /* SetPos: not a position that the module can go back to */
+  pmrcBadAttribute = 33,       /* unknown attribute name, or no module handle */
+  pmrcFailed = 34              /* see messageText and messageLength */
+};
+
+enum {
+  TALLOW_HOST_HEADER_SIZE = 34,
+  TALLOW_MESSAGE_AREA_SIZE = 512,   /* bytes behind messageText, NUL included */
+  TALLOW_INTERFACE_LEVEL_1 = 1001,  /* TallowInitBlock.interfaceLevel1 */
+  TALLOW_INTERFACE_LEVEL_2 = 2001,  /* TallowInitBlock.interfaceLevel2 */
+  TALLOW_MODULE_NAME_SIZE = 769,    /* room for the module name, NUL included */
+  TALLOW_PIPE_NAME_SIZE = 65536,    /* room for the longest pipe name, NUL included */
+  TALLOW_OPEN_FOR_READING = 1,      /* TallowOpenBlock.openMode: the only mode supported */
+  TALLOW_POSITION_SIZE = 8,         /* bytes of a position: a 64-bit block number */
+  TALLOW_ID_TEXT_SIZE = 32,
+  TALLOW_ATTRIBUTE_NAME_SIZE = 259,
+  TALLOW_ATTRIBUTE_VALUE_SIZE = 256
+};
+
+#pragma pack(push, 1)
+
+/* First argument of PIDMMain. */
+typedef struct TallowRequestBlock {
+  uint8_t hostHeader[TALLOW_HOST_HEADER_SIZE];
+  uint32_t requestCode;   /* [in] pmiPIDMOpt… */
+  uint32_t returnCode;    /* [out] pmrc…; set to 0 on entry, before anything else */
+  uint8_t reserved[4];    /* neither read nor written */
+  uint32_t messageLength; /* [out, only with pmrcFailed] bytes of the whole failure text, which may
+                             be longer than the 511 that messageText keeps */
+  char* messageText;      /* [out, only with pmrcFailed] the failure text, NUL-terminated, in 512
+                             bytes that the module owns; valid until the next request */
+} TallowRequestBlock;
+TALLOW_LAYOUT(TallowRequestBlock, requestCode, 34);
+TALLOW_LAYOUT(TallowRequestBlock, returnCode, 38);
+TALLOW_LAYOUT(TallowRequestBlock, messageLength, 46);
+TALLOW_LAYOUT(TallowRequestBlock, messageText, 50);
+TALLOW_SIZE(TallowRequestBlock, 58);
+
+/* Init. The module copies both texts; their buffers may go after the call. */
+typedef struct TallowInitBlock {
+  uint8_t hostHeader[TALLOW_HOST_HEADER_SIZE];
+  void* moduleHandle;        /* [out, on success] valid until the library is unloaded */
+  uint16_t interfaceLevel1;  /* [in] TALLOW_INTERFACE_LEVEL_1 */
+  uint16_t interfaceLevel2;  /* [in] TALLOW_INTERFACE_LEVEL_2 */
+  uint32_t moduleNameLength; /* [in] bytes of moduleName, at most 768 */
+  uint8_t reserved[4];       /* neither read nor written */
+  char moduleName[TALLOW_MODULE_NAME_SIZE]; /* [in/out] shown in the log's banner; the module
+                                               writes a NUL at index moduleNameLength */
+  uint32_t initStringLength; /* [in] bytes of *initString */
+  char* initString;          /* [in] the initialisation string, in a buffer of initStringLength + 1
+                                bytes: the module writes a NUL at that index; null is empty */
+} TallowInitBlock;
+TALLOW_LAYOUT(TallowInitBlock, moduleHandle, 34);
+TALLOW_LAYOUT(TallowInitBlock, interfaceLevel1, 42);
+TALLOW_LAYOUT(TallowInitBlock, interfaceLevel2, 44);
+TALLOW_LAYOUT(TallowInitBlock, moduleNameLength, 46);
+TALLOW_LAYOUT(TallowInitBlock, moduleName, 54);
+TALLOW_LAYOUT(TallowInitBlock, initStringLength, 823);
+TALLOW_LAYOUT(TallowInitBlock, initString, 827);
+TALLOW_SIZE(TallowInitBlock, 835);
+
+/* Open. A host may allocate less than the whole struct: the module touches nothing behind index
+ * pipeNameLength of pipeName. */
+typedef struct TallowOpenBlock {
+  uint8_t hostHeader[TALLOW_HOST_HEADER_SIZE];
+  void* moduleHandle;      /* [in/out] from Init; the same value is written back */
+  int16_t openMode;        /* [in] TALLOW_OPEN_FOR_READING */
+  uint16_t zero;           /* [out, on success] 0 */
+  uint32_t blockSize;      /* [out, on success] bytes that Read's buffer must hold */
+  void* instanceHandle;    /* [out] null on entry; on success valid until Close or CloseR */
+  uint16_t pipeNameLength; /* [in] bytes of pipeName, not 0 */
+  char pipeName[TALLOW_PIPE_NAME_SIZE]; /* [in/out] begins with \\.\pipe\; the module writes a NUL
+                                           at index pipeNameLength */
+} TallowOpenBlock;
+TALLOW_LAYOUT(TallowOpenBlock, moduleHandle, 34);
+TALLOW_LAYOUT(TallowOpenBlock, openMode, 42);
+TALLOW_LAYOUT(TallowOpenBlock, zero, 44);
+TALLOW_LAYOUT(TallowOpenBlock, blockSize, 46);
+TALLOW_LAYOUT(TallowOpenBlock, instanceHandle, 50);
+TALLOW_LAYOUT(TallowOpenBlock, pipeNameLength, 58);
+TALLOW_LAYOUT(TallowOpenBlock, pipeName, 60);
+
+/* Close and CloseR. The instance handle is invalid afterwards. */
+typedef struct TallowCloseBlock {
+  uint8_t hostHeader[TALLOW_HOST_HEADER_SIZE];
+  void* instanceHandle; /* [in] from Open */
+} TallowCloseBlock;
+TALLOW_LAYOUT(TallowCloseBlock, instanceHandle, 34);
+TALLOW_SIZE(TallowCloseBlock, 42);
+
+/* Read. */
+typedef struct TallowReadBlock {
+  uint8_t hostHeader[TALLOW_HOST_HEADER_SIZE];
+  void* instanceHandle; /* [in] from Open */
+  uint32_t dataLength;  /* [out] bytes placed in dataBuffer; 0 with pmrcEOF */
+  void* dataBuffer;     /* [in] the host's buffer of TallowOpenBlock.blockSize bytes; not checked */
+} TallowReadBlock;
+TALLOW_LAYOUT(TallowReadBlock, instanceHandle, 34);
+TALLOW_LAYOUT(TallowReadBlock, dataLength, 42);
+TALLOW_LAYOUT(TallowReadBlock, dataBuffer, 46);
+TALLOW_SIZE(TallowReadBlock, 54);
+
+/* GetPos [out] and SetPos [in]. A position is the 64-bit number of the last delivered block; after
+ * SetPos to block n (n > 0) the next Read delivers block n again. */
+typedef struct TallowPositionBlock {
+  uint8_t hostHeader[TALLOW_HOST_HEADER_SIZE];
+  void* instanceHandle;    /* [in] from Open */
+  uint32_t positionLength; /* GetPos [out] and SetPos [in]: TALLOW_POSITION_SIZE */
+  void* position;          /* GetPos [out]: points into the module; copy the 8 bytes before the next
+                              request. SetPos [in]: 8 bytes that GetPos handed out */
+} TallowPositionBlock;
+TALLOW_LAYOUT(TallowPositionBlock, instanceHandle, 34);
+TALLOW_LAYOUT(TallowPositionBlock, positionLength, 42);
+TALLOW_LAYOUT(TallowPositionBlock, position, 46);
+TALLOW_SIZE(TallowPositionBlock, 54);
+
+/* One entry of the version list that ID answers; owned by the module, valid while it is loaded. */
+typedef struct TallowComponentVersion {
+  char name[TALLOW_ID_TEXT_SIZE];      /* NUL-terminated */
+  char version[TALLOW_ID_TEXT_SIZE];   /* NUL-terminated, as 01.00.00.00 */
+  struct TallowComponentVersion* next; /* null behind the last */
+} TallowComponentVersion;
+TALLOW_LAYOUT(TallowComponentVersion, version, 32);
+TALLOW_LAYOUT(TallowComponentVersion, next, 64);
+TALLOW_SIZE(TallowComponentVersion, 72);
+
+/* ID. */
+typedef struct TallowIdBlock {
+  uint8_t hostHeader[TALLOW_HOST_HEADER_SIZE];
+  char name[TALLOW_ID_TEXT_SIZE];     /* [out] the module's file title, NUL-terminated */
+  char version[TALLOW_ID_TEXT_SIZE];  /* [out] the module's file version, NUL-terminated */
+  TallowComponentVersion* components; /* [out] first of seven component versions */
+} TallowIdBlock;
+TALLOW_LAYOUT(TallowIdBlock, name, 34);
+TALLOW_LAYOUT(TallowIdBlock, version, 66);
+TALLOW_LAYOUT(TallowIdBlock, components, 98);
+TALLOW_SIZE(TallowIdBlock, 106);
+
+/* The four attribute requests. Nothing is ever answered in the block: a Get stores just as a Put
+ * does (CHARSET_NAME is stored by pmiPIDMOptPutA_A alone). */
+typedef struct TallowAttributeBlock {
+  uint8_t hostHeader[TALLOW_HOST_HEADER_SIZE];
+  void* moduleHandle;                             /* [in] from Init */
+  uint8_t reserved[4];                            /* neither read nor written */
+  char attributeName[TALLOW_ATTRIBUTE_NAME_SIZE]; /* [in] NUL-terminated */
+  char attributeValue[TALLOW_ATTRIBUTE_VALUE_SIZE]; /* [in] NUL-terminated; read up to the NUL, so
+                                                       a larger block may carry a longer value */
+} TallowAttributeBlock;
+TALLOW_LAYOUT(TallowAttributeBlock, moduleHandle, 34);
+TALLOW_LAYOUT(TallowAttributeBlock, attributeName, 46);
+TALLOW_LAYOUT(TallowAttributeBlock, attributeValue, 305);
+TALLOW_SIZE(TallowAttributeBlock, 561);
+
+#pragma pack(pop)
+
+/* The module's one exported function, under this plain name, in the C calling convention of 64-bit
+ * Windows. It has no result and never lets an exception out: everything is told in the blocks. The
+ * parameter block is the one that belongs to the request code. */
+typedef void (*TallowPIDMMain)(TallowRequestBlock* request, void* parameters);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* TALLOW_TALLOW_H */
