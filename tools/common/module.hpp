@@ -1,0 +1,124 @@
+// The host's side of the interface: one loaded module, its requests as functions.
+//
+// Every call must come from the thread that constructed the Module. Texts given to the module are
+// passed on byte for byte, so the caller decides their encoding; texts that come back are the
+// module's own bytes.
+#pragma once
+
+#include <tallow/tallow.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace tallow::client {
+
+/// The library at this path cannot serve as the module; the text says why and what to do.
+class ModuleNotUsable : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// The module answered a request with a return code other than success.
+class RequestFailed : public std::runtime_error {
+ public:
+  RequestFailed(std::uint32_t request, std::uint32_t code, std::string failureText);
+
+  std::uint32_t request() const noexcept { return request_; }
+  std::uint32_t code() const noexcept { return code_; }
+  /// What the module says; empty unless the code is pmrcFailed. In the module's encoding.
+  const std::string& failureText() const noexcept { return failureText_; }
+
+ private:
+  std::uint32_t request_;
+  std::uint32_t code_;
+  std::string failureText_;
+};
+
+struct ComponentVersion {
+  std::string name;
+  std::string version;
+};
+
+/// The module's answer to ID.
+struct Identity {
+  std::string name;
+  std::string version;
+  std::vector<ComponentVersion> components;
+};
+
+/// Outcome of a Read that did not fail: code is pmrcSuccess or pmrcEOF (then length is 0).
+struct ReadResult {
+  std::uint32_t code = pmrcSuccess;
+  std::uint32_t length = 0;
+
+  bool atEnd() const noexcept { return code == pmrcEOF; }
+};
+
+/// An open pipe. Must not outlive its Module; closes itself (Close) when it was not closed.
+class Instance {
+ public:
+  Instance(Instance&& other) noexcept;
+  Instance& operator=(Instance&&) = delete;
+  ~Instance();
+
+  void* handle() const noexcept { return handle_; }
+  /// Bytes that Read's buffer must hold.
+  std::uint32_t blockSize() const noexcept { return blockSize_; }
+
+  /// `buffer` must hold blockSize() bytes. Throws RequestFailed for any code but success and EOF.
+  ReadResult read(std::span<std::byte> buffer);
+  /// Takes a checkpoint; the number of the last delivered block.
+  std::uint64_t getPos();
+  void setPos(std::uint64_t position);
+  void close();
+  void closeR();
+
+ private:
+  friend class Module;
+  Instance(TallowPIDMMain entry, void* handle, std::uint32_t blockSize) noexcept
+      : entry_(entry), handle_(handle), blockSize_(blockSize) {}
+  void close(std::uint32_t request);
+
+  TallowPIDMMain entry_;
+  void* handle_;
+  std::uint32_t blockSize_;
+};
+
+/// A loaded module; unloads it at the end.
+class Module {
+ public:
+  /// tallowin.dll in the folder of the running program.
+  static std::filesystem::path besideProgram();
+
+  /// Throws ModuleNotUsable.
+  explicit Module(const std::filesystem::path& path);
+  ~Module();
+  Module(const Module&) = delete;
+  Module& operator=(const Module&) = delete;
+
+  Identity identify();
+  /// Runs Init; the module handle, valid as long as this object.
+  void* init(std::string initString, const std::string& moduleName);
+  /// `request` is one of the four attribute requests.
+  void setAttribute(void* moduleHandle, const std::string& name, const std::string& value,
+                    std::uint32_t request = pmiPIDMOptPutA_A);
+  Instance open(void* moduleHandle, const std::string& pipeName);
+  void shut();
+
+  TallowPIDMMain entry() const noexcept { return entry_; }
+
+ private:
+  struct Unload {
+    void operator()(void* library) const noexcept;
+  };
+  std::unique_ptr<void, Unload> library_;
+  TallowPIDMMain entry_ = nullptr;
+};
+
+}  // namespace tallow::client

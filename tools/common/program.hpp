@@ -1,0 +1,29 @@
+// What the main function of every tool does.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "common/tool_error.hpp"
+
+namespace tallow::tools {
+
+/// Runs a tool's body with its arguments in UTF-8 (program name left out). An exception becomes one
+/// line on standard error, "name: text", and the exit status.
+int runProgram(const std::string& name, int argc, wchar_t** argv,
+               const std::function<ExitStatus(std::vector<std::string>)>& body);
+
+/// Gives an app the manners that all tools share: --version and the examples behind the help.
+void prepare(CLI::App& app, const std::string& examples);
+
+/// Parses; the exit status when the tool has nothing more to do (--help, --version). Throws
+/// MisuseError on a bad command line.
+std::optional<ExitStatus> parse(CLI::App& app, std::vector<std::string> arguments);
+
+/// Writes one line, "name: text", to standard error.
+void printError(const std::string& text);
+
+}  // namespace tallow::tools

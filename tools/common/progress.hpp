@@ -1,0 +1,52 @@
+// One line on the terminal that says how a job is doing.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <stop_token>
+#include <string>
+#include <thread>
+
+namespace tallow::tools {
+
+/// True when standard error is a terminal.
+bool standardErrorIsTerminal();
+
+/// Draws and redraws its line on standard error from a thread of its own, also while the job is
+/// blocked; does nothing at all when standard error is not a terminal. The line goes when the
+/// object does.
+class Progress {
+ public:
+  /// `label` begins the line; `totalBytes`, when known, gives the time left.
+  Progress(std::string label, std::optional<std::uint64_t> totalBytes);
+  ~Progress();
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
+
+  /// Cheap enough to be called for each block.
+  void update(std::uint64_t bytes, std::uint64_t blocks) noexcept {
+    bytes_.store(bytes, std::memory_order_relaxed);
+    blocks_.store(blocks, std::memory_order_relaxed);
+  }
+  /// Where a restarted job goes on: what lies before does not count for the rate.
+  void startAt(std::uint64_t bytes, std::uint64_t blocks) noexcept {
+    firstBytes_.store(bytes, std::memory_order_relaxed);
+    update(bytes, blocks);
+  }
+
+ private:
+  void draw(const std::stop_token& stop);
+  std::string line(double elapsed) const;
+
+  std::string label_;
+  std::optional<std::uint64_t> totalBytes_;
+  std::atomic<std::uint64_t> firstBytes_ = 0;
+  std::atomic<std::uint64_t> bytes_ = 0;
+  std::atomic<std::uint64_t> blocks_ = 0;
+  std::chrono::steady_clock::time_point start_;
+  std::jthread drawer_;
+};
+
+}  // namespace tallow::tools
