@@ -1,0 +1,12 @@
+// The one shape that a pipe's name has.
+#pragma once
+
+#include <string>
+
+namespace tallow::tools {
+
+/// Throws MisuseError unless the name begins with \\.\pipe\ and goes on: a tool would otherwise
+/// open an ordinary file of that name.
+void requirePipeName(const std::string& name);
+
+}  // namespace tallow::tools

@@ -1,0 +1,97 @@
+// tallow-feed: writes a file or its standard input into a named pipe.
+#include <chrono>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "common/formatting.hpp"
+#include "common/pipe_names.hpp"
+#include "common/program.hpp"
+#include "common/progress.hpp"
+#include "feed/input_stream.hpp"
+#include "feed/pipe_writer.hpp"
+
+namespace tallow::feed {
+namespace {
+
+using tools::ExitStatus;
+
+constexpr const char* kExamples = R"(Examples:
+  Wait for the host to create the pipe, then send a file:
+    tallow-feed --pipe \\.\pipe\orders --in orders.csv
+  Send what another program writes, waiting at most ten minutes for the host:
+    export-orders | tallow-feed --pipe \\.\pipe\orders --in - --wait 600
+  Create the pipe here, so that the module connects to it:
+    tallow-feed --pipe \\.\pipe\orders --in orders.csv --serve
+
+With --json: {"pipe": text, "bytes": number, "seconds": number} on standard output.
+
+Exit status: 0 everything was written, 1 failed, 2 wrong command line.)";
+
+struct Settings {
+  std::string pipe;
+  std::string input;
+  std::size_t chunk = std::size_t{1} << 20;
+  unsigned waitSeconds = 60;
+  bool serve = false;
+  bool json = false;
+};
+
+std::optional<ExitStatus> readCommandLine(std::vector<std::string> arguments, Settings& settings) {
+  CLI::App app("Writes a file into a named pipe, as the writer of a load job does.", "tallow-feed");
+  tools::prepare(app, kExamples);
+  app.add_option("--pipe", settings.pipe, "Name of the pipe, for example \\\\.\\pipe\\orders")
+      ->required();
+  app.add_option("--in", settings.input, "File to send; - for standard input")->required();
+  app.add_option("--chunk", settings.chunk, "Bytes for each write (default 1048576)")
+      ->check(CLI::Range(1, 1 << 26));
+  app.add_option("--wait", settings.waitSeconds,
+                 "Seconds to wait for the other end of the pipe (default 60)")
+      ->check(CLI::Range(0, 1'000'000));
+  app.add_flag("--serve", settings.serve,
+               "Create the pipe instead of waiting for it: the module then connects to it");
+  app.add_flag("--json", settings.json, "Print the outcome as JSON");
+  if (const auto status = tools::parse(app, std::move(arguments))) return status;
+  tools::requirePipeName(settings.pipe);
+  return std::nullopt;
+}
+
+ExitStatus run(std::vector<std::string> arguments) {
+  Settings settings;
+  if (const auto status = readCommandLine(std::move(arguments), settings)) return *status;
+
+  InputStream input(settings.input);
+  const std::chrono::milliseconds patience = std::chrono::seconds(settings.waitSeconds);
+  PipeWriter pipe = settings.serve ? PipeWriter::serve(settings.pipe, patience)
+                                   : PipeWriter::connect(settings.pipe, patience);
+  const auto start = std::chrono::steady_clock::now();
+  std::vector<std::byte> buffer(settings.chunk);
+  std::uint64_t bytes = 0;
+  {
+    tools::Progress progress("sent", input.size());
+    while (const std::size_t length = input.read(buffer)) {
+      pipe.write(std::span(buffer).first(length));
+      progress.update(bytes += length, 0);
+    }
+    pipe.finish();
+  }
+  const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
+  if (settings.json) {
+    const nlohmann::ordered_json outcome = {
+        {"pipe", settings.pipe}, {"bytes", bytes}, {"seconds", elapsed.count()}};
+    std::printf("%s\n", outcome.dump(2).c_str());
+  } else if (tools::standardErrorIsTerminal()) {
+    std::fprintf(stderr, "sent %s in %s (%s)\n", tools::formatBytes(bytes).c_str(),
+                 tools::formatDuration(elapsed.count()).c_str(),
+                 tools::formatRate(bytes, elapsed.count()).c_str());
+  }
+  return ExitStatus::kDone;
+}
+
+}  // namespace
+}  // namespace tallow::feed
+
+int wmain(int argc, wchar_t** argv) {
+  return tallow::tools::runProgram("tallow-feed", argc, argv, tallow::feed::run);
+}
