@@ -1,0 +1,67 @@
+#include "support/child_process.hpp"
+
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <array>
+#include <map>
+#include <stdexcept>
+#include <string_view>
+
+namespace tallow::test {
+namespace {
+
+constexpr std::string_view kChildSwitch = "--child";
+constexpr DWORD kChildMilliseconds = 120'000;
+constexpr unsigned kChildHung = 0xdead;
+
+std::map<std::string, ChildWork::Function>& allWork() {
+  static std::map<std::string, ChildWork::Function> work;
+  return work;
+}
+
+// A crash of a child is its exit code; no debugger prints a report over the tests' own lines.
+LONG CALLBACK endWithExceptionCode(EXCEPTION_POINTERS* exception) {
+  TerminateProcess(GetCurrentProcess(), exception->ExceptionRecord->ExceptionCode);
+  return EXCEPTION_EXECUTE_HANDLER;
+}
+
+}  // namespace
+
+ChildWork::ChildWork(const std::string& name, Function work) {
+  allWork().emplace(name, std::move(work));
+}
+
+unsigned runChild(const std::string& name, const std::vector<std::string>& arguments) {
+  std::array<char, MAX_PATH> program{};
+  GetModuleFileNameA(nullptr, program.data(), static_cast<DWORD>(program.size()));
+  std::string command = '"' + std::string(program.data()) + "\" --child \"" + name + '"';
+  for (const std::string& argument : arguments) command += " \"" + argument + '"';
+  STARTUPINFOA startup{};
+  startup.cb = sizeof(startup);
+  PROCESS_INFORMATION process{};
+  if (!CreateProcessA(program.data(), command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
+                      &startup, &process)) {
+    throw std::runtime_error("cannot start the child");
+  }
+  if (WaitForSingleObject(process.hProcess, kChildMilliseconds) != WAIT_OBJECT_0) {
+    TerminateProcess(process.hProcess, kChildHung);
+    WaitForSingleObject(process.hProcess, INFINITE);
+  }
+  DWORD code = 0;
+  GetExitCodeProcess(process.hProcess, &code);
+  CloseHandle(process.hThread);
+  CloseHandle(process.hProcess);
+  return code;
+}
+
+int runTests(int argc, char** argv) {
+  if (argc >= 3 && argv[1] == kChildSwitch) {
+    SetUnhandledExceptionFilter(endWithExceptionCode);
+    return allWork().at(argv[2])(std::vector<std::string>(argv + 3, argv + argc));
+  }
+  testing::InitGoogleTest(&argc, argv);
+  return RUN_ALL_TESTS();
+}
+
+}  // namespace tallow::test

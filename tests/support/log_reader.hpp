@@ -1,0 +1,62 @@
+// The module's log as a test sees it: by level, id and, for id 9999, exact text.
+#pragma once
+
+#include <cstddef>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace tallow::test {
+
+constexpr int kTraceId = 9999;
+
+struct LogLine {
+  std::string time;  // as "Sat Nov 21 10:31:38 2026"
+  unsigned process = 0;
+  int level = 0;  // 7 for the level word of any other level
+  int id = 0;     // 78 for a repeat summary, whose text is all that stands behind the level word
+  std::string text;
+};
+
+// A line without the text of a numbered message, which differs by language: what tests compare.
+struct LogEntry {
+  int level = 0;
+  int id = 0;
+  std::string trace;  // the text of a 9999 line, else empty
+  bool operator==(const LogEntry&) const = default;
+};
+std::ostream& operator<<(std::ostream& out, const LogEntry& entry);
+
+// One text of the English language library; empty for an id without one.
+std::string messageText(int id);
+
+// All lines of namedpipes.log in `directory`; none when there is no such file. A message that spans
+// several lines is one entry. Throws std::runtime_error for a file that is no log.
+std::vector<LogLine> readLog(const std::string& directory);
+
+std::vector<LogEntry> entriesOf(const std::vector<LogLine>& lines);
+
+// The log of one directory, read piece by piece.
+class LogReader {
+ public:
+  explicit LogReader(std::string directory) : directory_(std::move(directory)) {}
+
+  // The lines since the last call.
+  std::vector<LogLine> newLines();
+  std::vector<LogEntry> newEntries() { return entriesOf(newLines()); }
+
+ private:
+  std::string directory_;
+  std::size_t seen_ = 0;
+};
+
+inline LogEntry trace(int level, std::string text) {
+  return {level, kTraceId, std::move(text)};
+}
+inline LogEntry message(int level, int id) {
+  return {level, id, {}};
+}
+// The line with which every request begins.
+LogEntry requestLine(const std::string& name, int code);
+
+}  // namespace tallow::test

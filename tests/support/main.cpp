@@ -1,0 +1,5 @@
+#include "support/child_process.hpp"
+
+int main(int argc, char** argv) {
+  return tallow::test::runTests(argc, argv);
+}

@@ -1,0 +1,66 @@
+// What a test borrows from the machine and gives back: folders, names, environment variables, and
+// the means to see whether the module gives back what it took.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace tallow::test {
+
+// The folder that holds the running test program, and the module and language libraries under test.
+std::string programDirectory();
+
+// `stem`, the process id and a number that grows with each call.
+std::string uniqueName(std::string_view stem);
+
+// \\.\pipe\ and a unique name.
+std::string uniquePipeName();
+
+// A new empty folder that is deleted with all its files and folders at the end.
+class ScratchDirectory {
+ public:
+  ScratchDirectory();
+  ~ScratchDirectory();
+  ScratchDirectory(const ScratchDirectory&) = delete;
+  ScratchDirectory& operator=(const ScratchDirectory&) = delete;
+
+  const std::string& path() const { return path_; }
+  std::string file(std::string_view name) const;
+
+ private:
+  std::string path_;
+};
+
+// An environment variable as the module's own getenv sees it (module and tests share one run-time
+// library), set or, with nullopt, removed until the end of the scope.
+class ScopedEnvironment {
+ public:
+  ScopedEnvironment(std::string name, std::optional<std::string> value);
+  ~ScopedEnvironment();
+  ScopedEnvironment(const ScopedEnvironment&) = delete;
+  ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
+
+ private:
+  std::string name_;
+  std::optional<std::string> before_;
+};
+
+// The current directory until the end of the scope.
+class ScopedCurrentDirectory {
+ public:
+  explicit ScopedCurrentDirectory(const std::string& path);
+  ~ScopedCurrentDirectory();
+  ScopedCurrentDirectory(const ScopedCurrentDirectory&) = delete;
+  ScopedCurrentDirectory& operator=(const ScopedCurrentDirectory&) = delete;
+
+ private:
+  std::string before_;
+};
+
+// What this process holds at the moment.
+std::size_t openHandles();
+std::size_t heapBlocks();
+
+}  // namespace tallow::test
