@@ -1,0 +1,57 @@
+#include "diag/application.hpp"
+
+#include <memory>
+#include <new>
+
+#include "diag/command_line.hpp"
+#include "diag/language_library.hpp"
+#include "diag/log.hpp"
+#include "diag/messages.hpp"
+
+namespace tallow::diag {
+
+namespace {
+
+// Made at start, since nothing can be formatted once memory has run out. Raising it copies the
+// exception, which shares the text and allocates nothing but the exception object itself, for
+// which the run-time library keeps a reserve.
+constinit const CErrMsgException* outOfMemory = nullptr;
+
+void raiseOutOfMemory() {
+  if (outOfMemory == nullptr) throw std::bad_alloc();
+  throw CErrMsgException(*outOfMemory);
+}
+
+}  // namespace
+
+bool CTallowinApp::start(HMODULE module) noexcept {
+  try {
+    module_ = module;
+    std::set_new_handler(raiseOutOfMemory);
+    if (!loadLanguageLibrary(module)) return false;
+    outOfMemory = new CErrMsgException(MessageId::kOutOfMemory, message<MessageId::kOutOfMemory>());
+    threadId_ = GetCurrentThreadId();
+    setUpLog(hostProgramName().c_str(), message<MessageId::kLogDescription>().c_str(), nullptr);
+    return true;
+  } catch (...) {
+    end();
+    return false;
+  }
+}
+
+void CTallowinApp::end() noexcept {
+  delete outOfMemory;
+  outOfMemory = nullptr;
+  freeLanguageLibrary();
+}
+
+CTallowinApp& application() noexcept {
+  static constinit CTallowinApp instance;
+  return instance;
+}
+
+std::string hostProgramName() {
+  return firstWord(GetCommandLineA());
+}
+
+}  // namespace tallow::diag

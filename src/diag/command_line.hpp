@@ -1,0 +1,13 @@
+// The host program's name as its command line tells it.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace tallow::diag {
+
+// The first word of a command line: the text between double quotes if it begins with one, else the
+// text up to the first comma, space, tab or newline.
+std::string firstWord(std::string_view commandLine);
+
+}  // namespace tallow::diag

@@ -1,0 +1,18 @@
+// The language library, from which every numbered message is loaded.
+#pragma once
+
+#include <windows.h>
+
+namespace tallow::diag {
+
+// Loads the library of the thread's language, of the language's default sublanguage or of English,
+// in this order: beside the module first, then wherever the system looks. When none is found the
+// attempts are told in a message box and the answer is false.
+bool loadLanguageLibrary(HMODULE module);
+
+void freeLanguageLibrary() noexcept;
+
+// Null until loadLanguageLibrary has succeeded. Owned by this file.
+HMODULE languageLibrary() noexcept;
+
+}  // namespace tallow::diag

@@ -1,0 +1,65 @@
+// The numbered messages: texts of the language library, formatted with their arguments.
+#pragma once
+
+#include <string>
+#include <type_traits>
+
+#include "diag/error.hpp"
+#include "diag/log.hpp"
+#include "resources/message_ids.hpp"
+
+namespace tallow::diag {
+
+// Puts the raw text of a message into text; false and an empty text if the language library lacks
+// it.
+bool loadMessage(MessageId id, std::string& text);
+
+// Formats the text of a message with arguments of unchecked types; use message() instead.
+std::string formatLoadedMessage(MessageId id, ...);
+
+namespace detail {
+
+template <class Argument>
+constexpr char argumentLetter() {
+  if (std::is_same_v<Argument, const char*> || std::is_same_v<Argument, char*>) return 's';
+  if (std::is_same_v<Argument, int>) return 'd';
+  if (std::is_same_v<Argument, unsigned> || std::is_same_v<Argument, unsigned long>) return 'u';
+  if (std::is_same_v<Argument, double>) return 'f';
+  return '?';
+}
+
+template <class... Arguments>
+constexpr bool matches(std::string_view letters) {
+  constexpr char given[] = {argumentLetter<Arguments>()..., '\0'};
+  return letters == given;
+}
+
+}  // namespace detail
+
+// The formatted text of a message; empty if the language library lacks it. The argument types are
+// checked against the message table.
+template <MessageId id, class... Arguments>
+std::string message(Arguments... arguments) {
+  static_assert(detail::matches<Arguments...>(messageArguments(id)),
+                "arguments differ from messages.def");
+  return formatLoadedMessage(id, arguments...);
+}
+
+// Raises the module's error exception with a formatted message.
+template <MessageId id, class... Arguments>
+[[noreturn]] void raise(Arguments... arguments) {
+  throw CErrMsgException(id, message<id>(arguments...));
+}
+
+// Logs a text as it is, percent signs included.
+inline void logText(LogLevel level, MessageId id, const char* text) {
+  log(level, id, "%s", text);
+}
+
+// Logs a formatted message; formats nothing if the level is off.
+template <MessageId id, class... Arguments>
+void logMessage(LogLevel level, Arguments... arguments) {
+  if (logEnabled(level)) logText(level, id, message<id>(arguments...).c_str());
+}
+
+}  // namespace tallow::diag
