@@ -1,0 +1,110 @@
+#include "pipe/pipe_input.hpp"
+
+#include <sys/stat.h>
+
+#include <optional>
+
+#include "diag/log.hpp"
+#include "diag/messages.hpp"
+#include "diag/system_error.hpp"
+#include "pipe/pipe_name.hpp"
+#include "pipe/wide_name.hpp"
+
+namespace tallow::pipe {
+
+namespace {
+
+using diag::raise;
+
+// The name in the form that the system calls take: wide is empty when the narrow calls do.
+struct SystemName {
+  const std::string& narrow;
+  std::u16string wide;
+
+  const wchar_t* wideText() const noexcept {
+    return reinterpret_cast<const wchar_t*>(wide.c_str());
+  }
+};
+
+[[noreturn]] void raiseNotOpened(const std::string& name, const char* reason) {
+  raise<MessageId::kPipeNotOpened>(name.c_str(), reason);
+}
+
+SystemName systemName(const std::string& name, const config::OptionsRecord& options) {
+  if (!config::isWideNameCharset(options)) return {name, {}};
+  std::optional<std::u16string> wide = widenName(name);
+  if (!wide) raiseNotOpened(name, "ucnv_convert() error in converting Filename");
+  return {name, std::move(*wide)};
+}
+
+// Whether a pipe of that name waits or is busy; a look that uses no instance up. Beside the status
+// call for systems where that cannot see pipes, and for names that only the wide call can spell.
+bool isWaitingPipe(const SystemName& name) {
+  constexpr DWORD kTimeout = 1;  // milliseconds
+  const BOOL waits = name.wide.empty() ? WaitNamedPipeA(name.narrow.c_str(), kTimeout)
+                                       : WaitNamedPipeW(name.wideText(), kTimeout);
+  if (waits) return true;
+  const DWORD error = GetLastError();
+  return error == ERROR_SEM_TIMEOUT || error == ERROR_PIPE_BUSY;
+}
+
+// One word decides both the share mode of the client end and the blocking mode of the server end:
+// deliberate. With full blocks the server end blocks and the client end is not shared.
+DWORD modeWord(const config::OptionsRecord& options) {
+  static_assert(FILE_SHARE_READ == PIPE_NOWAIT);
+  return options.needFullBlock ? 0 : PIPE_NOWAIT;
+}
+
+HANDLE connect(const SystemName& name, DWORD mode) {
+  return name.wide.empty()
+             ? CreateFileA(name.narrow.c_str(), GENERIC_READ, mode, nullptr, OPEN_EXISTING, 0,
+                           nullptr)
+             : CreateFileW(name.wideText(), GENERIC_READ, mode, nullptr, OPEN_EXISTING, 0, nullptr);
+}
+
+HANDLE createServerEnd(const SystemName& name, DWORD mode, DWORD bufferSize) {
+  constexpr DWORD kInstances = 4;
+  constexpr DWORD kDefaultTimeout = 100;  // milliseconds
+  return name.wide.empty()
+             ? CreateNamedPipeA(name.narrow.c_str(), PIPE_ACCESS_INBOUND, mode, kInstances,
+                                bufferSize, bufferSize, kDefaultTimeout, nullptr)
+             : CreateNamedPipeW(name.wideText(), PIPE_ACCESS_INBOUND, mode, kInstances, bufferSize,
+                                bufferSize, kDefaultTimeout, nullptr);
+}
+
+}  // namespace
+
+std::string shortSystemErrorText(unsigned long error) {
+  constexpr std::size_t kLongest = 249;
+  return diag::systemErrorText(error).substr(0, kLongest);
+}
+
+void openPipe(PipeInput& pipe, const config::OptionsRecord& options, const std::string& name,
+              TallowRequestBlock& request) {
+  // A directory look-up in this run-time library, which leaves a waiting instance alone; a status
+  // call that opens the name would use it up.
+  struct _stat64i32 status = {};
+  const bool found = _stat64i32(name.c_str(), &status) == 0;
+  if (found && (status.st_mode & _S_IFDIR) != 0) {
+    raise<MessageId::kPipeNameIsDirectory>(name.c_str());
+  }
+  if (!isPipeName(name)) {
+    raiseNotOpened(name, R"(on windows named pipe syntax is: \\.\pipe\pipename)");
+  }
+  const SystemName spelled = systemName(name, options);
+  const auto bufferSize = static_cast<DWORD>(2 * options.blockSize);
+  if (pipe.pipeHandle) {
+    request.returnCode = pmrcAlreadyOpen;
+    raise<MessageId::kPipeAlreadyOpen>();
+  }
+  const DWORD mode = modeWord(options);
+  pipe.pipeHandle =
+      UniqueHandle(found || isWaitingPipe(spelled) ? connect(spelled, mode)
+                                                   : createServerEnd(spelled, mode, bufferSize));
+  const DWORD error = GetLastError();
+  if (!pipe.pipeHandle) raiseNotOpened(name, shortSystemErrorText(error).c_str());
+  pipe.timerPeriod.request();
+  diag::log(diag::LogLevel::kTrace, MessageId::kTrace, "Opened pipe \"%s\".", name.c_str());
+}
+
+}  // namespace tallow::pipe

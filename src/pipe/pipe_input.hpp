@@ -1,0 +1,32 @@
+// The pipe that a job reads from.
+#pragma once
+
+#include <string>
+
+#include "config/options_record.hpp"
+#include "pipe/timer_period.hpp"
+#include "pipe/unique_handle.hpp"
+#include "tallow/tallow.h"
+
+namespace tallow::pipe {
+
+struct PipeInput {
+  UniqueHandle pipeHandle;
+  TimerPeriod timerPeriod;  // held while the pipe is open
+
+  void close() noexcept {
+    pipeHandle.close();
+    timerPeriod.release();
+  }
+};
+
+// Connects to the pipe as its reading client if it exists, else creates its inbound server end and
+// leaves the wait for a writer to the reads. One attempt, no pause. Raises message 89 (a
+// directory), 45 (no pipe name, or the system refused) or 8 (open already).
+void openPipe(PipeInput& pipe, const config::OptionsRecord& options, const std::string& name,
+              TallowRequestBlock& request);
+
+// A system error text as the messages of this floor show it.
+std::string shortSystemErrorText(unsigned long error);
+
+}  // namespace tallow::pipe

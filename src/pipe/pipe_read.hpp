@@ -1,0 +1,32 @@
+// Taking one block of data from the pipe.
+#pragma once
+
+#include <cstdint>
+
+#include "config/options_record.hpp"
+#include "pipe/pipe_input.hpp"
+
+namespace tallow::pipe {
+
+// How a read ended.
+struct PipeRead {
+  bool end;   // the data has ended: the writer closed, sent nothing, or let the time run out
+  bool hash;  // the block belongs to the signature. Not so when the writer's end was seen as error
+              // 109 or the time ran out: deliberate, and the same whenever the data is sent again.
+};
+
+// Both reads put the bytes at the beginning of buffer, which holds options.blockSize bytes, and
+// count them in bytesRead, which is right also when they raise: message 76 (not open). blockNo is
+// for the log alone.
+
+// Reads until the block is full or the data ends, waiting as long as it takes. Raises message 61
+// when the system refuses to read.
+PipeRead readFullBlock(PipeInput& pipe, const config::OptionsRecord& options, void* buffer,
+                       std::uint32_t& bytesRead, std::uint64_t blockNo);
+
+// Reads what the writer has sent, pausing ever longer while that is nothing, up to the time-out if
+// one is set. With a time-out anything but a block that came in one piece ends the data.
+PipeRead readAvailable(PipeInput& pipe, config::OptionsRecord& options, void* buffer,
+                       std::uint32_t& bytesRead, std::uint64_t blockNo);
+
+}  // namespace tallow::pipe

@@ -1,0 +1,14 @@
+// Conversion of a pipe name from UTF-8 for the wide system calls.
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace tallow::pipe {
+
+// The UTF-16 form of a UTF-8 name; empty if the name is plain ASCII and needs none; nothing if the
+// converter reports anything at all, a warning included. Ill-formed UTF-8 is replaced without an
+// error.
+std::optional<std::u16string> widenName(const std::string& name);
+
+}  // namespace tallow::pipe
