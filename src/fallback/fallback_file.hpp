@@ -1,0 +1,53 @@
+// The fallback file of a job: its state, positioning, creation and loss.
+//
+// Trouble with the file never fails a request by itself: the stream is empty from then on, and
+// every later write is skipped.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "config/options_record.hpp"
+#include "fallback/fallback_format.hpp"
+#include "fallback/file_stream.hpp"
+#include "fallback/sync_points.hpp"
+
+namespace tallow::fallback {
+
+struct FallbackFile {
+  std::string fallbackName;                   // path under which it is opened, created and removed
+  HeaderImage headerImage = {};               // the header block as written or read
+  SyncPoints syncPoints = {};                 // the sync area as written or read
+  FileStream fallbackFile;                    // empty: no file
+  bool fallbackCreatePending = false;         // the first checkpoint creates the file
+  std::uint64_t fileFirstBlockNo = kNoBlock;  // of the data area; kNoBlock: no record yet
+  std::uint64_t fileLastBlockNo = kNoBlock;
+  std::uint64_t expectedWritePos = kDataStartOffset;  // only shown in the log
+  unsigned long systemError = 0;  // the system's number for the latest failed open or seek
+
+  bool hasSignatures() const noexcept { return headerImage.signatureFlag != 0; }
+  // Whether the file can serve this block.
+  bool holds(std::uint64_t blockNo) const noexcept {
+    return fileFirstBlockNo != kNoBlock && fileFirstBlockNo <= blockNo &&
+           blockNo <= fileLastBlockNo;
+  }
+};
+
+inline RecordLayout recordLayout(const config::OptionsRecord& options) {
+  return {options.blockSize, options.needFullBlock};
+}
+
+// Logs the offset and goes there. False without a stream, and when it fails, which closes it.
+bool seek(FallbackFile& file, std::uint64_t offset);
+
+// The same without a line in the log.
+bool seekSilently(FallbackFile& file, std::uint64_t offset);
+
+// Creates or empties the file and writes its header block. True when it is open and the header is
+// written.
+bool create(FallbackFile& file, const config::OptionsRecord& options);
+
+// The answer to every failed write: logs message 51, closes the file and deletes it.
+void handleWriteFailure(FallbackFile& file);
+
+}  // namespace tallow::fallback

@@ -1,0 +1,41 @@
+// The owner of a buffered file stream of the run-time library.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <string>
+
+namespace tallow::fallback {
+
+// May be empty. Every call but open and close needs an open stream.
+class FileStream {
+ public:
+  FileStream() = default;
+
+  // Opens a file that no other process can then open for writing; empty on failure. The stream has
+  // no buffer of its own: a block goes to the system in one piece and straight from its place, and
+  // a record that was written is there whatever becomes of the process.
+  static FileStream open(const std::string& name, const char* mode);
+
+  explicit operator bool() const noexcept { return stream_ != nullptr; }
+  void close() noexcept { stream_.reset(); }
+
+  // Positions are bytes from the start.
+  std::int64_t tell() noexcept;  // -1 on failure
+  bool seek(std::uint64_t offset) noexcept;
+  bool seekToEnd() noexcept;
+
+  // Number of bytes moved.
+  std::size_t read(void* data, std::size_t size) noexcept;
+  std::size_t write(const void* data, std::size_t size) noexcept;
+  bool flush() noexcept;
+
+ private:
+  struct Closer {
+    void operator()(std::FILE* stream) const noexcept { std::fclose(stream); }
+  };
+  std::unique_ptr<std::FILE, Closer> stream_;
+};
+
+}  // namespace tallow::fallback
