@@ -1,0 +1,87 @@
+#include "delivery/requests.hpp"
+#include "diag/log.hpp"
+#include "diag/messages.hpp"
+#include "diag/system_error.hpp"
+
+namespace tallow::delivery {
+
+namespace {
+
+using diag::LogLevel;
+using fallback::FallbackFile;
+
+bool createFile(Job& job) {
+  if (!fallback::create(job.fallback, job.options)) return false;
+  diag::logMessage<MessageId::kFallbackFileCreated>(LogLevel::kPosition,
+                                                    job.fallback.fallbackName.c_str());
+  return true;
+}
+
+// The creation that Open has put off until the first checkpoint.
+void createDeferred(Job& job) {
+  if (!job.fallback.fallbackCreatePending) return;
+  job.fallback.fallbackCreatePending = false;
+  if (createFile(job) && fallback::seek(job.fallback, fallback::kSyncAreaOffset)) {
+    fallback::writeSyncArea(job.fallback, kNoBlock, job.state.md5Running.md5);
+  }
+}
+
+// The position at which the stream goes on when the sync area has been written.
+std::uint64_t currentPosition(FallbackFile& file) {
+  const std::int64_t position = file.fallbackFile.tell();
+  if (position == -1) {
+    diag::raise<MessageId::kFallbackTellFailed>(diag::lastSystemErrorText().c_str());
+  }
+  return static_cast<std::uint64_t>(position);
+}
+
+void writeSyncPoint(Job& job, std::uint64_t returnTo) {
+  if (fallback::seek(job.fallback, fallback::kSyncAreaOffset) &&
+      fallback::writeSyncArea(job.fallback, job.state.lastBlockNo, job.state.md5Running.md5)) {
+    fallback::seek(job.fallback, returnTo);
+  }
+}
+
+// Sees to it that there is a file, and that it has the sync point of the last delivered block.
+void bringFileInLine(Job& job) {
+  FallbackFile& file = job.fallback;
+  if (!file.fallbackFile) {
+    if (createFile(job)) {
+      // A file made in a running job has nothing but its header, whatever the pair of sync points
+      // says; records must not begin before the data area.
+      writeSyncPoint(job, fallback::kDataStartOffset);
+    } else if (!job.options.noFallback) {
+      diag::logMessage<MessageId::kNoFallbackFileCreated>(
+          LogLevel::kError, file.fallbackName.c_str(),
+          diag::systemErrorText(file.systemError).c_str());
+    }
+  } else if (job.state.lastBlockNo != file.syncPoints[1].blockNo) {
+    writeSyncPoint(job, currentPosition(file));
+  }
+}
+
+}  // namespace
+
+void getPos(Job& job, TallowRequestBlock& request, TallowPositionBlock& block) {
+  DeliveryState& state = job.state;
+  if (state.streamLost) {
+    request.returnCode = pmrcDelivery;
+    return;
+  }
+  createDeferred(job);
+  if (state.deliveryMode == DeliveryMode::kRestartable) {
+    diag::logMessage<MessageId::kGetPosDropsRecovery>(LogLevel::kPosition,
+                                                      job.fallback.fallbackName.c_str());
+    dropRecovery(job);
+  }
+  bringFileInLine(job);
+  state.md5AtCheckpoint = state.md5Running;
+  job.fallback.expectedWritePos = fallback::kDataStartOffset;
+  block.positionLength = TALLOW_POSITION_SIZE;
+  block.position = &state.lastBlockNo;
+  state.checkpointBlockNo = state.lastBlockNo;
+  diag::log(LogLevel::kTrace, MessageId::kTrace, "GetPos returns block no. %I64u.",
+            state.lastBlockNo);
+}
+
+}  // namespace tallow::delivery

@@ -1,0 +1,103 @@
+#include <cstring>
+
+#include "delivery/replay.hpp"
+#include "delivery/requests.hpp"
+#include "diag/log.hpp"
+#include "diag/messages.hpp"
+
+namespace tallow::delivery {
+
+namespace {
+
+using diag::log;
+using diag::LogLevel;
+
+void returnEof(DeliveryState& state, TallowRequestBlock& request, TallowReadBlock& block) {
+  log(LogLevel::kTrace, MessageId::kTrace, "Returning pmrcEOF to Kelvane.");
+  state.eofReturned = true;
+  request.returnCode = pmrcEOF;
+  block.dataLength = 0;
+}
+
+void logPipeBlock(std::uint32_t length, std::uint64_t blockNo) {
+  log(LogLevel::kTrace, MessageId::kTrace,
+      "Returning %d data bytes from pipe to Kelvane as block no. %I64u.", static_cast<int>(length),
+      blockNo);
+}
+
+// The block that a restart has left in the pending buffer. It stays pending.
+void deliverPending(Job& job, TallowReadBlock& block) {
+  DeliveryState& state = job.state;
+  std::memcpy(block.dataBuffer, job.pending.pendingData.get(), job.pending.pendingLength);
+  block.dataLength = job.pending.pendingLength;
+  logPipeBlock(job.pending.pendingLength, state.nextBlockNo);
+  state.lastBlockNo = state.nextBlockNo++;
+}
+
+// Reads into the host's buffer. The data length is the byte counter, so it is right also when the
+// pipe raises a failure half-way.
+pipe::PipeRead readPipe(Job& job, TallowReadBlock& block) {
+  struct LengthKeeper {
+    TallowReadBlock& block;
+    std::uint32_t length = 0;
+    ~LengthKeeper() { block.dataLength = length; }
+  } keeper{block};
+  const std::uint64_t blockNo = job.state.nextBlockNo;
+  return job.options.needFullBlock
+             ? pipe::readFullBlock(job.pipe, job.options, block.dataBuffer, keeper.length, blockNo)
+             : pipe::readAvailable(job.pipe, job.options, block.dataBuffer, keeper.length, blockNo);
+}
+
+void deliverFromPipe(Job& job, TallowRequestBlock& request, TallowReadBlock& block) {
+  DeliveryState& state = job.state;
+  const pipe::PipeRead read = readPipe(job, block);
+  state.pipeEof = read.end;
+  const std::uint32_t length = block.dataLength;
+  if (length == 0 && read.end) {
+    returnEof(state, request, block);
+    return;
+  }
+  const std::uint64_t blockNo = state.nextBlockNo++;
+  coverPipeBlock(job, blockNo, block.dataBuffer, length, read);
+  state.lastBlockNo = blockNo;
+  state.lastPipeLength = length;
+  std::memcpy(job.pending.pendingData.get(), block.dataBuffer, length);
+  job.pending.pendingLength = length;
+  job.pending.pendingBlockNo = blockNo;
+  logPipeBlock(length, blockNo);
+}
+
+void deliverLive(Job& job, TallowRequestBlock& request, TallowReadBlock& block) {
+  if (job.pending.pendingBlockNo == job.state.nextBlockNo) {
+    deliverPending(job, block);
+    return;
+  }
+  writePending(job, fallback::PendingWrite::kMayStartArea);
+  if (job.state.pipeEof) {
+    returnEof(job.state, request, block);
+    return;
+  }
+  deliverFromPipe(job, request, block);
+}
+
+}  // namespace
+
+void read(Job& job, TallowRequestBlock& request, TallowReadBlock& block) {
+  block.dataLength = 0;
+  if (job.state.streamLost) {
+    request.returnCode = pmrcDelivery;
+    return;
+  }
+  if (job.state.deliveryMode == DeliveryMode::kRestartable) {
+    diag::logMessage<MessageId::kReadDropsRecovery>(LogLevel::kPosition,
+                                                    job.fallback.fallbackName.c_str());
+    dropRecovery(job);
+  }
+  if (job.state.deliveryMode == DeliveryMode::kReplaying) {
+    replay(job, request, block);
+  } else {
+    deliverLive(job, request, block);
+  }
+}
+
+}  // namespace tallow::delivery

@@ -1,0 +1,91 @@
+#include "delivery/replay.hpp"
+
+#include <optional>
+
+#include "diag/log.hpp"
+#include "diag/messages.hpp"
+#include "diag/system_error.hpp"
+
+namespace tallow::delivery {
+
+namespace {
+
+using diag::LogLevel;
+
+struct StreamPlace {
+  std::int64_t position;
+  std::int64_t fileLength;  // as the system tells it
+};
+
+StreamPlace whereIs(fallback::FileStream& stream) {
+  const std::int64_t position = stream.tell();
+  if (position == -1) {
+    diag::raise<MessageId::kFallbackTellFailed>(diag::lastSystemErrorText().c_str());
+  }
+  stream.seekToEnd();
+  const std::int64_t fileLength = stream.tell();
+  if (!stream.seek(static_cast<std::uint64_t>(position))) {
+    diag::raise<MessageId::kFallbackSeekFailed>(diag::lastSystemErrorText().c_str());
+  }
+  return {position, fileLength};
+}
+
+// Reads the record at the stream's position into the host's buffer; the length of its block, or
+// nothing if it is no whole record.
+std::optional<std::uint32_t> readRecord(Job& job, void* buffer) {
+  fallback::FileStream& stream = job.fallback.fallbackFile;
+  const auto blockSize = static_cast<std::uint32_t>(job.options.blockSize);
+  std::uint32_t recordLength = blockSize;
+  if (!job.options.needFullBlock &&
+      (stream.read(&recordLength, sizeof recordLength) != sizeof recordLength ||
+       recordLength > blockSize)) {
+    return std::nullopt;
+  }
+  if (stream.read(buffer, blockSize) != blockSize) return std::nullopt;
+  const bool isFilesLast = job.state.nextBlockNo >= job.fallback.fileLastBlockNo;
+  return job.options.needFullBlock && isFilesLast ? job.state.lastPipeLength : recordLength;
+}
+
+// Where the record of the next block starts, or the next one will be appended.
+std::uint64_t nextRecordOffset(const Job& job) {
+  return fallback::recordLayout(job.options)
+      .offsetOf(job.state.nextBlockNo, job.fallback.fileFirstBlockNo);
+}
+
+void refuseRecord(Job& job, TallowRequestBlock& request) {
+  diag::logMessage<MessageId::kFallbackReadFailed>(LogLevel::kError,
+                                                   job.fallback.fallbackName.c_str());
+  request.returnCode = pmrcDelivery;
+  // Back to the record's start, so that a part of it is never taken for the next one.
+  fallback::seekSilently(job.fallback, nextRecordOffset(job));
+}
+
+}  // namespace
+
+void replay(Job& job, TallowRequestBlock& request, TallowReadBlock& block) {
+  DeliveryState& state = job.state;
+  if (!job.fallback.fallbackFile) {
+    request.returnCode = pmrcDelivery;
+    return;
+  }
+  const StreamPlace place = whereIs(job.fallback.fallbackFile);
+  const std::optional<std::uint32_t> length = readRecord(job, block.dataBuffer);
+  if (!length) {
+    refuseRecord(job, request);
+    return;
+  }
+  block.dataLength = *length;
+  diag::log(LogLevel::kTrace, MessageId::kTrace,
+            "Returning %d data bytes from fallback file (length %I64d, position %I64d) to Kelvane "
+            "as block no. %I64u.",
+            static_cast<int>(*length), place.fileLength, place.position, state.nextBlockNo);
+  const std::uint64_t blockNo = state.nextBlockNo++;
+  state.lastBlockNo = blockNo;
+  coverReplayedBlock(job, blockNo, block.dataBuffer, *length);
+  if (blockNo >= job.fallback.fileLastBlockNo) {
+    fallback::seek(job.fallback, nextRecordOffset(job));
+    state.deliveryMode = DeliveryMode::kLive;
+  }
+}
+
+}  // namespace tallow::delivery

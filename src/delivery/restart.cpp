@@ -1,0 +1,133 @@
+#include "delivery/restart.hpp"
+
+#include "diag/log.hpp"
+#include "diag/messages.hpp"
+#include "diag/system_error.hpp"
+
+namespace tallow::delivery {
+
+namespace {
+
+using diag::LogLevel;
+using fallback::FileStream;
+
+[[noreturn]] void raiseSeekFailed() {
+  diag::raise<MessageId::kFallbackSeekFailed>(diag::lastSystemErrorText().c_str());
+}
+
+// Looks up the length that the fallback file records for a block. The pipe read fills whole blocks
+// whatever it says; that the file has the block at all is what counts.
+void lookUpLength(Job& job, std::uint64_t blockNo) {
+  if (job.options.needFullBlock) return;
+  FileStream& stream = job.fallback.fallbackFile;
+  const std::int64_t position = stream.tell();
+  if (position == -1) {
+    diag::raise<MessageId::kFallbackTellFailed>(diag::lastSystemErrorText().c_str());
+  }
+  const std::uint64_t offset = fallback::recordLayout(job.options).restartLookupOffset(blockNo);
+  diag::log(LogLevel::kTrace, MessageId::kTrace,
+            "Seeking to fallback file offset on checkpoint/restart %I64d",
+            static_cast<std::int64_t>(offset));
+  if (!stream.seek(offset)) raiseSeekFailed();
+  std::uint32_t recordLength = 0;
+  if (stream.read(&recordLength, sizeof recordLength) != sizeof recordLength) {
+    diag::raise<MessageId::kFallbackLengthUnreadable>(diag::lastSystemErrorText().c_str());
+  }
+  if (!stream.seek(static_cast<std::uint64_t>(position))) raiseSeekFailed();
+}
+
+// Marks the stream as lost unless the restart is accepted.
+class LostUnlessAccepted {
+ public:
+  explicit LostUnlessAccepted(DeliveryState& state) : state_(state) {}
+  ~LostUnlessAccepted() {
+    if (asked_ && !accepted_) state_.streamLost = true;
+  }
+  LostUnlessAccepted(const LostUnlessAccepted&) = delete;
+  LostUnlessAccepted& operator=(const LostUnlessAccepted&) = delete;
+
+  void pipeAsked() noexcept { asked_ = true; }
+  void accept() noexcept { accepted_ = true; }
+
+ private:
+  DeliveryState& state_;
+  bool asked_ = false;
+  bool accepted_ = false;
+};
+
+// Reads the re-sent data block by block into the pending buffer, up to the block wanted.
+void skipResentData(Job& job, TallowRequestBlock& request, std::uint64_t wantedBlockNo,
+                    LostUnlessAccepted& guard) {
+  DeliveryState& state = job.state;
+  fallback::PendingBlock& pending = job.pending;
+  std::uint64_t blockNo = 0;
+  do {
+    ++blockNo;
+    lookUpLength(job, blockNo);
+    guard.pipeAsked();
+    const pipe::PipeRead read = pipe::readFullBlock(
+        job.pipe, job.options, pending.pendingData.get(), pending.pendingLength, blockNo);
+    state.pipeEof = read.end;
+    coverPipeBlock(job, blockNo, pending.pendingData.get(), pending.pendingLength, read);
+  } while (!state.pipeEof && blockNo < wantedBlockNo);
+
+  const bool isShort = pending.pendingLength < job.options.blockSize;
+  if (blockNo < wantedBlockNo || pending.pendingLength == 0 ||
+      // Blocks that were not full can't be counted again in the re-sent data.
+      (isShort && !job.options.needFullBlock)) {
+    refusePosition(request);
+  }
+}
+
+// Compares the data read so far with the signature of the sync point. False: the request fails.
+bool checkSignature(Job& job, TallowRequestBlock& request, const fallback::SyncPoint& point) {
+  constexpr int kMustMatch = 2;
+  const int check = job.options.signatureCheck;
+  if (check == 0 || (job.fallback.hasSignatures() &&
+                     fallback::md5OfCopy(job.state.md5Running.md5) == point.signature)) {
+    return true;
+  }
+  diag::logMessage<MessageId::kDataDiffers>(check == kMustMatch ? LogLevel::kError
+                                                                : LogLevel::kWarning);
+  if (check != kMustMatch) return true;
+  request.returnCode = pmrcDelivery;
+  if (!fallback::seekSilently(job.fallback, fallback::kSyncAreaOffset)) {
+    diag::raise<MessageId::kFallbackFileUnusable>(job.fallback.fallbackName.c_str());
+  }
+  return false;
+}
+
+void acceptPosition(Job& job, std::uint64_t blockNo) {
+  DeliveryState& state = job.state;
+  state.deliveryMode = DeliveryMode::kLive;
+  state.lastBlockNo = blockNo;
+  state.nextBlockNo = blockNo != 0 ? blockNo : 1;
+  state.checkpointBlockNo = blockNo;
+  state.md5AtCheckpoint = state.md5Running;
+  job.fallback.fileFirstBlockNo = kNoBlock;
+  job.fallback.fileLastBlockNo = kNoBlock;
+  if (blockNo != 0) {
+    job.pending.pendingBlockNo = blockNo;
+    state.lastPipeLength = job.pending.pendingLength;
+  }
+  diag::logMessage<MessageId::kRestarted>(LogLevel::kPosition);
+}
+
+}  // namespace
+
+void refusePosition(TallowRequestBlock& request) {
+  request.returnCode = pmrcBadPosition;
+  diag::raise<MessageId::kBadPosition>();
+}
+
+void restart(Job& job, TallowRequestBlock& request, std::uint64_t blockNo) {
+  const fallback::SyncPoint* point = fallback::findSyncPoint(job.fallback.syncPoints, blockNo);
+  if (point == nullptr) refusePosition(request);
+  LostUnlessAccepted guard(job.state);
+  if (blockNo != 0) skipResentData(job, request, blockNo, guard);
+  if (!checkSignature(job, request, *point)) return;
+  acceptPosition(job, blockNo);
+  guard.accept();
+}
+
+}  // namespace tallow::delivery
