@@ -1,0 +1,16 @@
+#include <windows.h>
+
+#include "diag/application.hpp"
+#include "entry/records.hpp"
+
+extern "C" BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, void* reserved) {
+  using tallow::diag::application;
+  if (reason == DLL_PROCESS_ATTACH) return application().start(module) ? TRUE : FALSE;
+  // At the end of a process (reserved is not null) everything is left to the system: its other
+  // threads are gone and may have left anything half done. The fallback file stays.
+  if (reason == DLL_PROCESS_DETACH && reserved == nullptr) {
+    tallow::entry::destroyAllModules();
+    application().end();
+  }
+  return TRUE;
+}

@@ -1,0 +1,195 @@
+#include <array>
+#include <exception>
+
+#include "delivery/requests.hpp"
+#include "diag/application.hpp"
+#include "diag/error.hpp"
+#include "diag/log.hpp"
+#include "diag/messages.hpp"
+#include "entry/handlers.hpp"
+
+namespace tallow::entry {
+
+namespace {
+
+using diag::LogLevel;
+using fallback::CloseKind;
+
+constexpr std::array kRequestNames = {
+    "undefined!",       "pmiPIDMOptInit",   "pmiPIDMOptOpen",   "pmiPIDMOptClose",
+    "pmiPIDMOptRead",   "pmiPIDMOptWrite",  "pmiPIDMOptGetPos", "pmiPIDMOptSetPos",
+    "pmiPIDMOptShut",   "pmiPIDMOptID",     "pmiPIDMOptCloseR", "pmiPIDMOptGetA_A",
+    "pmiPIDMOptGetF_A", "pmiPIDMOptPutA_A", "pmiPIDMOptPutF_A",
+};
+
+const char* requestName(std::uint32_t code) {
+  return kRequestNames[code < kRequestNames.size() ? code : 0];
+}
+
+std::string moduleTitle() {
+  return diag::message<MessageId::kModuleTitle>();
+}
+
+std::string failureWithoutText() {
+  return diag::message<MessageId::kFailedWithoutText>(moduleTitle().c_str());
+}
+
+// One call of PIDMMain: its blocks and the message area that a failure of it goes to.
+class Request {
+ public:
+  Request(TallowRequestBlock& request, void* parameters)
+      : request_(request), parameters_(parameters) {}
+
+  void handle() {
+    if (!diag::application().isLoadingThread()) {
+      diag::raise<MessageId::kForeignThread>(moduleTitle().c_str());
+    }
+    diag::log(LogLevel::kTrace, MessageId::kTrace, "Request Received: %s (%d)",
+              requestName(request_.requestCode), static_cast<int>(request_.requestCode));
+    dispatch();
+  }
+
+  // The three kinds of failure that can leave a request.
+  void report(const diag::CErrMsgException& failure) {
+    const char* what = failure.what();
+    const bool hasText = *what != '\0';
+    const std::string substitute = hasText ? std::string() : failureWithoutText();
+    const char* text = hasText ? what : substitute.c_str();
+    diag::logText(LogLevel::kError, hasText ? failure.id() : MessageId::kFailedWithoutText, text);
+    if (request_.returnCode == pmrcSuccess) diag::reportFailure(request_, area_, text);
+  }
+
+  void report(const std::exception& failure) {
+    if (request_.returnCode != pmrcSuccess) return;
+    const char* what = failure.what();
+    if (*what == '\0') {
+      reportUnknown();
+      return;
+    }
+    diag::logMessage<MessageId::kStandardException>(LogLevel::kError, what);
+    // The bare description, not the message that was logged.
+    diag::reportFailure(request_, area_, what);
+  }
+
+  void reportUnknown() {
+    if (request_.returnCode != pmrcSuccess) return;
+    const std::string text = failureWithoutText();
+    diag::logText(LogLevel::kError, MessageId::kFailedWithoutText, text.c_str());
+    diag::reportFailure(request_, area_, text);
+  }
+
+ private:
+  template <class Block>
+  Block& block() const {
+    return *static_cast<Block*>(parameters_);
+  }
+
+  // The record behind a block's handle, which also becomes the place for a failure text. A null
+  // handle is refused; any other is trusted.
+  template <class Record>
+  Record& record(void* handle) {
+    if (handle == nullptr) {
+      diag::raise<MessageId::kFailedWithoutText>(moduleTitle().c_str());
+    }
+    return *static_cast<Record*>(handle);
+  }
+
+  template <class Block>
+  ModuleInstance& instance() {
+    auto& found = record<ModuleInstance>(block<Block>().instanceHandle);
+    area_ = &found.messageArea;
+    return found;
+  }
+
+  void dispatch() {
+    switch (request_.requestCode) {
+      case pmiPIDMOptInit:
+        return init(request_, block<TallowInitBlock>());
+      case pmiPIDMOptOpen:
+        return open(record<ModuleRecord>(block<TallowOpenBlock>().moduleHandle), request_,
+                    block<TallowOpenBlock>());
+      case pmiPIDMOptClose:
+        return close(instance<TallowCloseBlock>(), CloseKind::kMayAsk);
+      case pmiPIDMOptCloseR:
+        return close(instance<TallowCloseBlock>(), CloseKind::kNeverAsks);
+      case pmiPIDMOptRead:
+        return delivery::read(instance<TallowReadBlock>().job, request_, block<TallowReadBlock>());
+      case pmiPIDMOptGetPos:
+        return delivery::getPos(instance<TallowPositionBlock>().job, request_,
+                                block<TallowPositionBlock>());
+      case pmiPIDMOptSetPos:
+        return delivery::setPos(instance<TallowPositionBlock>().job, request_,
+                                block<TallowPositionBlock>());
+      case pmiPIDMOptWrite:
+        return refuseWrite();
+      case pmiPIDMOptShut:
+        return;
+      case pmiPIDMOptID:
+        return identify(block<TallowIdBlock>());
+      case pmiPIDMOptGetA_A:
+      case pmiPIDMOptGetF_A:
+      case pmiPIDMOptPutA_A:
+      case pmiPIDMOptPutF_A:
+        return attribute();
+      default:
+        return refuseUnknown();
+    }
+  }
+
+  void attribute() {
+    auto* module = static_cast<ModuleRecord*>(block<TallowAttributeBlock>().moduleHandle);
+    if (module != nullptr) area_ = &module->options.messageArea;
+    handleAttribute(module, request_, block<TallowAttributeBlock>());
+  }
+
+  void refuseWrite() {
+    diag::logMessage<MessageId::kRequestNotSupported>(LogLevel::kError, moduleTitle().c_str());
+    request_.returnCode = pmrcNotSupported;
+  }
+
+  void refuseUnknown() {
+    const std::string host = diag::hostProgramName();
+    request_.returnCode = pmrcUnknownRequest;
+    diag::logMessage<MessageId::kUnknownRequest>(
+        LogLevel::kError, moduleTitle().c_str(), requestName(request_.requestCode),
+        static_cast<int>(request_.requestCode), host.c_str());
+  }
+
+  TallowRequestBlock& request_;
+  void* parameters_;
+  diag::MessageArea* area_ = nullptr;  // null: the module-wide one
+};
+
+// Runs one way of reporting a failure; a failure in it is return code 12.
+template <class Report>
+void guarded(TallowRequestBlock& request, Report&& report) noexcept {
+  try {
+    report();
+  } catch (...) {
+    request.returnCode = pmrcReportFailed;
+    try {
+      diag::logMessage<MessageId::kReportFailed>(LogLevel::kError);
+    } catch (...) {
+      // Nothing is left to tell it with.
+      return;
+    }
+  }
+}
+
+}  // namespace
+
+extern "C" __declspec(dllexport) void PIDMMain(TallowRequestBlock* request, void* parameters) {
+  request->returnCode = pmrcSuccess;
+  Request call(*request, parameters);
+  try {
+    call.handle();
+  } catch (const diag::CErrMsgException& failure) {
+    guarded(*request, [&] { call.report(failure); });
+  } catch (const std::exception& failure) {
+    guarded(*request, [&] { call.report(failure); });
+  } catch (...) {
+    guarded(*request, [&] { call.reportUnknown(); });
+  }
+}
+
+}  // namespace tallow::entry
