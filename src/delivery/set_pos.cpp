@@ -70,6 +70,9 @@ void reposition(Job& job, TallowRequestBlock& request, std::uint64_t position) {
 
 std::uint64_t takePosition(const TallowPositionBlock& block) {
   if (block.positionLength != TALLOW_POSITION_SIZE) diag::raise<MessageId::kBadPositionLength>();
+  if (block.position == nullptr) {
+    diag::raise<MessageId::kFailedWithoutText>(diag::message<MessageId::kModuleTitle>().c_str());
+  }
   std::uint64_t position = 0;
   std::memcpy(&position, block.position, sizeof position);
   diag::log(diag::LogLevel::kTrace, MessageId::kTrace, "SetPos to block no. %I64u.", position);
@@ -86,9 +89,6 @@ void setPos(Job& job, TallowRequestBlock& request, TallowPositionBlock& block) {
   }
   state.eofReturned = false;
   state.pipeEof = false;
-  if (block.position == nullptr) {
-    diag::raise<MessageId::kFailedWithoutText>(diag::message<MessageId::kModuleTitle>().c_str());
-  }
   if (!job.fallback.fallbackFile) diag::raise<MessageId::kNoFallbackFile>();
   const std::uint64_t position = takePosition(block);
   if (position == kNoBlock) refusePosition(request);

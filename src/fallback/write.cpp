@@ -55,12 +55,9 @@ bool writePendingBlock(FallbackFile& file, const config::OptionsRecord& options,
   pending.pendingBlockNo = kNoBlock;  // also when it can't be written
   const bool startsArea = mode == PendingWrite::kMayStartArea && blockNo == checkpointBlockNo;
   if (startsArea && !seek(file, kDataStartOffset)) return false;
-  // The stream stands there already, unless an earlier step failed half-way.
-  const bool isFirst = file.fileFirstBlockNo == kNoBlock;
-  if (isFirst && !startsArea && !seekSilently(file, kDataStartOffset)) return false;
   if (!writeRecord(file, recordLayout(options), pending, blockNo)) return false;
 
-  const bool becomesFirst = startsArea || isFirst;
+  const bool becomesFirst = startsArea || file.fileFirstBlockNo == kNoBlock;
   if (becomesFirst) file.fileFirstBlockNo = blockNo;
   file.fileLastBlockNo = blockNo;
   return becomesFirst;
