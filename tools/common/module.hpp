@@ -78,6 +78,9 @@ class Instance {
   void setPos(std::uint64_t position);
   void close();
   void closeR();
+  /// Leaves the instance to the module, which destroys it when it is unloaded and keeps the
+  /// fallback file in any case.
+  void abandon() noexcept { handle_ = nullptr; }
 
  private:
   friend class Module;

@@ -87,11 +87,28 @@ std::uint64_t OutputFile::size() const {
   return static_cast<std::uint64_t>(size.QuadPart);
 }
 
+bool OutputFile::isOrdinary() const noexcept {
+  return GetFileType(get()) == FILE_TYPE_DISK;
+}
+
 void OutputFile::cutTo(std::uint64_t length) {
   LARGE_INTEGER position{};
   position.QuadPart = static_cast<LONGLONG>(length);
   if (!SetFilePointerEx(get(), position, nullptr, FILE_BEGIN) || !SetEndOfFile(get())) {
     fail("cannot cut back", name_);
+  }
+}
+
+void renameFile(const std::string& from, const std::string& to) {
+  if (!MoveFileExW(toWide(from).c_str(), toWide(to).c_str(),
+                   MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
+    fail("cannot replace", to);
+  }
+}
+
+void removeFile(const std::string& path) {
+  if (!DeleteFileW(toWide(path).c_str()) && GetLastError() != ERROR_FILE_NOT_FOUND) {
+    fail("cannot delete", path);
   }
 }
 
@@ -102,10 +119,7 @@ void replaceFile(const std::string& path, std::string_view content) {
     file.write(std::as_bytes(std::span(content)));
     file.flushToDisk();
   }
-  if (!MoveFileExW(toWide(temporary).c_str(), toWide(path).c_str(),
-                   MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
-    fail("cannot replace", path);
-  }
+  renameFile(temporary, path);
 }
 
 std::string readTextFile(const std::string& path, std::uint64_t limit) {

@@ -25,6 +25,8 @@ class OutputFile {
   /// Forces what was written to disk.
   void flushToDisk();
   std::uint64_t size() const;
+  /// A file on a disk, neither a device nor a pipe.
+  bool isOrdinary() const noexcept;
   /// Cuts the file to `length` bytes and goes on writing there.
   void cutTo(std::uint64_t length);
   const std::string& name() const noexcept { return name_; }
@@ -37,6 +39,12 @@ class OutputFile {
   UniqueFileHandle owned_;
   HANDLE standard_ = INVALID_HANDLE_VALUE;
 };
+
+/// Renames in one step, over a file that has the name already.
+void renameFile(const std::string& from, const std::string& to);
+
+/// Deletes a file; it may be gone already.
+void removeFile(const std::string& path);
 
 /// Replaces the file in one step: whoever looks sees the old content or the new one, also after a
 /// crash. Writes `path`.tmp, forces it to disk and renames it.

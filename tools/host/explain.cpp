@@ -1,0 +1,107 @@
+#include "host/explain.hpp"
+
+#include <io.h>
+#include <windows.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+#include "common/text.hpp"
+#include "host/init_string.hpp"
+
+namespace tallow::host {
+namespace {
+
+using nlohmann::ordered_json;
+
+/// The two options that name a folder are only good when it is there and can be written to.
+void checkFolders(InitStringReport& report) {
+  constexpr int kWritePermission = 2;
+  for (ExplainedOption& option : report.options) {
+    const bool isFolder =
+        option.canonical == "Fallback_Directory" || option.canonical == "Log_directory";
+    if (!option.good || !isFolder) continue;
+    const std::wstring path = tools::toWide(option.value);
+    const DWORD attributes = GetFileAttributesW(path.c_str());
+    option.good = false;
+    if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
+      option.text = "is not a folder; create it or name another";
+    } else if (_waccess(path.c_str(), kWritePermission) != 0) {
+      option.text = "cannot be written to; check its permissions or name another folder";
+    } else {
+      option.good = true;
+    }
+  }
+}
+
+ordered_json toJson(const InitStringReport& report) {
+  ordered_json options = ordered_json::array();
+  for (const ExplainedOption& option : report.options) {
+    options.push_back({{"keyword", option.keyword},
+                       {"option", option.canonical.empty() ? ordered_json(nullptr)
+                                                           : ordered_json(option.canonical)},
+                       {"value", option.value},
+                       {"good", option.good},
+                       {"text", option.text}});
+  }
+  const EffectiveOptions& effective = report.effective;
+  return {{"accepted", report.accepted()},
+          {"options", options},
+          {"ending", report.ending},
+          {"inForce",
+           {{"Need_Full_Block", effective.needFullBlock},
+            {"Pipe_Wait", effective.pipeWait},
+            {"Block_size", effective.blockSize},
+            {"Fallback_file", effective.fallbackFile},
+            {"Fallback_Directory", effective.fallbackDirectory},
+            {"Signature_check", effective.signatureCheck},
+            {"Log_directory", effective.logDirectory},
+            {"Log_level", effective.logLevel},
+            {"No_FallBack", effective.noFallback}}}};
+}
+
+std::string written(const ExplainedOption& option) {
+  const std::string& name = option.canonical.empty() ? option.keyword : option.canonical;
+  const bool showValue = !option.value.empty() && option.canonical != "No_FallBack";
+  return showValue ? name + "=" + option.value : name;
+}
+
+void printText(const InitStringReport& report) {
+  std::size_t width = 0;
+  for (const auto& option : report.options) width = std::max(width, written(option).size());
+  for (const ExplainedOption& option : report.options) {
+    std::printf("%s  %-*s  %s\n", option.good ? "ok   " : "WRONG", static_cast<int>(width),
+                written(option).c_str(), option.text.c_str());
+  }
+  if (!report.ending.empty()) {
+    std::printf("%s  %s\n", report.endsTheParse ? "WRONG" : "note ", report.ending.c_str());
+  }
+  if (report.options.empty() && report.ending.empty()) std::printf("no options: all defaults\n");
+  if (!report.accepted()) {
+    std::printf("The module refuses this string.\n");
+    return;
+  }
+  const EffectiveOptions& effective = report.effective;
+  std::printf(
+      "In force: blocks of %u bytes%s, %s, Signature_check %u, Pipe_Wait %u ms, log %s.\n",
+      effective.blockSize, effective.needFullBlock ? "" : " at most",
+      effective.noFallback ? "no fallback file" : "fallback file from the first checkpoint",
+      effective.signatureCheck, effective.pipeWait,
+      effective.logLevel == 0 ? "off" : ("level " + std::to_string(effective.logLevel)).c_str());
+}
+
+}  // namespace
+
+tools::ExitStatus printExplanation(const std::string& initString, bool json) {
+  InitStringReport report = explainInitString(initString);
+  checkFolders(report);
+  if (json) {
+    std::printf("%s\n", toJson(report).dump(2).c_str());
+  } else {
+    printText(report);
+  }
+  return report.accepted() ? tools::ExitStatus::kDone : tools::ExitStatus::kFailed;
+}
+
+}  // namespace tallow::host

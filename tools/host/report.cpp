@@ -1,0 +1,118 @@
+#include "host/report.hpp"
+
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+#include "common/formatting.hpp"
+#include "common/program.hpp"
+#include "common/return_codes.hpp"
+#include "common/text.hpp"
+
+namespace tallow::host {
+namespace {
+
+using nlohmann::ordered_json;
+using tools::ExitStatus;
+
+ordered_json orNull(const std::optional<std::uint64_t>& number) {
+  return number ? ordered_json(*number) : ordered_json(nullptr);
+}
+
+ordered_json moduleJson(const Outcome& outcome) {
+  if (!outcome.module) return nullptr;
+  ordered_json components = ordered_json::array();
+  for (const client::ComponentVersion& component : outcome.module->components) {
+    components.push_back({{"name", component.name}, {"version", component.version}});
+  }
+  return {{"name", outcome.module->name},
+          {"version", outcome.module->version},
+          {"components", components}};
+}
+
+ordered_json errorJson(const Outcome& outcome) {
+  if (outcome.error.empty()) return nullptr;
+  ordered_json error = {{"text", outcome.error}, {"request", nullptr}};
+  if (outcome.request) {
+    error["request"] = {{"name", client::requestName(outcome.request->request())},
+                        {"returnCode", outcome.request->code()},
+                        {"returnCodeName", client::returnCodeName(outcome.request->code())},
+                        {"failureText", tools::ansiToUtf8(outcome.request->failureText())}};
+  }
+  return error;
+}
+
+std::string statusName(ExitStatus status) {
+  if (status == ExitStatus::kDone) return "done";
+  return status == ExitStatus::kRestartable ? "restartable" : "failed";
+}
+
+ordered_json toJson(const JobPlan& plan, const Outcome& outcome) {
+  const JobCounts& counts = outcome.counts;
+  const double rate =
+      counts.seconds > 0 ? static_cast<double>(counts.readBytes) / counts.seconds : 0;
+  return {{"status", statusName(outcome.status)},
+          {"exitStatus", static_cast<int>(outcome.status)},
+          {"module", moduleJson(outcome)},
+          {"pipe", plan.pipe},
+          {"output", plan.output},
+          {"init", plan.moduleInit},
+          {"blockSize", counts.blockSize},
+          {"blocks", counts.blocks},
+          {"bytes", counts.outputBytes},
+          {"seconds", counts.seconds},
+          {"bytesPerSecond", rate},
+          {"checkpoints", counts.checkpoints},
+          {"rewound", counts.rewound},
+          {"restartedFrom", plan.restart ? ordered_json(plan.restart->position) : nullptr},
+          {"recordedPosition", orNull(counts.recordedPosition)},
+          {"error", errorJson(outcome)}};
+}
+
+void printSummary(std::FILE* stream, const JobPlan& plan, const Outcome& outcome) {
+  const JobCounts& counts = outcome.counts;
+  if (plan.restart && plan.restart->finished) {
+    std::fprintf(stream, "the job in %s is done already: nothing to restart\n",
+                 plan.statePath.c_str());
+    return;
+  }
+  std::string text = outcome.status == ExitStatus::kDone ? "done: " : "stopped: ";
+  text += tools::formatCount(counts.blocks, "block");
+  text += ", " + tools::formatBytes(counts.outputBytes);
+  text += " in " + tools::formatDuration(counts.seconds);
+  text += " (" + tools::formatRate(counts.readBytes, counts.seconds) + ")";
+  if (counts.checkpoints > 0) text += ", " + tools::formatCount(counts.checkpoints, "checkpoint");
+  if (plan.restart) text += ", restarted from block " + std::to_string(plan.restart->position);
+  if (counts.rewound) text += ", rewound once";
+  if (outcome.module) text += ", " + outcome.module->name + " " + outcome.module->version;
+  std::fprintf(stream, "%s\n", text.c_str());
+}
+
+/// Double quotes where a blank asks for them.
+std::string quoted(const std::string& argument) {
+  return argument.find(' ') == std::string::npos ? argument : "\"" + argument + "\"";
+}
+
+}  // namespace
+
+std::string restartCommand(const Settings& settings) {
+  std::string command = "tallow-host --state " + quoted(settings.state) + " --restart";
+  command += " --checkpoint-every " + std::to_string(settings.checkpointEvery);
+  if (!settings.module.empty()) command += " --module " + quoted(settings.module);
+  return command;
+}
+
+void printReport(const Settings& settings, const JobPlan& plan, const Outcome& outcome) {
+  // Standard output may be the data.
+  std::FILE* const stream = plan.output == "-" ? stderr : stdout;
+  if (settings.json) {
+    std::fprintf(stream, "%s\n",
+                 toJson(plan, outcome)
+                     .dump(2, ' ', false, nlohmann::detail::error_handler_t::replace)
+                     .c_str());
+  } else if (outcome.error.empty() || outcome.status == ExitStatus::kRestartable) {
+    printSummary(stream, plan, outcome);
+  }
+  if (!outcome.error.empty()) tools::printError(outcome.error);
+}
+
+}  // namespace tallow::host

@@ -1,0 +1,35 @@
+// The command line of tallow-host.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "common/tool_error.hpp"
+#include "host/job_state.hpp"
+
+namespace tallow::host {
+
+/// As given; an absent text is none, so that a restart can take it from the state.
+struct Settings {
+  std::optional<std::string> pipe;
+  std::optional<std::string> output;
+  std::optional<std::string> init;
+  std::vector<Attribute> attributes;
+  std::string module;                 // empty: beside the program
+  std::string state;                  // empty: no state file
+  std::uint64_t checkpointEvery = 0;  // blocks; 0: never
+  std::uint64_t rewindAfter = 0;      // checkpoints; 0: never
+  bool restart = false;
+  bool startOver = false;
+  bool closeR = false;
+  bool json = false;
+  std::optional<std::string> explain;
+};
+
+/// Fills `settings`; the exit status when there is nothing more to do. Throws MisuseError.
+std::optional<tools::ExitStatus> readCommandLine(std::vector<std::string> arguments,
+                                                 Settings& settings);
+
+}  // namespace tallow::host
