@@ -54,6 +54,12 @@ OutputFile OutputFile::create(const std::string& path) {
   return file;
 }
 
+OutputFile OutputFile::openOrCreate(const std::string& path) {
+  OutputFile file(path, openFor(path, GENERIC_WRITE, OPEN_ALWAYS), true);
+  if (!file.owned_) fail("cannot create", path);
+  return file;
+}
+
 OutputFile OutputFile::openExisting(const std::string& path) {
   OutputFile file(path, openFor(path, GENERIC_WRITE, OPEN_EXISTING), true);
   if (!file.owned_) fail("cannot open", path);

@@ -16,6 +16,8 @@ class OutputFile {
  public:
   /// Creates the file, or empties it when it is there.
   static OutputFile create(const std::string& path);
+  /// Creates the file unless it is there; its content stays.
+  static OutputFile openOrCreate(const std::string& path);
   /// Opens a file that must be there, to cut it back and go on.
   static OutputFile openExisting(const std::string& path);
   /// Writes to standard output; flush does nothing then.

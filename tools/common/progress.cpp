@@ -37,6 +37,12 @@ Progress::Progress(std::string label, std::optional<std::uint64_t> totalBytes)
 
 Progress::~Progress() = default;
 
+void Progress::setDetail(const std::function<std::string()>& detail) {
+  if (!drawer_.joinable()) return;
+  const std::lock_guard lock(detailMutex_);
+  detail_ = detail();
+}
+
 void Progress::draw(const std::stop_token& stop) {
   std::mutex mutex;
   std::condition_variable_any wake;
@@ -68,6 +74,8 @@ std::string Progress::line(double elapsed) const {
     const double left = static_cast<double>(*totalBytes_ - bytes) * elapsed;
     text += ", " + formatDuration(left / static_cast<double>(fresh)) + " left";
   }
+  const std::lock_guard lock(detailMutex_);
+  if (!detail_.empty()) text += ", " + detail_;
   return text;
 }
 

@@ -4,6 +4,8 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <functional>
+#include <mutex>
 #include <optional>
 #include <stop_token>
 #include <string>
@@ -30,6 +32,8 @@ class Progress {
     bytes_.store(bytes, std::memory_order_relaxed);
     blocks_.store(blocks, std::memory_order_relaxed);
   }
+  /// Text for the end of the line. Does nothing when nobody sees it.
+  void setDetail(const std::function<std::string()>& detail);
   /// Where a restarted job goes on: what lies before does not count for the rate.
   void startAt(std::uint64_t bytes, std::uint64_t blocks) noexcept {
     firstBytes_.store(bytes, std::memory_order_relaxed);
@@ -41,6 +45,8 @@ class Progress {
   std::string line(double elapsed) const;
 
   std::string label_;
+  mutable std::mutex detailMutex_;
+  std::string detail_;
   std::optional<std::uint64_t> totalBytes_;
   std::atomic<std::uint64_t> firstBytes_ = 0;
   std::atomic<std::uint64_t> bytes_ = 0;
