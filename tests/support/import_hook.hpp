@@ -20,11 +20,7 @@ bool importsFunction(HMODULE module, const char* name);
 // stood there. Throws std::runtime_error when the module does not import `name`.
 void* replaceImport(HMODULE module, const char* name, void* replacement);
 
-// Whether `module` has not been unloaded yet.
-bool isLoaded(HMODULE module);
-
-// Runs `replacement` instead of one imported function until it is destroyed or the module is
-// unloaded. `Tag` (any type)
+// Runs `replacement` instead of one imported function until it is destroyed. `Tag` (any type)
 // tells the hooks of a program apart: at most one hook per tag and signature lives at a time.
 // Functions with a variable argument list cannot be hooked.
 //
@@ -51,9 +47,7 @@ class Hook<Tag, Result(Arguments...)> {
     }
   }
   ~Hook() {
-    if (isLoaded(module_)) {
-      replaceImport(module_, name_.c_str(), reinterpret_cast<void*>(original_));
-    }
+    replaceImport(module_, name_.c_str(), reinterpret_cast<void*>(original_));
     current_ = nullptr;
   }
   Hook(const Hook&) = delete;

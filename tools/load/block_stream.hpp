@@ -1,0 +1,48 @@
+// The job's data, block by block, as the module delivers it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "common/module.hpp"
+
+namespace tallow::load {
+
+/// One open pipe behind the module. The fallback file stays at the end, whatever was read, unless
+/// finish() was called.
+class BlockStream {
+ public:
+  /// `initString` and `pipe` are UTF-8. Throws client::RequestFailed.
+  BlockStream(const std::string& modulePath, const std::string& initString,
+              const std::string& pipe);
+
+  /// The next block, valid until the next call; nothing at the end of the data.
+  std::optional<std::string_view> read();
+  std::uint64_t getPos() { return instance_->getPos(); }
+  void setPos(std::uint64_t position) { instance_->setPos(position); }
+  /// The job is done: closes the pipe and lets the fallback file go.
+  void finish();
+
+ private:
+  client::Module module_;
+  void* handle_ = nullptr;
+  std::optional<client::Instance> instance_;
+  std::vector<std::byte> buffer_;
+};
+
+/// Where the module keeps the job's fallback file, in UTF-8. The initialisation string must be one
+/// that the module accepts and that names the file.
+std::string fallbackPath(const std::string& initString);
+
+/// The initialisation string with a Fallback_file of the job's own, unless it names one: the module
+/// finds a file that it named itself again only when its working directory is the file's folder.
+std::string withFallbackFile(const std::string& initString, const std::string& job,
+                             const std::string& pipe);
+
+bool fileIsThere(const std::string& path);
+
+}  // namespace tallow::load

@@ -1,0 +1,73 @@
+// Rows on their way into the table: many rows a statement, values as text.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "load/odbc.hpp"
+#include "load/row_parser.hpp"
+
+namespace tallow::load {
+
+/// The database refused a statement because of a value or a row of it.
+class RowsRefused : public DatabaseError {
+ public:
+  RowsRefused(const DatabaseError& error, std::vector<std::uint64_t> rows)
+      : DatabaseError(error), rows_(std::move(rows)) {}
+  /// The statement's rows, by number; at least one.
+  const std::vector<std::uint64_t>& rows() const noexcept { return rows_; }
+
+ private:
+  std::vector<std::uint64_t> rows_;
+};
+
+/// Collects rows and inserts them. Values are copied into one cell each, whose address is bound
+/// once; only a value that is longer than a cell costs a call to bind it where it lies.
+class InsertBatch {
+ public:
+  /// `rows` a statement, at least 1. The connection must outlive the batch.
+  InsertBatch(const Connection& connection, std::string table,
+              std::vector<std::string> quotedColumns, std::size_t rows,
+              std::optional<std::string> nullText);
+
+  std::size_t columns() const noexcept { return columns_.size(); }
+  bool full() const noexcept { return numbers_.size() == capacity_; }
+  bool empty() const noexcept { return numbers_.empty(); }
+
+  /// The batch must not be full, and the row must have columns() fields.
+  void add(std::uint64_t number, std::span<const Field> fields);
+  /// Inserts what was collected. Throws RowsRefused or DatabaseError; the transaction is then to be
+  /// rolled back, and the batch to be cleared.
+  void insert();
+  void clear() noexcept { numbers_.clear(); }
+
+ private:
+  struct Prepared {
+    explicit Prepared(const Connection& connection) : statement(connection) {}
+    Statement statement;
+    std::vector<const char*> bound;  // where each parameter points to
+  };
+
+  Prepared& prepared(std::size_t rows);
+  void insertPiece(std::size_t first, std::size_t rows);
+  void bind(Prepared& statement, std::size_t parameter, std::size_t cell);
+
+  const Connection& connection_;
+  std::string table_;
+  std::vector<std::string> columns_;
+  std::size_t capacity_;
+  std::optional<std::string> nullText_;
+
+  std::vector<char> cells_;
+  std::vector<SQLLEN> lengths_;                    // of the cells' values; SQL_NULL_DATA for null
+  std::map<std::size_t, std::string> longValues_;  // by cell
+  std::vector<std::uint64_t> numbers_;             // of the collected rows
+  std::map<std::size_t, std::unique_ptr<Prepared>> statements_;  // by rows
+};
+
+}  // namespace tallow::load

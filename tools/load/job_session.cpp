@@ -1,0 +1,103 @@
+#include "load/job_session.hpp"
+
+#include <utility>
+
+#include "load/job_table.hpp"
+
+namespace tallow::load {
+
+using tools::ToolError;
+
+JobSession::JobSession(std::string connectionString, std::string job, JobSettings settings)
+    : connectionString_(std::move(connectionString)),
+      job_(std::move(job)),
+      settings_(std::move(settings)) {
+  connect();
+  provideJobTable(*connection_);
+}
+
+void JobSession::connect() {
+  connection_.reset();
+  connection_ = std::make_unique<Connection>(connectionString_);
+}
+
+std::optional<JobRecord> JobSession::look() {
+  std::optional<JobRecord> record = readJob(*connection_, job_);
+  connection_->rollback();
+  return record;
+}
+
+/// Adds 1 to the row's commit number and reads the row, all in the transaction at hand. Waits for
+/// what an earlier connection still has under way.
+std::optional<JobRecord> JobSession::claim() {
+  if (!claimJob(*connection_, job_)) return std::nullopt;
+  return readJob(*connection_, job_);
+}
+
+void JobSession::take(RunMode mode, const JobProgress& start) {
+  const JobRecord fresh{settings_, start, 1};
+  std::optional<JobRecord> record = claim();
+  if (!record && mode != RunMode::kRestart) {
+    try {
+      makeJob(*connection_, job_, fresh);
+      connection_->commit();
+      belief_ = {start, fresh.commitNumber, std::nullopt, 0};
+      return;
+    } catch (const DatabaseError& error) {
+      if (classify(error.diagnostic(), connection_->dialect(), Step::kInsert) != Fault::kBadRow) {
+        throw;
+      }
+    }
+    // Another loader has made the row at the same moment.
+    connection_->rollback();
+    record = claim();
+  }
+  // The table was looked at before, so that its rows do not count again here.
+  const Beginning beginning = decideBeginning(mode, job_, record, settings_, 0);
+  if (beginning.kind == Beginning::Kind::kRefused || !record) {
+    connection_->rollback();
+    throw ToolError(beginning.reason.empty() ? "the job's row is gone; try again"
+                                             : beginning.reason);
+  }
+  if (beginning.kind == Beginning::Kind::kFromTheStart) {
+    record->settings = settings_;
+    record->progress = start;
+    writeJob(*connection_, job_, *record);
+  }
+  connection_->commit();
+  belief_ = {record->progress, record->commitNumber, std::nullopt, 0};
+}
+
+void JobSession::withdraw() {
+  connection_->rollback();
+  removeJob(*connection_, job_, belief_.commitNumber);
+  connection_->commit();
+}
+
+void JobSession::commit(const JobProgress& progress) {
+  if (!writeJob(*connection_, job_, {settings_, progress, belief_.commitNumber})) {
+    connection_->rollback();
+    throw JobTaken(job_);
+  }
+  belief_.inDoubt = progress;
+  connection_->commit();
+  belief_.committed = progress;
+  belief_.inDoubt.reset();
+}
+
+AfterReconnection JobSession::reconnect() {
+  connect();
+  ++belief_.unansweredClaims;
+  const std::optional<JobRecord> row = claim();
+  if (!row) {
+    connection_->rollback();
+    return AfterReconnection::kTaken;
+  }
+  connection_->commit();
+  --belief_.unansweredClaims;
+  const AfterReconnection outcome = decideAfterReconnection(belief_, *row);
+  belief_ = {row->progress, row->commitNumber, std::nullopt, 0};
+  return outcome;
+}
+
+}  // namespace tallow::load

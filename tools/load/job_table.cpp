@@ -1,0 +1,178 @@
+#include "load/job_table.hpp"
+
+#include <array>
+#include <utility>
+
+#include "common/tool_error.hpp"
+
+namespace tallow::load {
+namespace {
+
+using tools::ToolError;
+
+constexpr const char* kTable = "tallow_checkpoint";
+
+/// All columns but the key, in the order of bindRecord and readRecord. Names that no database
+/// reserves.
+constexpr std::array kColumns = {
+    "block_position", "unfinished_row",   "rows_loaded",    "rows_rejected",
+    "line_breaks",    "bytes_read",       "rejects_length", "reasons_length",
+    "header_state",   "columns_in_force", "job_done",       "pipe_name",
+    "target_table",   "field_delimiter",  "null_text",      "init_string"};
+
+std::string createSql(const std::string& textType) {
+  const std::string text = " " + textType;
+  const std::string count = " BIGINT NOT NULL";
+  return std::string("CREATE TABLE ") + kTable + " (job VARCHAR(255) NOT NULL PRIMARY KEY, " +
+         "block_position" + count + ", unfinished_row" + text + ", rows_loaded" + count +
+         ", rows_rejected" + count + ", line_breaks" + count + ", bytes_read" + count +
+         ", rejects_length" + count + ", reasons_length" + count +
+         ", header_state VARCHAR(8) NOT NULL, columns_in_force" + text + ", job_done" + count +
+         ", commit_number" + count + ", pipe_name" + text + ", target_table" + text +
+         ", field_delimiter VARCHAR(8) NOT NULL, null_text" + text + ", init_string" + text + ")";
+}
+
+std::string columnList() {
+  std::string list;
+  for (const char* column : kColumns) {
+    if (!list.empty()) list += ", ";
+    list += column;
+  }
+  return list;
+}
+
+void bindRecord(Statement& statement, const JobRecord& record) {
+  const JobProgress& progress = record.progress;
+  statement.bindNumber(progress.position);
+  statement.bindText(toHex(progress.unfinishedRow));
+  statement.bindNumber(progress.rows);
+  statement.bindNumber(progress.rejects);
+  statement.bindNumber(progress.lines);
+  statement.bindNumber(progress.bytes);
+  statement.bindNumber(progress.rejectsLength);
+  statement.bindNumber(progress.reasonsLength);
+  statement.bindText(std::string(headerName(progress.header)));
+  statement.bindText(joinColumns(progress.columns));
+  statement.bindNumber(progress.done ? 1 : 0);
+  const JobSettings& settings = record.settings;
+  statement.bindText(settings.pipe);
+  statement.bindText(settings.table);
+  statement.bindText(toHex({&settings.delimiter, 1}));
+  statement.bindText(settings.nullText);
+  statement.bindText(settings.init);
+}
+
+template <typename T>
+T must(std::optional<T> value) {
+  if (value) return std::move(*value);
+  throw ToolError(std::string("the job's row in ") + kTable +
+                  " is damaged; remove it and the rows that the job has loaded, and begin anew");
+}
+
+/// Columns are read in their order: not every driver can go back.
+JobRecord readRecord(Statement& row) {
+  JobRecord record;
+  JobProgress& progress = record.progress;
+  JobSettings& settings = record.settings;
+  progress.position = row.number(1);
+  progress.unfinishedRow = must(fromHex(row.text(2).value_or("")));
+  progress.rows = row.number(3);
+  progress.rejects = row.number(4);
+  progress.lines = row.number(5);
+  progress.bytes = row.number(6);
+  progress.rejectsLength = row.number(7);
+  progress.reasonsLength = row.number(8);
+  progress.header = must(headerFromName(row.text(9).value_or("")));
+  progress.columns = must(splitColumns(row.text(10).value_or("")));
+  progress.done = row.number(11) != 0;
+  settings.pipe = row.text(12).value_or("");
+  settings.table = row.text(13).value_or("");
+  const std::string delimiter = must(fromHex(row.text(14).value_or("")));
+  settings.delimiter = delimiter.size() == 1 ? delimiter.front() : must(std::optional<char>());
+  settings.nullText = row.text(15);
+  settings.init = row.text(16).value_or("");
+  record.commitNumber = row.number(17);
+  return record;
+}
+
+bool jobTableIsThere(Connection& connection) {
+  bool there = true;
+  try {
+    Statement(connection)
+        .execute(std::string("SELECT job, commit_number FROM ") + kTable + " WHERE 1 = 0");
+  } catch (const DatabaseError& error) {
+    if (classify(error.diagnostic(), connection.dialect(), Step::kOther) == Fault::kLost) throw;
+    there = false;
+  }
+  connection.rollback();
+  return there;
+}
+
+}  // namespace
+
+void provideJobTable(Connection& connection) {
+  if (jobTableIsThere(connection)) return;
+  try {
+    Statement(connection).execute(createSql(connection.textType()));
+    connection.commit();
+  } catch (const DatabaseError&) {
+    // Another load may have made it at the same moment.
+    connection.rollback();
+    if (!jobTableIsThere(connection)) throw;
+  }
+}
+
+std::optional<JobRecord> readJob(const Connection& connection, const std::string& job) {
+  Statement statement(connection);
+  statement.prepare("SELECT " + columnList() + ", commit_number FROM " + kTable + " WHERE job = ?");
+  statement.bindText(job);
+  statement.executePrepared();
+  if (!statement.fetch()) return std::nullopt;
+  return readRecord(statement);
+}
+
+bool claimJob(const Connection& connection, const std::string& job) {
+  Statement statement(connection);
+  statement.prepare(std::string("UPDATE ") + kTable +
+                    " SET commit_number = commit_number + 1 WHERE job = ?");
+  statement.bindText(job);
+  statement.executePrepared();
+  return statement.changedRows() == 1;
+}
+
+void makeJob(const Connection& connection, const std::string& job, const JobRecord& record) {
+  std::string values;
+  for (std::size_t i = 0; i < kColumns.size(); ++i) values += "?, ";
+  Statement statement(connection);
+  statement.prepare(std::string("INSERT INTO ") + kTable + " (" + columnList() +
+                    ", commit_number, job) VALUES (" + values + "1, ?)");
+  bindRecord(statement, record);
+  statement.bindText(job);
+  statement.executePrepared();
+}
+
+bool writeJob(const Connection& connection, const std::string& job, const JobRecord& record) {
+  std::string assignments;
+  for (const char* column : kColumns) {
+    if (!assignments.empty()) assignments += ", ";
+    assignments += std::string(column) + " = ?";
+  }
+  Statement statement(connection);
+  statement.prepare(std::string("UPDATE ") + kTable + " SET " + assignments +
+                    " WHERE job = ? AND commit_number = ?");
+  bindRecord(statement, record);
+  statement.bindText(job);
+  statement.bindNumber(record.commitNumber);
+  statement.executePrepared();
+  return statement.changedRows() == 1;
+}
+
+void removeJob(const Connection& connection, const std::string& job, std::uint64_t commitNumber) {
+  Statement statement(connection);
+  statement.prepare(std::string("DELETE FROM ") + kTable + " WHERE job = ? AND commit_number = ?");
+  statement.bindText(job);
+  statement.bindNumber(commitNumber);
+  statement.executePrepared();
+}
+
+}  // namespace tallow::load

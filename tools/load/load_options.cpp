@@ -1,0 +1,191 @@
+#include "load/load_options.hpp"
+
+#include <algorithm>
+
+#include "common/pipe_names.hpp"
+#include "common/program.hpp"
+#include "host/init_string.hpp"
+
+namespace tallow::load {
+namespace {
+
+using tools::ExitStatus;
+using tools::MisuseError;
+
+constexpr std::size_t kLongestJobName = 255;
+
+constexpr const char* kExamples = R"(Examples:
+  Load CSV with a header into an SQLite table, made if it is not there:
+    tallow-load --pipe \\.\pipe\orders --to "Driver={SQLite3};Database=orders.db"
+                --table orders --header --create
+  Load into PostgreSQL, setting aside up to 100 bad rows:
+    tallow-load --pipe \\.\pipe\orders --table orders --rejects bad.csv --max-rejects 100
+                --to "Driver={PostgreSQL Unicode};Server=db;Database=shop;Uid=loader"
+  Go on after a failure; the writer sends the same data again from its beginning:
+    the same command with --restart
+
+The position of the load stands in the database, in the table tallow_checkpoint, and is committed
+together with the rows: whatever dies, a restart puts every row into the table exactly once.
+
+Exit status: 0 done, 1 failed, 2 wrong command line, 3 stopped and can be restarted.)";
+
+char delimiterFrom(const std::string& text) {
+  if (text == "\\t" || text == "tab") return '\t';
+  const bool good = text.size() == 1 && text != "\"" && text != "\r" && text != "\n" &&
+                    static_cast<unsigned char>(text[0]) < 0x80;
+  if (!good) {
+    throw MisuseError(
+        "--delimiter must be one ASCII character (or tab), and not a quote or a line "
+        "break");
+  }
+  return text[0];
+}
+
+std::vector<std::string> splitNames(const std::string& list) {
+  std::vector<std::string> names;
+  std::size_t begin = 0;
+  while (begin <= list.size()) {
+    const std::size_t comma = std::min(list.find(',', begin), list.size());
+    names.push_back(list.substr(begin, comma - begin));
+    begin = comma + 1;
+  }
+  if (std::ranges::find(names, "") != names.end()) {
+    throw MisuseError("--columns holds an empty name; write them as A,B,C");
+  }
+  return names;
+}
+
+/// What a load cannot do without: the module's answer to a restart.
+void checkInitString(const std::string& text) {
+  const host::InitStringReport report = host::explainInitString(text);
+  if (const std::string complaint = report.firstComplaint(); !complaint.empty()) {
+    throw MisuseError("--init: " + complaint);
+  }
+  if (!report.effective.needFullBlock) {
+    throw MisuseError(
+        "--init: a load needs full blocks to be restarted; leave Need_Full_Block=no "
+        "out");
+  }
+  if (report.effective.noFallback) {
+    throw MisuseError("--init: a load needs the fallback file; leave No_FallBack out");
+  }
+}
+
+bool needsQuotes(const std::string& argument) {
+  return argument.empty() || argument.find_first_of(" \t\"&|<>^;,()") != std::string::npos;
+}
+
+/// As the rules of Windows command lines have it.
+std::string quotedArgument(const std::string& argument) {
+  if (!needsQuotes(argument)) return argument;
+  std::string text = "\"";
+  std::size_t backslashes = 0;
+  for (const char c : argument) {
+    if (c == '\\') {
+      ++backslashes;
+    } else {
+      if (c == '"') text.append(backslashes + 1, '\\');
+      backslashes = 0;
+    }
+    text += c;
+  }
+  text.append(backslashes, '\\');
+  return text + "\"";
+}
+
+std::string restartCommandOf(const std::vector<std::string>& arguments) {
+  std::string command = "tallow-load";
+  for (const std::string& argument : arguments) {
+    if (argument == "--restart" || argument == "--start-over") continue;
+    command += " " + quotedArgument(argument);
+  }
+  return command + " --restart";
+}
+
+std::string jobFromPipe(const std::string& pipe) {
+  return pipe.substr(pipe.rfind('\\') + 1);
+}
+
+void checkAgainstEachOther(const LoadOptions& options, bool restart, bool startOver) {
+  if (restart && startOver) {
+    throw MisuseError("--restart goes on and --start-over begins anew; give one of them");
+  }
+  if (options.create && options.columns.empty() && !options.header) {
+    throw MisuseError(
+        "--create needs the columns; give --columns A,B,C, or --header if the data "
+        "begins with their names");
+  }
+  if (options.maxRejects > 0 && options.rejects.empty()) {
+    throw MisuseError("--max-rejects needs a place for the rejected rows; name it with --rejects");
+  }
+  if (options.job.empty() || options.job.size() > kLongestJobName) {
+    throw MisuseError("--job must have 1 to 255 bytes");
+  }
+}
+
+}  // namespace
+
+std::optional<ExitStatus> readCommandLine(const std::vector<std::string>& arguments,
+                                          LoadOptions& options) {
+  std::string columns;
+  std::string delimiter = ",";
+  std::string nullText;
+  bool restart = false;
+  bool startOver = false;
+
+  CLI::App app(
+      "Loads the rows that arrive on a named pipe into a database table, each exactly once.",
+      "tallow-load");
+  tools::prepare(app, kExamples);
+  app.add_option("--pipe", options.settings.pipe,
+                 "Name of the pipe, for example \\\\.\\pipe\\orders")
+      ->required();
+  app.add_option("--to", options.connection, "ODBC connection string of the database")->required();
+  app.add_option("--table", options.settings.table, "Table to load into, NAME or SCHEMA.NAME")
+      ->required();
+  app.add_option("--columns", columns,
+                 "Columns that the fields go to, in their order, as A,B,C (default: those that the "
+                 "header names, or all of the table)");
+  app.add_flag("--header", options.header, "The first row names the columns and is not loaded");
+  app.add_option("--delimiter", delimiter, "Character between fields, or tab (default ,)");
+  CLI::Option* null = app.add_option("--null", nullText,
+                                     "Text that means NULL; an unquoted empty field always does");
+  app.add_flag("--create", options.create, "Make the table, with text columns, if it is missing");
+  app.add_option("--job", options.job,
+                 "Name of the job in tallow_checkpoint (default: the pipe's last part)");
+  app.add_option("--checkpoint-every", options.checkpointEvery,
+                 "Blocks from one commit to the next (default 16)")
+      ->check(CLI::Range(1, 1'000'000'000));
+  app.add_option("--batch", options.batch,
+                 "Rows for each INSERT (default: 100, or less for many columns)")
+      ->check(CLI::Range(1, 32767));
+  app.add_option("--rejects", options.rejects,
+                 "File for rows that cannot be loaded, as they came; FILE.reasons.csv says why");
+  app.add_option("--max-rejects", options.maxRejects,
+                 "Rejected rows to put up with before the load stops (default 0)");
+  app.add_option("--retry", options.retrySeconds,
+                 "Seconds to go on trying when the database is out of reach (default 60)")
+      ->check(CLI::Range(0, 1'000'000));
+  app.add_flag("--restart", restart, "Go on with a job from what the database says of it");
+  app.add_flag("--start-over", startOver, "Give up what is recorded of the job and begin it anew");
+  app.add_option("--init", options.settings.init,
+                 "Initialisation string for the module, for example \"Block_size=65536\"");
+  app.add_option("--module", options.module,
+                 "The module (default: tallowin.dll beside this program)");
+  app.add_flag("--json", options.json, "Print the outcome as JSON");
+  if (const auto status = tools::parse(app, arguments)) return status;
+
+  tools::requirePipeName(options.settings.pipe);
+  options.settings.delimiter = delimiterFrom(delimiter);
+  if (null->count() > 0) options.settings.nullText = nullText;
+  if (!columns.empty()) options.columns = splitNames(columns);
+  if (options.job.empty()) options.job = jobFromPipe(options.settings.pipe);
+  if (restart) options.mode = RunMode::kRestart;
+  if (startOver) options.mode = RunMode::kStartOver;
+  checkAgainstEachOther(options, restart, startOver);
+  checkInitString(options.settings.init);
+  options.restartCommand = restartCommandOf(arguments);
+  return std::nullopt;
+}
+
+}  // namespace tallow::load

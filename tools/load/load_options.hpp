@@ -1,0 +1,38 @@
+// The command line of tallow-load.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "common/tool_error.hpp"
+#include "load/job_record.hpp"
+#include "load/protocol.hpp"
+
+namespace tallow::load {
+
+/// Texts are UTF-8.
+struct LoadOptions {
+  std::string connection;
+  JobSettings settings;
+  std::string job;
+  std::vector<std::string> columns;  // empty: those of the header or of the table
+  bool header = false;
+  bool create = false;
+  std::uint64_t checkpointEvery = 16;  // blocks
+  std::size_t batch = 0;               // rows a statement; 0: as many as suit the columns
+  std::string rejects;
+  std::uint64_t maxRejects = 0;
+  unsigned retrySeconds = 60;
+  RunMode mode = RunMode::kNew;
+  bool json = false;
+  std::string module;
+  std::string restartCommand;
+};
+
+/// An exit status when there is nothing more to do. Throws MisuseError.
+std::optional<tools::ExitStatus> readCommandLine(const std::vector<std::string>& arguments,
+                                                 LoadOptions& options);
+
+}  // namespace tallow::load

@@ -1,0 +1,466 @@
+#include "load/loader.hpp"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <chrono>
+#include <thread>
+#include <utility>
+
+#include "common/output_file.hpp"
+#include "common/program.hpp"
+#include "common/text.hpp"
+#include "load/job_table.hpp"
+#include "load/sql_text.hpp"
+
+namespace tallow::load {
+namespace {
+
+using client::RequestFailed;
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+using tools::ExitStatus;
+using tools::ToolError;
+
+constexpr std::size_t kShownOfRow = 200;  // bytes
+
+std::string textOf(const RequestFailed& error) {
+  return tools::ansiToUtf8(error.what());
+}
+
+/// The beginning of a row, fit for one line.
+std::string excerpt(std::string_view raw) {
+  while (!raw.empty() && (raw.back() == '\n' || raw.back() == '\r')) raw.remove_suffix(1);
+  std::string text(raw.substr(0, kShownOfRow));
+  std::replace_if(
+      text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; }, ' ');
+  return raw.size() > kShownOfRow ? text + "..." : text;
+}
+
+}  // namespace
+
+Loader::Loader(const LoadOptions& options, std::function<void(const LoadPulse&)> watcher)
+    : options_(options),
+      watcher_(std::move(watcher)),
+      initString_(withFallbackFile(options.settings.init, options.job, options.settings.pipe)),
+      fallbackPath_(fallbackPath(initString_)),
+      parser_(options.settings.delimiter),
+      pacer_(options.checkpointEvery),
+      budget_(std::chrono::seconds(options.retrySeconds)) {}
+
+Loader::~Loader() = default;
+
+LoadReport Loader::report() const {
+  LoadReport report = report_;
+  if (session_) report.progress = session_->committed();
+  return report;
+}
+
+void Loader::run() {
+  try {
+    begin();
+    if (!done_) loadBlocks();
+  } catch (const JobTaken&) {
+    throw;
+  } catch (const ToolError& error) {
+    if (error.status() != ExitStatus::kFailed) throw;
+    fail(error.what());
+  } catch (const DatabaseError& error) {
+    const std::string text = std::string("the database says: ") + error.what();
+    const bool untold = options_.mode == RunMode::kRestart || taking_;
+    if (!taken_ && untold && isLost(error)) throw ToolError(text, ExitStatus::kRestartable);
+    fail(text);
+  } catch (const UnreadableData& error) {
+    fail(std::string(error.what()) + "; repair the data there and send it again");
+  } catch (const RequestFailed& error) {
+    fail(textOf(error));
+  }
+}
+
+void Loader::fail(const std::string& text) const {
+  if (canBeRestarted()) throw ToolError(text, ExitStatus::kRestartable);
+  if (!taken_) throw ToolError(text);
+  throw ToolError(text + "; the fallback file " + fallbackPath_ +
+                  " is gone, so only --start-over is left");
+}
+
+/// From position 0 the job reads its data from the first block on, like a new one; any other
+/// position needs the fallback file.
+bool Loader::canBeRestarted() const {
+  return taken_ && (session_->committed().position == 0 || fileIsThere(fallbackPath_));
+}
+
+void Loader::begin() {
+  session_ = std::make_unique<JobSession>(options_.connection, options_.job, options_.settings);
+  dialect_ = session_->connection().dialect();
+  const Beginning beginning = look();
+  if (beginning.kind == Beginning::Kind::kRefused) throw ToolError(beginning.reason);
+  done_ = report_.wasDone = beginning.kind == Beginning::Kind::kAlreadyDone;
+  if (done_) return;
+  prepareTable();
+  if (options_.mode == RunMode::kStartOver) {
+    takeJob();
+    removeLeftovers();
+  }
+  openRejects();
+  openStream();
+  if (!taken_) takeJob();
+  if (session_->committed().done) {
+    done_ = true;
+    return;
+  }
+  position();
+}
+
+/// What is to be done about the job's row. Changes nothing.
+Beginning Loader::look() {
+  const std::optional<JobRecord> recorded = session_->look();
+  if (recorded && options_.mode == RunMode::kRestart) start_ = recorded->progress;
+  table_ = findTable(session_->connection(), options_.settings.table);
+  const bool counts = options_.mode == RunMode::kStartOver && recorded && table_;
+  const std::uint64_t tableRows = counts ? countRows(session_->connection(), *table_) : 0;
+  session_->rollback();
+  const Beginning beginning =
+      decideBeginning(options_.mode, options_.job, recorded, options_.settings, tableRows);
+  if (beginning.kind == Beginning::Kind::kAlreadyDone) session_->adopt(*recorded);
+  return beginning;
+}
+
+/// Finds the table, or makes it, and settles the columns as far as they are known before the data.
+void Loader::prepareTable() {
+  if (!table_ && !options_.create) {
+    throw ToolError("the table " + options_.settings.table +
+                    " is not there; make it, or let --create make it");
+  }
+  const bool restarts = options_.mode == RunMode::kRestart;
+  if (!restarts) start_.header = options_.header ? Header::kDue : Header::kNone;
+  const std::vector<std::string>& wanted =
+      restarts && !start_.columns.empty() ? start_.columns : options_.columns;
+  if (!table_ && !wanted.empty()) {
+    table_ = createTable(session_->connection(), options_.settings.table, wanted);
+  }
+  if (!wanted.empty()) {
+    start_.columns = matchColumns(wanted, *table_);
+  } else if (start_.header == Header::kNone) {
+    start_.columns = table_->columns;
+  }
+  if (restarts && !options_.columns.empty() &&
+      matchColumns(options_.columns, *table_) != start_.columns) {
+    throw ToolError("the job was begun with other columns; give the same --columns, or none");
+  }
+}
+
+void Loader::openRejects() {
+  const bool restarts = options_.mode == RunMode::kRestart;
+  for (const std::string& path : {options_.rejects, Rejects::reasonsPath(options_.rejects)}) {
+    if (restarts || options_.rejects.empty() || !fileIsThere(path)) continue;
+    if (tools::OutputFile::openExisting(path).size() > 0) {
+      throw ToolError(path + " holds rows of an earlier load; move it away or name another file");
+    }
+  }
+  rejects_ =
+      std::make_unique<Rejects>(options_.rejects, start_.rejectsLength, start_.reasonsLength);
+}
+
+void Loader::openStream() {
+  stream_ = std::make_unique<BlockStream>(options_.module, initString_, options_.settings.pipe);
+}
+
+void Loader::takeJob() {
+  taking_ = true;
+  session_->take(options_.mode, start_);
+  taken_ = true;
+  report_.rowsBefore = session_->committed().rows;
+  report_.bytesBefore = session_->committed().bytes;
+}
+
+/// What an earlier attempt at the job has left on the disk.
+void Loader::removeLeftovers() {
+  std::vector<std::string> leftovers = {fallbackPath_};
+  if (!options_.rejects.empty()) {
+    leftovers.push_back(options_.rejects);
+    leftovers.push_back(Rejects::reasonsPath(options_.rejects));
+  }
+  for (const std::string& path : leftovers) {
+    if (!fileIsThere(path) || DeleteFileW(tools::toWide(path).c_str())) continue;
+    throw ToolError("cannot remove " + path + ": " + tools::systemErrorText(GetLastError()) +
+                    "; end the process that has it open, then start over again");
+  }
+}
+
+/// Brings the stream, and then all that is in memory or in files, to the committed position.
+void Loader::position() {
+  const std::uint64_t committed = session_->committed().position;
+  pacer_.startAt(committed);
+  if (committed == 0) {
+    stream_->getPos();  // Creates the fallback file, so that block 1 can be delivered again.
+    if (!fileIsThere(fallbackPath_)) {
+      throw ToolError("the fallback file " + fallbackPath_ +
+                      " cannot be written, and without it a load that dies could not go on; name "
+                      "another folder with --init \"Fallback_Directory=...\"");
+    }
+  } else {
+    try {
+      stream_->setPos(committed);
+    } catch (const RequestFailed& error) {
+      explainRefusal(error);
+    }
+    block_ = committed - 1;
+    dropNext_ = true;
+  }
+  restoreCommitted();
+  tell();
+}
+
+void Loader::explainRefusal(const RequestFailed& error) const {
+  const std::string unchanged = "nothing was changed; ";
+  const std::string position = std::to_string(session_->committed().position);
+  if (error.code() == pmrcDelivery) {
+    fail("the writer sends other data than before (" + textOf(error) + "); " + unchanged +
+         "have it send the same data and run this again, or begin anew with --start-over");
+  }
+  if (error.code() == pmrcBadPosition) {
+    fail("the data cannot be brought to block " + position + " (" + textOf(error) + "); " +
+         unchanged +
+         "either the writer sent less than before: have it send all and run this "
+         "again; or the fallback file is of another run: begin anew with --start-over");
+  }
+  if (fileIsThere(fallbackPath_)) {
+    fail("the fallback file " + fallbackPath_ + " cannot be used (" + textOf(error) + "); " +
+         unchanged + "end the process that has it open, if there is one, and run this again");
+  }
+  fail("there is no way back to block " + position + " (" + textOf(error) + "); " + unchanged +
+       "the job cannot go on");
+}
+
+void Loader::loadBlocks() {
+  while (!done_) {
+    try {
+      step();
+    } catch (const RowsRefused& error) {
+      search_.refused(error.rows(), error.diagnostic());
+      goBack();
+    } catch (const DatabaseError& error) {
+      if (!isLost(error)) throw;
+      reconnect(error);
+    }
+    tell();
+  }
+  stream_->finish();
+}
+
+void Loader::step() {
+  const std::optional<std::string_view> data = stream_->read();
+  if (!data) {
+    finishData();
+    return;
+  }
+  ++block_;
+  if (dropNext_) {
+    dropNext_ = false;
+    // Makes this position the newest sync point: the next one then leaves it restartable.
+    stream_->getPos();
+    return;
+  }
+  parser_.setInput(*data);
+  Row row;
+  while (parser_.next(row)) handle(row);
+  pacer_.delivered(block_);
+  if (pacer_.due()) checkpoint(false);
+}
+
+void Loader::finishData() {
+  const std::string& rest = parser_.unfinished();
+  report_.endsWithLineBreak = rest.empty() || rest.back() == '\r';
+  Row row;
+  while (parser_.finish(row)) handle(row);
+  checkpoint(true);
+  done_ = true;
+}
+
+void Loader::checkpoint(bool done) {
+  progress_.position = stream_->getPos();
+  if (progress_.position != block_) {
+    throw ToolError("the module answers position " + std::to_string(progress_.position) +
+                    " after block " + std::to_string(block_) + "; use the module of this release");
+  }
+  if (batch_) batch_->insert();
+  rejects_->flushToDisk();
+  progress_.unfinishedRow = parser_.unfinished();
+  progress_.lines = parser_.lines();
+  progress_.bytes = parser_.bytes();
+  progress_.rejectsLength = rejects_->length();
+  progress_.reasonsLength = rejects_->reasonsLength();
+  progress_.done = done;
+  session_->commit(progress_);
+  pacer_.committed(block_);
+  budget_.renew();
+  search_.clear();
+  if (!done && !warned_ && !fileIsThere(fallbackPath_)) {
+    warned_ = true;
+    tools::printError("warning: the fallback file " + fallbackPath_ +
+                      " is gone; the load goes on, but it could not be restarted");
+  }
+}
+
+void Loader::handle(const Row& row) {
+  if (progress_.header == Header::kDue) {
+    takeHeader(row);
+    return;
+  }
+  const std::uint64_t number = progress_.rows + progress_.rejects + 1;
+  if (search_.beginsStatement(number)) batch_->insert();
+  std::optional<Diagnostic> reason = faultOf(row, batch_->columns());
+  if (const Diagnostic* known = search_.reasonAgainst(number); known && !reason) reason = *known;
+  if (reason) {
+    reject(row, *reason);
+    return;
+  }
+  batch_->add(number, row.fields);
+  ++progress_.rows;
+  if (batch_->full()) batch_->insert();
+}
+
+void Loader::takeHeader(const Row& row) {
+  try {
+    const std::vector<std::string> columns = columnsOfHeader(row);
+    useColumns(columns);
+  } catch (const ToolError& error) {
+    abandon(error.what());
+  }
+  progress_.header = Header::kRead;
+}
+
+std::vector<std::string> Loader::columnsOfHeader(const Row& row) {
+  if (row.defect != RowDefect::kNone) {
+    throw ToolError("the header, line " + std::to_string(row.line) +
+                    ", cannot be read: " + faultOf(row, row.fields.size())->text);
+  }
+  if (!progress_.columns.empty()) {
+    if (row.fields.size() == progress_.columns.size()) return progress_.columns;
+    throw ToolError("the header has " + std::to_string(row.fields.size()) + " fields and " +
+                    std::to_string(progress_.columns.size()) +
+                    " columns are named; make --columns fit the data");
+  }
+  std::vector<std::string> names;
+  for (const Field& field : row.fields) names.emplace_back(field.text);
+  if (std::ranges::find(names, "") != names.end()) {
+    throw ToolError("the header, line " + std::to_string(row.line) +
+                    ", has an empty name; name the columns with --columns");
+  }
+  if (!table_) table_ = createTable(session_->connection(), options_.settings.table, names);
+  return matchColumns(names, *table_);
+}
+
+void Loader::useColumns(const std::vector<std::string>& columns) {
+  progress_.columns = columns;
+  parser_.setSingleColumn(columns.size() == 1);
+  Connection& connection = session_->connection();
+  std::vector<std::string> quoted;
+  for (const std::string& column : columns) {
+    quoted.push_back(quoteName(column, connection.quote()));
+  }
+  const std::size_t rows = options_.batch > 0 ? options_.batch : defaultBatch(columns.size());
+  batch_ = std::make_unique<InsertBatch>(connection, table_->sqlName, quoted, rows,
+                                         options_.settings.nullText);
+}
+
+void Loader::reject(const Row& row, const Diagnostic& reason) {
+  if (progress_.rejects >= options_.maxRejects) {
+    batch_->insert();  // May find a bad row that comes before this one.
+    throw ToolError("line " + std::to_string(row.line) + " (byte " + std::to_string(row.offset) +
+                    ") cannot be loaded: " + describe(reason) + ": \"" + excerpt(row.raw) +
+                    "\"; repair it, or set bad rows aside with --rejects FILE --max-rejects N");
+  }
+  rejects_->write(row, reason);
+  ++progress_.rejects;
+}
+
+void Loader::tell() const {
+  watcher_(
+      {parser_.bytes(), block_, progress_.rows, progress_.rejects, session_->committed().position});
+}
+
+bool Loader::isLost(const DatabaseError& error) const {
+  return classify(error.diagnostic(), dialect_, error.step()) == Fault::kLost ||
+         (session_ && session_->isDead());
+}
+
+/// Undoes what the database has not committed and starts again behind the last checkpoint.
+void Loader::goBack() {
+  ++report_.rewinds;
+  try {
+    session_->rollback();
+  } catch (const DatabaseError& error) {
+    reconnect(error);
+    return;
+  }
+  restoreCommitted();
+  sendBack();
+}
+
+void Loader::reconnect(const DatabaseError& error) {
+  ++report_.reconnections;
+  batch_.reset();  // Its statements belong to the old connection.
+  const AfterReconnection outcome = reconnectInTime(error);
+  if (outcome == AfterReconnection::kTaken) throw JobTaken(options_.job);
+  restoreCommitted();
+  switch (outcome) {
+    case AfterReconnection::kFinished:
+      done_ = true;
+      break;
+    case AfterReconnection::kStayHere:
+      pacer_.committed(block_);
+      search_.clear();
+      budget_.renew();
+      break;
+    default:
+      sendBack();
+  }
+}
+
+AfterReconnection Loader::reconnectInTime(const DatabaseError& first) {
+  std::string reason = first.what();
+  while (const std::optional<milliseconds> pause = budget_.nextPause()) {
+    std::this_thread::sleep_for(*pause);
+    const steady_clock::time_point start = steady_clock::now();
+    try {
+      return session_->reconnect();
+    } catch (const DatabaseError& error) {
+      if (!isLost(error)) throw;
+      reason = error.what();
+    }
+    budget_.spend(std::chrono::duration_cast<milliseconds>(steady_clock::now() - start));
+  }
+  throw ToolError("the database has been out of reach for " +
+                  std::to_string(options_.retrySeconds) + " seconds: " + reason);
+}
+
+/// All that is in memory and in the rejects files becomes what the database says.
+void Loader::restoreCommitted() {
+  progress_ = session_->committed();
+  parser_.restore(progress_.unfinishedRow, progress_.lines, progress_.bytes);
+  batch_.reset();
+  if (!progress_.columns.empty()) useColumns(progress_.columns);
+  rejects_->cutTo(progress_.rejectsLength, progress_.reasonsLength);
+}
+
+/// Lets the stream deliver again what came behind the committed position.
+void Loader::sendBack() {
+  const std::uint64_t committed = session_->committed().position;
+  stream_->setPos(committed);
+  pacer_.wentBack(committed);
+  dropNext_ = committed > 0;
+  block_ = committed > 0 ? committed - 1 : 0;
+}
+
+/// The header is wrong: the job leaves nothing behind.
+void Loader::abandon(const std::string& reason) {
+  session_->withdraw();
+  taken_ = false;
+  stream_.reset();
+  DeleteFileW(tools::toWide(fallbackPath_).c_str());
+  throw ToolError(reason);
+}
+
+}  // namespace tallow::load

@@ -1,0 +1,115 @@
+// A load from beginning to end.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "load/bad_row_search.hpp"
+#include "load/block_stream.hpp"
+#include "load/insert_batch.hpp"
+#include "load/job_session.hpp"
+#include "load/load_options.hpp"
+#include "load/protocol.hpp"
+#include "load/rejects.hpp"
+#include "load/row_parser.hpp"
+#include "load/target_table.hpp"
+
+namespace tallow::load {
+
+/// How a load went, for the summary.
+struct LoadReport {
+  JobProgress progress;          // what is committed
+  std::uint64_t rowsBefore = 0;  // of these, committed by earlier runs
+  std::uint64_t bytesBefore = 0;
+  std::uint64_t reconnections = 0;
+  std::uint64_t rewinds = 0;              // returns to the checkpoint within the run
+  bool wasDone = false;                   // an earlier run had done it all
+  std::optional<bool> endsWithLineBreak;  // known when this run has seen the end of the data
+};
+
+/// Where the load stands, for whoever watches.
+struct LoadPulse {
+  std::uint64_t bytes = 0;
+  std::uint64_t block = 0;
+  std::uint64_t rows = 0;
+  std::uint64_t rejects = 0;
+  std::uint64_t checkpoint = 0;  // block
+};
+
+class Loader {
+ public:
+  Loader(const LoadOptions& options, std::function<void(const LoadPulse&)> watcher);
+  ~Loader();
+
+  /// Runs the load. Throws ToolError, whose status says whether a restart can go on.
+  void run();
+
+  /// Also after run() has thrown.
+  LoadReport report() const;
+
+ private:
+  void begin();
+  Beginning look();
+  void prepareTable();
+  void openRejects();
+  void openStream();
+  void takeJob();
+  void removeLeftovers();
+  void position();
+
+  void loadBlocks();
+  void step();
+  void finishData();
+  void checkpoint(bool done);
+
+  void handle(const Row& row);
+  void takeHeader(const Row& row);
+  std::vector<std::string> columnsOfHeader(const Row& row);
+  void useColumns(const std::vector<std::string>& columns);
+  void reject(const Row& row, const Diagnostic& reason);
+  void tell() const;
+
+  bool isLost(const DatabaseError& error) const;
+  void goBack();
+  void reconnect(const DatabaseError& error);
+  AfterReconnection reconnectInTime(const DatabaseError& first);
+  void restoreCommitted();
+  void sendBack();
+
+  [[noreturn]] void abandon(const std::string& reason);
+  [[noreturn]] void fail(const std::string& text) const;
+  [[noreturn]] void explainRefusal(const client::RequestFailed& error) const;
+  bool canBeRestarted() const;
+
+  const LoadOptions& options_;
+  std::function<void(const LoadPulse&)> watcher_;
+  std::string initString_;  // with the fallback file's name
+  std::string fallbackPath_;
+
+  std::unique_ptr<JobSession> session_;
+  std::optional<TargetTable> table_;
+  std::unique_ptr<Rejects> rejects_;
+  std::unique_ptr<BlockStream> stream_;
+  std::unique_ptr<InsertBatch> batch_;
+
+  RowParser parser_;
+  CheckpointPacer pacer_;
+  RetryBudget budget_;
+  BadRowSearch search_;
+  Dialect dialect_ = Dialect::kStandard;
+  JobProgress start_;        // of a job that begins
+  JobProgress progress_;     // as it is in memory; the session knows what is committed
+  std::uint64_t block_ = 0;  // delivered last
+  bool dropNext_ = false;    // the next block is the checkpoint's own, which is loaded already
+  bool taking_ = false;      // the job's row may be this loader's
+  bool taken_ = false;       // it is
+  bool warned_ = false;      // of the fallback file's loss
+  bool done_ = false;
+  LoadReport report_;
+};
+
+}  // namespace tallow::load

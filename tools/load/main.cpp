@@ -1,0 +1,144 @@
+// tallow-load: loads a pipe's rows into a database table, each exactly once.
+#include <windows.h>
+
+#include <chrono>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "common/formatting.hpp"
+#include "common/program.hpp"
+#include "common/progress.hpp"
+#include "load/load_options.hpp"
+#include "load/loader.hpp"
+
+namespace tallow::load {
+namespace {
+
+using nlohmann::ordered_json;
+using tools::ExitStatus;
+using tools::formatCount;
+
+std::string statusName(ExitStatus status) {
+  switch (status) {
+    case ExitStatus::kDone:
+      return "done";
+    case ExitStatus::kRestartable:
+      return "restartable";
+    default:
+      return "failed";
+  }
+}
+
+/// How a run ended.
+struct Ending {
+  ExitStatus status = ExitStatus::kDone;
+  std::string error;
+  double seconds = 0;
+};
+
+void printJson(const LoadOptions& options, const LoadReport& report, const Ending& ending) {
+  const JobProgress& progress = report.progress;
+  ordered_json outcome = {{"status", statusName(ending.status)},
+                          {"job", options.job},
+                          {"rows", progress.rows},
+                          {"rejects", progress.rejects},
+                          {"bytes", progress.bytes},
+                          {"position", progress.position},
+                          {"rowsOfThisRun", progress.rows - report.rowsBefore},
+                          {"reconnections", report.reconnections},
+                          {"rewinds", report.rewinds},
+                          {"seconds", ending.seconds},
+                          {"lastRowEndsWithLineBreak", nullptr}};
+  if (report.endsWithLineBreak) outcome["lastRowEndsWithLineBreak"] = *report.endsWithLineBreak;
+  if (!ending.error.empty()) outcome["error"] = ending.error;
+  if (ending.status == ExitStatus::kRestartable) outcome["restart"] = options.restartCommand;
+  std::printf("%s\n", outcome.dump(2, ' ', false, ordered_json::error_handler_t::replace).c_str());
+}
+
+void printSummary(const LoadReport& report, const Ending& ending) {
+  const JobProgress& progress = report.progress;
+  if (report.wasDone) std::printf("the job was done already\n");
+  std::printf("%s from %llu bytes are in the table, %s\n",
+              formatCount(progress.rows, "row").c_str(),
+              static_cast<unsigned long long>(progress.bytes),
+              progress.rejects == 0 ? "none rejected"
+                                    : (formatCount(progress.rejects, "row") + " rejected").c_str());
+  if (report.endsWithLineBreak) {
+    std::printf("the last row %s\n", *report.endsWithLineBreak
+                                         ? "ended with a line break"
+                                         : "had no line break: check that the writer had finished");
+  }
+  const std::uint64_t rows = progress.rows - report.rowsBefore;
+  if (!report.wasDone && ending.seconds > 0) {
+    std::printf(
+        "%s in %s (%s rows/s)\n", formatCount(rows, "row").c_str(),
+        tools::formatDuration(ending.seconds).c_str(),
+        std::to_string(static_cast<std::uint64_t>(static_cast<double>(rows) / ending.seconds))
+            .c_str());
+  }
+  if (report.reconnections > 0) {
+    std::printf("connected again %s\n", formatCount(report.reconnections, "time").c_str());
+  }
+}
+
+std::string pulseText(const LoadPulse& pulse) {
+  return formatCount(pulse.rows, "row") + ", " + formatCount(pulse.rejects, "reject") +
+         ", checkpoint at block " + std::to_string(pulse.checkpoint);
+}
+
+/// Ctrl-C ends the process as any death does: nothing has to be told to the database.
+BOOL WINAPI onInterrupt(DWORD /*event*/) {
+  tools::printError("interrupted; what was not committed is undone, and --restart goes on");
+  TerminateProcess(GetCurrentProcess(), static_cast<UINT>(ExitStatus::kRestartable));
+  return TRUE;
+}
+
+Ending load(Loader& loader) {
+  Ending ending;
+  const auto start = std::chrono::steady_clock::now();
+  try {
+    loader.run();
+  } catch (const tools::ToolError& error) {
+    ending.status = error.status();
+    ending.error = error.what();
+  }
+  ending.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  return ending;
+}
+
+ExitStatus run(std::vector<std::string> arguments) {
+  LoadOptions options;
+  if (const auto status = readCommandLine(arguments, options)) return *status;
+  SetConsoleCtrlHandler(onInterrupt, TRUE);
+
+  Ending ending;
+  LoadReport report;
+  {
+    tools::Progress progress("loaded", std::nullopt);
+    Loader loader(options, [&](const LoadPulse& pulse) {
+      progress.update(pulse.bytes, pulse.block);
+      progress.setDetail([&] { return pulseText(pulse); });
+    });
+    ending = load(loader);
+    report = loader.report();
+  }
+  if (!ending.error.empty()) tools::printError(ending.error);
+  if (options.json) {
+    printJson(options, report, ending);
+  } else if (ending.status == ExitStatus::kDone) {
+    printSummary(report, ending);
+  }
+  if (ending.status == ExitStatus::kRestartable) {
+    std::fprintf(stderr, "go on with: %s\n", options.restartCommand.c_str());
+  }
+  return ending.status;
+}
+
+}  // namespace
+}  // namespace tallow::load
+
+int wmain(int argc, wchar_t** argv) {
+  return tallow::tools::runProgram("tallow-load", argc, argv, tallow::load::run);
+}

@@ -1,0 +1,103 @@
+// The decisions that make a load exactly-once. No database, no pipe, no clock: only what follows
+// from what is known.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "load/job_record.hpp"
+
+namespace tallow::load {
+
+enum class RunMode { kNew, kRestart, kStartOver };
+
+/// What a run does about the job's row.
+struct Beginning {
+  enum class Kind {
+    kFromTheStart,  // make the row, or set it back to the start
+    kGoOn,          // from what the row says
+    kAlreadyDone,   // nothing is left to do
+    kRefused,       // touch nothing
+  };
+  Kind kind = Kind::kFromTheStart;
+  std::string reason;  // of a refusal, with what to do
+};
+
+/// `tableRows` is the number of rows in the table, looked up only to start over.
+Beginning decideBeginning(RunMode mode, const std::string& job,
+                          const std::optional<JobRecord>& recorded, const JobSettings& settings,
+                          std::uint64_t tableRows);
+
+/// What a loader that has lost its connection knows.
+struct Belief {
+  JobProgress committed;               // the last transaction whose commit was confirmed
+  std::uint64_t commitNumber = 0;      // of the row, as this loader last knew it
+  std::optional<JobProgress> inDoubt;  // a commit that was sent and never answered
+  unsigned unansweredClaims = 0;       // claims of the row that were sent and never answered
+};
+
+enum class AfterReconnection {
+  kStayHere,  // the commit in doubt happened: the stream stands at its position already
+  kGoBack,    // SetPos to the row's position
+  kFinished,  // the commit in doubt was the job's last and happened
+  kTaken,     // another loader has the job
+};
+
+/// `row` is what stands in the database after this loader has added 1 to the commit number.
+AfterReconnection decideAfterReconnection(const Belief& belief, const JobRecord& row);
+
+/// When a checkpoint is due, and when it must wait.
+class CheckpointPacer {
+ public:
+  /// `every` is a number of blocks, at least 1.
+  explicit CheckpointPacer(std::uint64_t every) : every_(every) {}
+
+  /// The run starts, or goes on after a new load, at this position.
+  void startAt(std::uint64_t position) noexcept { committed_ = highest_ = current_ = position; }
+  void delivered(std::uint64_t block) noexcept {
+    current_ = block;
+    if (block > highest_) {
+      highest_ = block;
+      replaying_ = false;
+    }
+  }
+  void committed(std::uint64_t position) noexcept { committed_ = position; }
+  /// The stream went back within the run.
+  void wentBack(std::uint64_t position) noexcept {
+    committed_ = current_ = position;
+    replaying_ = true;
+  }
+
+  /// A position at a block that is replayed would not begin the fallback file's data anew, and
+  /// would be refused later: it waits for a block that is delivered for the first time.
+  bool due() const noexcept { return !replaying_ && current_ - committed_ >= every_; }
+
+ private:
+  std::uint64_t every_;
+  std::uint64_t committed_ = 0;
+  std::uint64_t current_ = 0;
+  std::uint64_t highest_ = 0;
+  bool replaying_ = false;
+};
+
+/// Pauses between attempts to connect: growing, and bounded in sum between two commits.
+class RetryBudget {
+ public:
+  explicit RetryBudget(std::chrono::milliseconds total) : total_(total) {}
+
+  /// The next pause; nothing when the time is used up.
+  std::optional<std::chrono::milliseconds> nextPause();
+  /// Time that went into a failed attempt.
+  void spend(std::chrono::milliseconds time) noexcept { spent_ += time; }
+  /// A commit succeeded: the trouble is over.
+  void renew() noexcept;
+
+ private:
+  std::chrono::milliseconds total_;
+  std::chrono::milliseconds spent_{0};
+  std::chrono::milliseconds pause_{0};
+};
+
+}  // namespace tallow::load

@@ -1,0 +1,43 @@
+#include "load/reject_reason.hpp"
+
+#include <string_view>
+
+namespace tallow::load {
+namespace {
+
+std::string quoted(std::string_view text) {
+  std::string value = "\"";
+  for (const char c : text) {
+    if (c == '"') value += '"';
+    value += c;
+  }
+  return value + "\"";
+}
+
+}  // namespace
+
+std::optional<Diagnostic> faultOf(const Row& row, std::size_t columns) {
+  switch (row.defect) {
+    case RowDefect::kMisplacedQuote:
+      return Diagnostic{"22000", 0,
+                        "a quote stands inside a value; put the value in quotes and double those "
+                        "inside it"};
+    case RowDefect::kHoldsNul:
+      return Diagnostic{"22021", 0, "the row holds a NUL byte, which is no text"};
+    case RowDefect::kNotUtf8:
+      return Diagnostic{"22021", 0, "the row is not UTF-8"};
+    case RowDefect::kNone:
+      break;
+  }
+  if (row.fields.size() == columns) return std::nullopt;
+  return Diagnostic{"21S01", 0,
+                    "the row has " + std::to_string(row.fields.size()) + " fields instead of " +
+                        std::to_string(columns)};
+}
+
+std::string reasonLine(const Row& row, const Diagnostic& reason) {
+  return std::to_string(row.line) + "," + std::to_string(row.offset) + "," + reason.state + "," +
+         quoted(reason.text) + "\r\n";
+}
+
+}  // namespace tallow::load

@@ -1,0 +1,264 @@
+#include "load/row_parser.hpp"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+#include "load/utf8.hpp"
+
+namespace tallow::load {
+namespace {
+
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+constexpr unsigned char kOptions = CSV_STRICT | CSV_STRICT_FINI | CSV_EMPTY_IS_NULL;
+
+/// Bytes given to the library at once. Its buffer grows by a fixed step, which is set anew for each
+/// piece, so that a long value costs linear time.
+constexpr std::size_t kPiece = 64 * 1024;
+
+/// The library strips what this calls space; blanks belong to the value here.
+int isNeverSpace(unsigned char /*character*/) {
+  return 0;
+}
+
+bool isLineBreak(char c) {
+  return c == '\n' || c == '\r';
+}
+
+}  // namespace
+
+RowParser::RowParser(char delimiter) : delimiter_(delimiter) {
+  resetCsv();
+}
+
+RowParser::~RowParser() {
+  csv_free(&csv_);
+}
+
+void RowParser::resetCsv() {
+  csv_free(&csv_);
+  csv_init(&csv_, kOptions);
+  csv_set_delim(&csv_, static_cast<unsigned char>(delimiter_));
+  csv_set_space_func(&csv_, isNeverSpace);
+  csv_set_blk_size(&csv_, kPiece);
+}
+
+void RowParser::reset() {
+  resetCsv();
+  setInput({});
+  carried_.clear();
+  values_.clear();
+  spans_.clear();
+  begun_ = heldReturn_ = rowEnded_ = malformed_ = emitted_ = false;
+  offset_ = lines_ = rowLines_ = 0;
+}
+
+void RowParser::restore(std::string_view unfinished, std::uint64_t lines, std::uint64_t bytes) {
+  const std::string text(unfinished);
+  reset();
+  offset_ = bytes - text.size();
+  begun_ = offset_ > 0;
+  lines_ = lines;
+  setInput(text);
+  Row none;
+  next(none);
+}
+
+void RowParser::setInput(std::string_view block) {
+  settleRow();
+  input_ = block;
+  cursor_ = rowStart_ = 0;
+  nextFeedKnown_ = false;
+}
+
+bool RowParser::next(Row& row) {
+  settleRow();
+  if (!begun_ && !skipByteOrderMark()) return false;
+  if (heldReturn_ && !input_.empty() && takeHeldReturn(row)) return true;
+  while (cursor_ < input_.size()) {
+    if (takeLine(row)) return true;
+  }
+  keepRest();
+  return false;
+}
+
+bool RowParser::finish(Row& row) {
+  settleRow();
+  if (!begun_) feed(carried_);
+  begun_ = true;
+  if (heldReturn_ && takeHeldReturn(row)) return true;
+  if (carried_.empty()) return false;
+  if (!malformed_ && csv_fini(&csv_, onField, onRow, this) != 0) {
+    const std::uint64_t line = lines_ + linesBeforeOpenQuote(carried_, delimiter_) + 1;
+    throw UnreadableData("the quote that opens in line " + std::to_string(line) +
+                         " is not closed when the data ends");
+  }
+  emit(row);
+  return true;
+}
+
+/// Leaves the row that was handed out behind.
+void RowParser::settleRow() {
+  if (!emitted_) return;
+  emitted_ = rowEnded_ = malformed_ = false;
+  offset_ += carried_.size() + (cursor_ - rowStart_);
+  lines_ += rowLines_;
+  rowLines_ = 0;
+  rowStart_ = cursor_;
+  carried_.clear();
+  values_.clear();
+  spans_.clear();
+}
+
+/// False when the input is too short to tell; it is carried then.
+bool RowParser::skipByteOrderMark() {
+  std::string head = carried_;
+  head += input_.substr(0, kByteOrderMark.size() - carried_.size());
+  if (head.size() < kByteOrderMark.size() && kByteOrderMark.starts_with(head)) {
+    carried_ = head;
+    input_ = {};
+    return false;
+  }
+  begun_ = true;
+  if (head == kByteOrderMark) {
+    cursor_ = rowStart_ = kByteOrderMark.size() - carried_.size();
+    offset_ = kByteOrderMark.size();
+    carried_.clear();
+  } else {
+    feed(carried_);
+  }
+  return true;
+}
+
+bool RowParser::takeHeldReturn(Row& row) {
+  heldReturn_ = false;
+  const bool pair = !input_.empty() && input_.front() == '\n';
+  const bool blank = carried_.size() == 1;
+  if (!blank) feed(pair ? "\r\n" : "\r");
+  cursor_ = pair ? 1 : 0;
+  return endLine(blank, row);
+}
+
+/// Takes the input up to and with the next line break, or all of it; true when a row is complete.
+bool RowParser::takeLine(Row& row) {
+  const std::size_t lineBreak = findLineBreak();
+  const bool missing = lineBreak == input_.size();
+  heldReturn_ = !missing && input_[lineBreak] == '\r' && lineBreak + 1 == input_.size();
+  if (missing || heldReturn_) {
+    feed(input_.substr(cursor_, lineBreak - cursor_));
+    cursor_ = input_.size();
+    return false;
+  }
+  const bool pair = input_[lineBreak] == '\r' && input_[lineBreak + 1] == '\n';
+  const std::size_t end = lineBreak + (pair ? 2 : 1);
+  const bool blank = lineBreak == rowStart_ && carried_.empty();
+  if (!blank) feed(input_.substr(cursor_, end - cursor_));
+  cursor_ = end;
+  return endLine(blank, row);
+}
+
+bool RowParser::endLine(bool blank, Row& row) {
+  ++rowLines_;
+  if (blank && !singleColumn_) {
+    emitted_ = true;
+    settleRow();
+    return false;
+  }
+  if (blank) spans_.push_back({0, 0, true});
+  if (!blank && !rowEnded_ && !malformed_) return false;
+  emit(row);
+  return true;
+}
+
+void RowParser::emit(Row& row) {
+  if (!carried_.empty()) {
+    carried_.append(input_, rowStart_, cursor_ - rowStart_);
+    rowStart_ = cursor_;
+  }
+  row.raw = carried_.empty() ? input_.substr(rowStart_, cursor_ - rowStart_) : carried_;
+  row.line = lines_ + 1;
+  row.offset = offset_;
+  checkLength(row.raw.size());
+  row.defect = defectOf(row.raw);
+  row.fields.clear();
+  for (const Span& span : spans_) {
+    row.fields.push_back({std::string_view(values_).substr(span.begin, span.length), span.isNull});
+  }
+  if (malformed_) resetCsv();
+  emitted_ = true;
+}
+
+RowDefect RowParser::defectOf(std::string_view raw) const {
+  if (malformed_) return RowDefect::kMisplacedQuote;
+  if (std::memchr(raw.data(), '\0', raw.size()) != nullptr) return RowDefect::kHoldsNul;
+  return isUtf8(raw) ? RowDefect::kNone : RowDefect::kNotUtf8;
+}
+
+void RowParser::onField(void* text, std::size_t length, void* self) {
+  auto& parser = *static_cast<RowParser*>(self);
+  parser.spans_.push_back({parser.values_.size(), length, text == nullptr});
+  if (text != nullptr) parser.values_.append(static_cast<const char*>(text), length);
+}
+
+void RowParser::onRow(int /*terminator*/, void* self) {
+  static_cast<RowParser*>(self)->rowEnded_ = true;
+}
+
+/// Once the library has found a misplaced quote, the rest of the line belongs to the bad row.
+void RowParser::feed(std::string_view text) {
+  while (!text.empty() && !malformed_) {
+    const std::string_view piece = text.substr(0, kPiece);
+    if (csv_.entry_size > kPiece) csv_set_blk_size(&csv_, csv_.entry_size);
+    if (csv_parse(&csv_, piece.data(), piece.size(), onField, onRow, this) != piece.size()) {
+      if (csv_error(&csv_) != CSV_EPARSE) throw std::bad_alloc();
+      malformed_ = true;
+    }
+    text.remove_prefix(piece.size());
+  }
+}
+
+/// Index of the next LF or CR in the input; its size when there is none.
+std::size_t RowParser::findLineBreak() {
+  if (!nextFeedKnown_ || nextFeed_ < cursor_) {
+    nextFeed_ = std::min(input_.find('\n', cursor_), input_.size());
+    nextFeedKnown_ = true;
+  }
+  const std::size_t found = input_.substr(cursor_, nextFeed_ - cursor_).find('\r');
+  return found == std::string_view::npos ? nextFeed_ : cursor_ + found;
+}
+
+/// Takes the row at hand out of the input, which ends.
+void RowParser::keepRest() {
+  carried_.append(input_, rowStart_);
+  setInput({});
+  checkLength(carried_.size());
+}
+
+void RowParser::checkLength(std::size_t length) const {
+  if (length > kLongestRow) {
+    throw UnreadableData("the row that begins in line " + std::to_string(lines_ + 1) +
+                         " is longer than " + std::to_string(kLongestRow >> 20U) + " MiB");
+  }
+}
+
+std::uint64_t linesBeforeOpenQuote(std::string_view row, char delimiter) {
+  std::uint64_t lines = 0;
+  std::uint64_t opened = 0;
+  bool fieldStart = true;
+  bool quoted = false;
+  for (std::size_t i = 0; i < row.size(); ++i) {
+    const char c = row[i];
+    const bool endsLine = c == '\n' || (c == '\r' && row.substr(i + 1, 1) != "\n");
+    if (c == '"' && quoted && row.substr(i + 1, 1) == "\"") {
+      ++i;
+    } else if (c == '"' && (quoted || fieldStart)) {
+      quoted = !quoted;
+      if (quoted) opened = lines;
+    }
+    fieldStart = !quoted && (c == delimiter || isLineBreak(c));
+    if (endsLine) ++lines;
+  }
+  return opened;
+}
+
+}  // namespace tallow::load

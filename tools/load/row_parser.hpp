@@ -1,0 +1,123 @@
+// Rows out of a stream of blocks.
+#pragma once
+
+#include <csv.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tallow::load {
+
+/// A row may have this many bytes; a longer one is most likely a quote that was never closed.
+constexpr std::uint64_t kLongestRow = 64ULL * 1024 * 1024;
+
+/// One value of a row. An unquoted empty field is null.
+struct Field {
+  std::string_view text;
+  bool isNull = false;
+};
+
+enum class RowDefect { kNone, kMisplacedQuote, kNotUtf8, kHoldsNul };
+
+/// One row. The views are valid until the parser is used again.
+struct Row {
+  std::vector<Field> fields;
+  std::string_view raw;      // as it came, its line break included
+  std::uint64_t line = 0;    // where it begins, counted from 1
+  std::uint64_t offset = 0;  // bytes of the data before it
+  RowDefect defect = RowDefect::kNone;
+};
+
+/// The data cannot be cut into rows from here on. what() says why, with the line.
+class UnreadableData : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// Cuts RFC 4180 text, given block by block, into rows. A row may span any number of blocks, and a
+/// block may end anywhere: inside a character, a line break or the byte order mark at the start.
+/// CR LF, LF and CR end a row; a blank line is skipped unless rows have one column, where it is a
+/// row with one null.
+class RowParser {
+ public:
+  explicit RowParser(char delimiter);
+  ~RowParser();
+  RowParser(const RowParser&) = delete;
+  RowParser& operator=(const RowParser&) = delete;
+
+  /// Whether a blank line is a row.
+  void setSingleColumn(bool single) noexcept { singleColumn_ = single; }
+
+  /// Goes back to where a parser stood that had the given unfinished(), lines() and bytes().
+  void restore(std::string_view unfinished, std::uint64_t lines, std::uint64_t bytes);
+
+  /// The next block; it must stay as it is until next() has returned false.
+  void setInput(std::string_view block);
+  /// The next row that ends in the input. Throws UnreadableData for a row above kLongestRow.
+  bool next(Row& row);
+  /// After the last block: the last row, if its line break is missing. Throws UnreadableData when a
+  /// quote is still open.
+  bool finish(Row& row);
+
+  /// The bytes of the row that has begun and not ended; valid once next() has returned false.
+  const std::string& unfinished() const noexcept { return carried_; }
+  /// Line breaks before the unfinished row.
+  std::uint64_t lines() const noexcept { return lines_; }
+  /// Bytes taken in so far, the unfinished row included.
+  std::uint64_t bytes() const noexcept { return offset_ + carried_.size(); }
+
+ private:
+  struct Span {
+    std::size_t begin = 0;
+    std::size_t length = 0;
+    bool isNull = false;
+  };
+
+  static void onField(void* text, std::size_t length, void* self);
+  static void onRow(int terminator, void* self);
+
+  void reset();
+  void resetCsv();
+  void settleRow();
+  bool skipByteOrderMark();
+  bool takeHeldReturn(Row& row);
+  bool takeLine(Row& row);
+  bool endLine(bool blank, Row& row);
+  void emit(Row& row);
+  RowDefect defectOf(std::string_view raw) const;
+  void feed(std::string_view text);
+  std::size_t findLineBreak();
+  void keepRest();
+  void checkLength(std::size_t length) const;
+
+  csv_parser csv_{};
+  char delimiter_;
+  bool singleColumn_ = false;
+
+  std::string_view input_;
+  std::size_t cursor_ = 0;    // next byte of the input to be parsed
+  std::size_t rowStart_ = 0;  // where the row at hand begins in the input, or goes on
+  std::size_t nextFeed_ = 0;  // the first LF at or behind the cursor, once it has been looked for
+  bool nextFeedKnown_ = false;
+  std::string carried_;      // the row's bytes from earlier blocks
+  bool begun_ = false;       // the byte order mark has been dealt with
+  bool heldReturn_ = false;  // carried_ ends in a CR whose LF may follow
+
+  bool rowEnded_ = false;
+  bool malformed_ = false;
+  bool emitted_ = false;        // the row at hand has been handed out
+  std::uint64_t offset_ = 0;    // of the row at hand
+  std::uint64_t lines_ = 0;     // before the row at hand
+  std::uint64_t rowLines_ = 0;  // inside the row at hand
+  std::string values_;          // the texts of the row's fields, one behind the other
+  std::vector<Span> spans_;
+};
+
+/// How many line breaks lie before the quote that `row` opens and does not close.
+std::uint64_t linesBeforeOpenQuote(std::string_view row, char delimiter);
+
+}  // namespace tallow::load

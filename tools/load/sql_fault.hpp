@@ -1,0 +1,49 @@
+// What an error of the database means for a load.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace tallow::load {
+
+/// What a driver says about a failed call.
+struct Diagnostic {
+  std::string state;  // SQLSTATE, five characters; empty when the driver gave none
+  int native = 0;     // the database's own number
+  std::string text;   // UTF-8
+};
+
+enum class Dialect {
+  kStandard,
+  kSqlite,  // its driver answers HY000 to everything: only the native code tells
+};
+
+/// Where in a load the error came.
+enum class Step { kInsert, kOther };
+
+enum class Fault {
+  kBadRow,     // the database refuses a value or a row of this statement
+  kLost,       // rolled back or disconnected: connect again and go back to the checkpoint
+  kPermanent,  // trying again cannot help
+};
+
+/// A connection that is found dead is lost whatever the error says; the caller checks that.
+Fault classify(const Diagnostic& diagnostic, Dialect dialect, Step step);
+
+/// A call of the database failed; what() is "text (SQLSTATE 23505, native 7)".
+class DatabaseError : public std::runtime_error {
+ public:
+  explicit DatabaseError(Diagnostic diagnostic, Step step = Step::kOther);
+
+  const Diagnostic& diagnostic() const noexcept { return diagnostic_; }
+  Step step() const noexcept { return step_; }
+
+ private:
+  Diagnostic diagnostic_;
+  Step step_;
+};
+
+/// The diagnostic in one line.
+std::string describe(const Diagnostic& diagnostic);
+
+}  // namespace tallow::load

@@ -1,0 +1,42 @@
+// Statements as text.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tallow::load {
+
+/// Letters, digits and underscores, not beginning with a digit: a name that needs no quotes.
+bool isPlainName(std::string_view name);
+
+/// The name between the database's quotes, those inside doubled. An empty or blank `quote` means
+/// that the database has none.
+std::string quoteName(std::string_view name, std::string_view quote);
+
+enum class Quoting {
+  kWhereNeeded,  // plain names stand bare, so that the database folds their case as it does yours
+  kAlways,
+};
+
+/// A table as the command line names it: "name" or "schema.name"; a name that holds a quote
+/// character is taken as it stands.
+std::string tableName(std::string_view table, std::string_view quote, Quoting quoting);
+
+/// INSERT of `rows` rows, one parameter for each value.
+std::string insertStatement(const std::string& table, const std::vector<std::string>& quotedColumns,
+                            std::size_t rows);
+
+/// CREATE TABLE with all columns of one type.
+std::string createStatement(const std::string& table, const std::vector<std::string>& quotedColumns,
+                            const std::string& type);
+
+/// Rows of a statement when nobody says: few enough for every database's limit on parameters.
+std::size_t defaultBatch(std::size_t columns);
+
+/// The largest power of two that is not above `rows`: a rest is inserted in such pieces, so that
+/// few statements serve all sizes.
+std::size_t pieceOf(std::size_t rows);
+
+}  // namespace tallow::load

@@ -1,0 +1,109 @@
+#include "load/target_table.hpp"
+
+#include <algorithm>
+#include <string_view>
+
+#include "common/tool_error.hpp"
+#include "load/sql_text.hpp"
+
+namespace tallow::load {
+namespace {
+
+using tools::ToolError;
+
+std::optional<std::vector<std::string>> columnsOf(Connection& connection,
+                                                  const std::string& sqlName) {
+  std::optional<std::vector<std::string>> columns;
+  try {
+    Statement statement(connection);
+    statement.execute("SELECT * FROM " + sqlName + " WHERE 1 = 0");
+    columns = statement.columnNames();
+  } catch (const DatabaseError& error) {
+    if (classify(error.diagnostic(), connection.dialect(), Step::kOther) == Fault::kLost) throw;
+  }
+  connection.rollback();
+  return columns;
+}
+
+bool sameButForCase(std::string_view a, std::string_view b) {
+  const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; };
+  return std::ranges::equal(a, b, {}, lower, lower);
+}
+
+std::string joined(const std::vector<std::string>& names) {
+  std::string text;
+  for (const std::string& name : names) {
+    if (!text.empty()) text += ", ";
+    text += name;
+  }
+  return text;
+}
+
+const std::string& matchColumn(const std::string& name, const TargetTable& table) {
+  const auto exact = std::ranges::find(table.columns, name);
+  if (exact != table.columns.end()) return *exact;
+  const auto alike = [&](const std::string& column) { return sameButForCase(column, name); };
+  const auto found = std::ranges::find_if(table.columns, alike);
+  if (found == table.columns.end() ||
+      std::find_if(found + 1, table.columns.end(), alike) != table.columns.end()) {
+    throw ToolError("the table " + table.sqlName + " has no column \"" + name + "\"; it has " +
+                    joined(table.columns));
+  }
+  return *found;
+}
+
+}  // namespace
+
+std::optional<TargetTable> findTable(Connection& connection, const std::string& table) {
+  for (const Quoting quoting : {Quoting::kWhereNeeded, Quoting::kAlways}) {
+    const std::string sqlName = tableName(table, connection.quote(), quoting);
+    if (auto columns = columnsOf(connection, sqlName)) return TargetTable{sqlName, *columns};
+  }
+  return std::nullopt;
+}
+
+TargetTable createTable(Connection& connection, const std::string& table,
+                        const std::vector<std::string>& columns) {
+  std::string reason;
+  for (const Quoting quoting : {Quoting::kWhereNeeded, Quoting::kAlways}) {
+    if (std::optional<TargetTable> found = findTable(connection, table)) return *found;
+    std::vector<std::string> names;
+    for (const std::string& column : columns) {
+      const bool bare = quoting == Quoting::kWhereNeeded && isPlainName(column);
+      names.push_back(bare ? column : quoteName(column, connection.quote()));
+    }
+    try {
+      Statement(connection)
+          .execute(createStatement(tableName(table, connection.quote(), quoting), names,
+                                   connection.textType()));
+      connection.commit();
+    } catch (const DatabaseError& error) {
+      // Counts only if the table is not there afterwards: another load may have made it.
+      reason = error.what();
+      connection.rollback();
+    }
+  }
+  if (std::optional<TargetTable> found = findTable(connection, table)) return *found;
+  throw ToolError("the table " + table + " cannot be created: " + reason);
+}
+
+std::vector<std::string> matchColumns(const std::vector<std::string>& wanted,
+                                      const TargetTable& table) {
+  std::vector<std::string> matched;
+  for (const std::string& name : wanted) {
+    const std::string& column = matchColumn(name, table);
+    if (std::ranges::find(matched, column) != matched.end()) {
+      throw ToolError("the column \"" + column + "\" is named twice; name each column once");
+    }
+    matched.push_back(column);
+  }
+  return matched;
+}
+
+std::uint64_t countRows(Connection& connection, const TargetTable& table) {
+  Statement statement(connection);
+  statement.execute("SELECT COUNT(*) FROM " + table.sqlName);
+  return statement.fetch() ? statement.number(1) : 0;
+}
+
+}  // namespace tallow::load

@@ -1,0 +1,55 @@
+#include "load/utf8.hpp"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace tallow::load {
+namespace {
+
+/// Bytes at the front of `text` that are plain ASCII, in steps of eight.
+std::size_t asciiPrefix(std::string_view text) noexcept {
+  std::size_t length = 0;
+  for (; length + sizeof(std::uint64_t) <= text.size(); length += sizeof(std::uint64_t)) {
+    std::uint64_t word = 0;
+    std::memcpy(&word, text.data() + length, sizeof word);
+    if ((word & 0x8080808080808080U) != 0) break;
+  }
+  return length;
+}
+
+bool isContinuation(unsigned char byte) noexcept {
+  return (byte & 0xC0U) == 0x80U;
+}
+
+/// Length of the well-formed character that `text` begins with; 0 when it begins with none.
+std::size_t characterLength(std::string_view text) noexcept {
+  const auto at = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+  const unsigned char lead = at(0);
+  if (lead < 0x80) return 1;
+  const std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
+  if (lead < 0xC2 || lead > 0xF4 || text.size() < length) return 0;
+  for (std::size_t i = 1; i < length; ++i) {
+    if (!isContinuation(at(i))) return 0;
+  }
+  // The second byte rules out overlong forms, surrogates and what lies above U+10FFFF.
+  if (lead == 0xE0 && at(1) < 0xA0) return 0;
+  if (lead == 0xED && at(1) > 0x9F) return 0;
+  if (lead == 0xF0 && at(1) < 0x90) return 0;
+  if (lead == 0xF4 && at(1) > 0x8F) return 0;
+  return length;
+}
+
+}  // namespace
+
+bool isUtf8(std::string_view text) noexcept {
+  text.remove_prefix(asciiPrefix(text));
+  while (!text.empty()) {
+    const std::size_t length = characterLength(text);
+    if (length == 0) return false;
+    text.remove_prefix(length);
+  }
+  return true;
+}
+
+}  // namespace tallow::load
