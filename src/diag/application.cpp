@@ -4,6 +4,7 @@
 #include <new>
 
 #include "diag/command_line.hpp"
+#include "diag/exception_reserve.hpp"
 #include "diag/language_library.hpp"
 #include "diag/log.hpp"
 #include "diag/messages.hpp"
@@ -27,6 +28,7 @@ void raiseOutOfMemory() {
 bool CTallowinApp::start(HMODULE module) noexcept {
   try {
     module_ = module;
+    prepareExceptionReserve();
     std::set_new_handler(raiseOutOfMemory);
     if (!loadLanguageLibrary(module)) return false;
     outOfMemory = new CErrMsgException(MessageId::kOutOfMemory, message<MessageId::kOutOfMemory>());

@@ -56,7 +56,6 @@ void prepareFallback(delivery::Job& job) {
 
 void open(ModuleRecord& module, TallowRequestBlock& request, TallowOpenBlock& block) {
   config::OptionsRecord& options = module.options;
-  block.instanceHandle = nullptr;
   checkOpenMode(request, block.openMode);
   const std::string name = takePipeName(block);
   if (!options.fallbackFile.empty() && !module.instances.empty()) {

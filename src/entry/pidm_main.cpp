@@ -106,6 +106,8 @@ class Request {
       case pmiPIDMOptInit:
         return init(request_, block<TallowInitBlock>());
       case pmiPIDMOptOpen:
+        // Before anything can be refused, a null module handle included.
+        block<TallowOpenBlock>().instanceHandle = nullptr;
         return open(record<ModuleRecord>(block<TallowOpenBlock>().moduleHandle), request_,
                     block<TallowOpenBlock>());
       case pmiPIDMOptClose:

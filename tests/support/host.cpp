@@ -122,6 +122,10 @@ Answer Host::init(std::string_view options, const InitInput& input) {
   }
   expectUntouched(block, writable, "Init block");
   expectUntouched(string, writableInString, "initialisation string");
+  if (answer.code == pmrcSuccess) {
+    EXPECT_EQ(block.get<char>(54 + input.moduleName.size()), '\0');
+    EXPECT_TRUE(input.nullString || string.get<char>(options.size()) == '\0');
+  }
   moduleHandle = block.get<void*>(34);
   return answer;
 }
@@ -146,6 +150,7 @@ Answer Host::open(std::string_view pipeName, std::int16_t openMode) {
   instance = block.get<void*>(50);
   if (answer.code == pmrcSuccess) {
     blockSize = block.get<std::uint32_t>(46);
+    EXPECT_EQ(block.get<char>(60 + pipeName.size()), '\0');
   } else {
     EXPECT_EQ(instance, nullptr) << "a failed Open answers no handle";
   }

@@ -91,6 +91,14 @@ void* replaceImport(HMODULE module, const char* name, void* replacement) {
   return before;
 }
 
+bool isLoaded(HMODULE module) {
+  HMODULE found = nullptr;
+  return GetModuleHandleExA(
+             GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+             reinterpret_cast<LPCSTR>(module), &found) &&
+         found == module;
+}
+
 LoadWatch::LoadWatch(std::function<void(HMODULE)> prepare) : prepare_(std::move(prepare)) {
   const auto add = reinterpret_cast<Register>(loaderFunction("LdrRegisterDllNotification"));
   if (add == nullptr || add(0, onLoad, &prepare_, &cookie_) != 0) {

@@ -20,7 +20,11 @@ bool importsFunction(HMODULE module, const char* name);
 // stood there. Throws std::runtime_error when the module does not import `name`.
 void* replaceImport(HMODULE module, const char* name, void* replacement);
 
-// Runs `replacement` instead of one imported function until it is destroyed. `Tag` (any type)
+// Whether `module` has not been unloaded yet.
+bool isLoaded(HMODULE module);
+
+// Runs `replacement` instead of one imported function until it is destroyed or the module is
+// unloaded. `Tag` (any type)
 // tells the hooks of a program apart: at most one hook per tag and signature lives at a time.
 // Functions with a variable argument list cannot be hooked.
 //
@@ -47,7 +51,9 @@ class Hook<Tag, Result(Arguments...)> {
     }
   }
   ~Hook() {
-    replaceImport(module_, name_.c_str(), reinterpret_cast<void*>(original_));
+    if (isLoaded(module_)) {
+      replaceImport(module_, name_.c_str(), reinterpret_cast<void*>(original_));
+    }
     current_ = nullptr;
   }
   Hook(const Hook&) = delete;

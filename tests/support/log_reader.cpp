@@ -4,6 +4,8 @@
 
 #include <array>
 #include <charconv>
+#include <cstdarg>
+#include <cstdio>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -85,6 +87,17 @@ std::string messageText(int id) {
   std::array<char, 4096> text{};
   LoadStringA(library, static_cast<UINT>(id), text.data(), static_cast<int>(text.size()));
   return text.data();
+}
+
+std::string formattedMessage(int id, ...) {
+  const std::string format = messageText(id);
+  std::string text(1 << 17, '\0');
+  std::va_list arguments;
+  va_start(arguments, id);
+  const int length = std::vsnprintf(text.data(), text.size(), format.c_str(), arguments);
+  va_end(arguments);
+  text.resize(static_cast<std::size_t>(length));
+  return text;
 }
 
 std::vector<LogLine> readLog(const std::string& directory) {

@@ -30,6 +30,9 @@ std::ostream& operator<<(std::ostream& out, const LogEntry& entry);
 // One text of the English language library; empty for an id without one.
 std::string messageText(int id);
 
+// The same, formatted with arguments of the types that the message takes.
+std::string formattedMessage(int id, ...);
+
 // All lines of namedpipes.log in `directory`; none when there is no such file. A message that spans
 // several lines is one entry. Throws std::runtime_error for a file that is no log.
 std::vector<LogLine> readLog(const std::string& directory);

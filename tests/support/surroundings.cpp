@@ -65,10 +65,12 @@ std::string uniquePipeName() {
 ScratchDirectory::ScratchDirectory() {
   std::array<char, MAX_PATH> parent{};
   GetTempPathA(static_cast<DWORD>(parent.size()), parent.data());
-  path_ = parent.data() + uniqueName("tallow");
-  if (!CreateDirectoryA(path_.c_str(), nullptr)) {
-    throw std::runtime_error("cannot create " + path_);
-  }
+  // A name may be left from a process that crashed with the same id.
+  do {
+    path_ = parent.data() + uniqueName("tallow");
+    if (CreateDirectoryA(path_.c_str(), nullptr)) return;
+  } while (GetLastError() == ERROR_ALREADY_EXISTS);
+  throw std::runtime_error("cannot create " + path_);
 }
 
 ScratchDirectory::~ScratchDirectory() {

@@ -84,8 +84,9 @@ void printText(const InitStringReport& report) {
   }
   const EffectiveOptions& effective = report.effective;
   std::printf(
-      "In force: blocks of %u bytes%s, %s, Signature_check %u, Pipe_Wait %u ms, log %s.\n",
-      effective.blockSize, effective.needFullBlock ? "" : " at most",
+      "In force: blocks of %u byte%s%s, %s, Signature_check %u, Pipe_Wait %u ms, log %s.\n",
+      effective.blockSize, effective.blockSize == 1 ? "" : "s",
+      effective.needFullBlock ? "" : " at most",
       effective.noFallback ? "no fallback file" : "fallback file from the first checkpoint",
       effective.signatureCheck, effective.pipeWait,
       effective.logLevel == 0 ? "off" : ("level " + std::to_string(effective.logLevel)).c_str());

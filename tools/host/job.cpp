@@ -209,9 +209,9 @@ void Job::takeCheckpoint() {
 }
 
 void Job::record(const Checkpoint& checkpoint, Finished finished) {
-  saveState(plan_.statePath,
-            {plan_.pipe, plan_.output, plan_.userInit, plan_.attributes, counts_.blockSize,
-             checkpoint.position, checkpoint.outputLength, finished == Finished::kYes});
+  saveState(plan_.statePath, {plan_.pipe, plan_.output, plan_.userInit, plan_.attributes,
+                              plan_.checkpointEvery, counts_.blockSize, checkpoint.position,
+                              checkpoint.outputLength, finished == Finished::kYes});
   counts_.recordedPosition = checkpoint.position;
   if (plan_.restartPossible) interrupt_.setForcedStatus(tools::ExitStatus::kRestartable);
 }

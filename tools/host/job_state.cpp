@@ -25,6 +25,7 @@ JobState fromJson(const ordered_json& json) {
     state.attributes.push_back(
         {item.at("name").get<std::string>(), item.at("value").get<std::string>()});
   }
+  state.checkpointEvery = json.at("checkpointEvery").get<std::uint64_t>();
   state.blockSize = json.at("blockSize").get<std::uint32_t>();
   state.position = json.at("position").get<std::uint64_t>();
   state.outputLength = json.at("outputLength").get<std::uint64_t>();
@@ -37,10 +38,15 @@ ordered_json toJson(const JobState& state) {
   for (const Attribute& attribute : state.attributes) {
     attributes.push_back({{"name", attribute.name}, {"value", attribute.value}});
   }
-  return {{"format", kFormat},          {"pipe", state.pipe},
-          {"output", state.output},     {"init", state.init},
-          {"attributes", attributes},   {"blockSize", state.blockSize},
-          {"position", state.position}, {"outputLength", state.outputLength},
+  return {{"format", kFormat},
+          {"pipe", state.pipe},
+          {"output", state.output},
+          {"init", state.init},
+          {"attributes", attributes},
+          {"checkpointEvery", state.checkpointEvery},
+          {"blockSize", state.blockSize},
+          {"position", state.position},
+          {"outputLength", state.outputLength},
           {"finished", state.finished}};
 }
 

@@ -12,6 +12,9 @@ namespace {
 
 using tools::MisuseError;
 
+/// Blocks between two checkpoints of a job that keeps a state and does not say how many.
+constexpr std::uint64_t kUsualCheckpointDistance = 64;
+
 std::string fullPath(const std::string& path) {
   if (path == "-") return path;
   return tools::toUtf8(std::filesystem::absolute(tools::toWide(path)).wstring());
@@ -54,6 +57,7 @@ void takeUpState(JobPlan& plan, const Settings& settings) {
   plan.output = state.output;
   plan.userInit = settings.init.value_or(state.init);
   plan.attributes = settings.attributes.empty() ? state.attributes : settings.attributes;
+  if (plan.checkpointEvery == 0) plan.checkpointEvery = state.checkpointEvery;
   plan.restart = std::move(state);
 }
 
@@ -105,6 +109,9 @@ JobPlan makePlan(const Settings& settings) {
     plan.output = fullPath(*settings.output);
     plan.userInit = settings.init.value_or("");
     plan.attributes = settings.attributes;
+    if (plan.keepsState() && plan.checkpointEvery == 0) {
+      plan.checkpointEvery = kUsualCheckpointDistance;
+    }
   }
   const EffectiveOptions options = explainInitString(plan.userInit).effective;
   const bool namesFile = plan.keepsState() && !options.noFallback && options.fallbackFile.empty();

@@ -96,7 +96,6 @@ std::string quoted(const std::string& argument) {
 
 std::string restartCommand(const Settings& settings) {
   std::string command = "tallow-host --state " + quoted(settings.state) + " --restart";
-  command += " --checkpoint-every " + std::to_string(settings.checkpointEvery);
   if (!settings.module.empty()) command += " --module " + quoted(settings.module);
   return command;
 }

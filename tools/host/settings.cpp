@@ -7,9 +7,6 @@ namespace {
 
 using tools::MisuseError;
 
-/// Blocks between two checkpoints of a job that keeps a state and does not say how many.
-constexpr std::uint64_t kUsualCheckpointDistance = 64;
-
 constexpr const char* kExamples = R"(Examples:
   Read a pipe to its end into a file, in blocks of 64 KB:
     tallow-host --pipe \\.\pipe\orders --out orders.csv --init "Block_size=65536"
@@ -54,7 +51,8 @@ void requireTogether(const Settings& settings) {
     throw MisuseError(std::string(settings.pipe ? "--out" : "--pipe") +
                       " is required; see tallow-host --help");
   }
-  if (settings.rewindAfter != 0 && settings.checkpointEvery == 0) {
+  const bool checkpoints = settings.checkpointEvery != 0 || !settings.state.empty();
+  if (settings.rewindAfter != 0 && !checkpoints) {
     throw MisuseError("--rewind goes back to a checkpoint; add --checkpoint-every BLOCKS");
   }
   if (settings.output == "-" && (!settings.state.empty() || settings.rewindAfter != 0)) {
@@ -95,8 +93,7 @@ std::optional<tools::ExitStatus> readCommandLine(std::vector<std::string> argume
                  "example orders.json")
       ->option_text("FILE");
   app.add_flag("--restart", settings.restart,
-               "Go on from the state file; --pipe, --out, --init and --attribute are taken from "
-               "it unless given");
+               "Go on from the state file; everything that is not given again is taken from it");
   app.add_flag("--new", settings.startOver, "Start over although a state file is there");
   app.add_option("--rewind", settings.rewindAfter,
                  "After so many checkpoints go back to the last one, once, for example 2")
@@ -113,9 +110,6 @@ std::optional<tools::ExitStatus> readCommandLine(std::vector<std::string> argume
     settings.attributes.push_back(splitAttribute(attribute));
   }
   requireTogether(settings);
-  if (!settings.state.empty() && settings.checkpointEvery == 0) {
-    settings.checkpointEvery = kUsualCheckpointDistance;
-  }
   return std::nullopt;
 }
 

@@ -19,7 +19,7 @@ struct Settings {
   std::vector<Attribute> attributes;
   std::string module;                 // empty: beside the program
   std::string state;                  // empty: no state file
-  std::uint64_t checkpointEvery = 0;  // blocks; 0: never
+  std::uint64_t checkpointEvery = 0;  // blocks; 0: not given
   std::uint64_t rewindAfter = 0;      // checkpoints; 0: never
   bool restart = false;
   bool startOver = false;

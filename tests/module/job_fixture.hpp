@@ -1,0 +1,60 @@
+// What most tests of the module begin with: a loaded module, a scratch folder and a log in it.
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "support/host.hpp"
+#include "support/import_hook.hpp"
+#include "support/log_reader.hpp"
+#include "support/pipe_ends.hpp"
+#include "support/surroundings.hpp"
+
+namespace tallow::test {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+// An environment without a log directory of its own and with the scratch folder as TEMP.
+class ModuleTest : public testing::Test {
+ protected:
+  ScratchDirectory scratch;
+  ScopedEnvironment noLogDirectory{"NPLOGDIR", std::nullopt};
+  ScopedEnvironment temp{"TEMP", scratch.path()};
+  std::optional<Module> loaded{std::in_place};
+  Host host{*loaded};
+  std::string pipeName = uniquePipeName();
+
+  HMODULE module() const { return loaded->handle(); }
+};
+
+// The log stands at level 6 in the scratch folder; its lines so far have been read.
+class JobTest : public ModuleTest {
+ protected:
+  LogReader log{scratch.path()};
+
+  std::string logOptions() const { return "Log_directory='" + scratch.path() + "' Log_level=6 "; }
+
+  // Init without a fallback file, with `options` behind the log's; they must be good.
+  void initialise(std::string_view options = {}) {
+    const Answer answer = host.init(logOptions() + "No_FallBack='' " + std::string(options));
+    ASSERT_EQ(answer.code, pmrcSuccess) << answer.text.value_or("");
+    log.newLines();
+  }
+
+  // Init and Open.
+  void openJob(std::string_view options = {}) {
+    initialise(options);
+    const Answer answer = host.open(pipeName);
+    ASSERT_EQ(answer.code, pmrcSuccess) << answer.text.value_or("");
+    log.newLines();
+  }
+};
+
+}  // namespace tallow::test
