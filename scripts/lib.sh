@@ -1,0 +1,169 @@
+# What the scripts in this folder share. Sourced by bash; never run by itself.
+
+set -euo pipefail
+shopt -s inherit_errexit
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+cache=${XDG_CACHE_HOME:-$HOME/.cache}/tallow
+
+say() { printf '== %s\n' "$*"; }
+
+fail() {
+  printf '%s: %s\n' "${0##*/}" "$*" >&2
+  exit 1
+}
+
+# as_root COMMAND...: runs it as root, through sudo where we are not root.
+as_root() {
+  if [[ $EUID -eq 0 ]]; then
+    "$@"
+  elif command -v sudo >/dev/null; then
+    sudo -- "$@"
+  else
+    fail "packages are missing and neither root rights nor sudo are here to install them: $*"
+  fi
+}
+
+# quietly LOG COMMAND...: keeps the output in LOG and shows its end only if the command fails.
+quietly() {
+  local log=$1
+  shift
+  mkdir -p "$(dirname "$log")"
+  # Not as a condition: the shell would then go on behind a failure inside of COMMAND.
+  set +e
+  (
+    set -e
+    "$@"
+  ) >"$log" 2>&1 </dev/null
+  local status=$?
+  set -e
+  if ((status != 0)); then
+    tail -n 40 "$log" >&2
+    fail "failed: $* (whole output: $log)"
+  fi
+}
+
+# need_packages PACKAGE...: installs those Debian packages that are not installed.
+need_packages() {
+  local package missing=()
+  for package in "$@"; do
+    if [[ $(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null) != installed ]]; then
+      missing+=("$package")
+    fi
+  done
+  if ((${#missing[@]} == 0)); then
+    return
+  fi
+  say "installing ${#missing[@]} Debian packages: ${missing[*]}"
+  local apt=(env DEBIAN_FRONTEND=noninteractive apt-get -q -y -o DPkg::Lock::Timeout=300)
+  quietly "$root/build/apt-update.log" as_root "${apt[@]}" update
+  quietly "$root/build/apt-install.log" as_root "${apt[@]}" --no-install-recommends install \
+    "${missing[@]}"
+}
+
+# fetch_debian_source NAME FOLDER: unpacks the Debian source package NAME into FOLDER, which must
+# not exist. Asks the archives that this system is set up with, through a private copy of its source
+# list, so that the system's own package lists stay as they are.
+fetch_debian_source() {
+  local name=$1 folder=$2 private list
+  private=$(mktemp -d "$cache/apt.XXXXXX")
+  mkdir -p "$private"/{parts,lists/partial,cache/archives/partial,download}
+  for list in /etc/apt/sources.list /etc/apt/sources.list.d/debian*.{list,sources}; do
+    if [[ -r $list ]]; then
+      # Both the one-line and the block format.
+      sed -E -e 's/^deb(\s)/deb-src\1/' -e 's/^Types:.*/Types: deb-src/' "$list" \
+        >"$private/parts/${list##*/}"
+    fi
+  done
+  local apt=(apt-get -q -o Dir::Etc::sourcelist=/dev/null -o Dir::Etc::sourceparts="$private/parts"
+    -o Dir::State::Lists="$private/lists" -o Dir::Cache="$private/cache" -o APT::Sandbox::User=)
+  (
+    cd "$private/download"
+    "${apt[@]}" update
+    "${apt[@]}" source --download-only "$name"
+    dpkg-source --no-check -x ./*.dsc unpacked
+  )
+  mv "$private/download/unpacked" "$folder"
+  rm -rf "$private"
+}
+
+# with_cache_entry NAME MAKER: makes sure that $cache/NAME is there. MAKER FOLDER fills a new folder,
+# which gets its name only when it is complete: an interrupted run leaves nothing half-done behind.
+with_cache_entry() {
+  local name=$1 maker=$2 fresh
+  mkdir -p "$cache"
+  exec 8>"$cache/lock"
+  flock 8
+  if [[ ! -d $cache/$name ]]; then
+    # Under the lock, what carries a temporary name is an interrupted run's.
+    rm -rf "$cache"/{"$name",apt}.??????
+    fresh=$(mktemp -d "$cache/$name.XXXXXX")
+    quietly "$cache/$name.log" "$maker" "$fresh"
+    chmod 755 "$fresh"
+    mv "$fresh" "$cache/$name"
+  fi
+  exec 8>&-
+}
+
+# start_wine: gives the programs that this script starts a Wine prefix of the project's own and one
+# server that lives until the last script that uses the prefix ends.
+start_wine() {
+  export WINEPREFIX=$root/build/wine WINEDEBUG=-all
+  # Neither .NET nor HTML is needed, and asking for them would open a window.
+  export WINEDLLOVERRIDES='mscoree=;mshtml='
+  mkdir -p "$root/build"
+  exec 9>"$root/build/wine.lock"
+  if [[ ! -e $WINEPREFIX/complete ]]; then
+    flock 9
+    if [[ ! -e $WINEPREFIX/complete ]]; then
+      say "making the Wine prefix"
+      rm -rf "$WINEPREFIX"
+      mkdir -p "$WINEPREFIX"
+      quietly "$root/build/wine.log" env -u DISPLAY wineboot --init 9>&-
+      wineserver -w 9>&-
+      touch "$WINEPREFIX/complete"
+    fi
+  fi
+  flock --shared 9
+  # The server must not hold on to our output or to the lock.
+  wineserver -p </dev/null >/dev/null 2>&1 9>&- || true
+  at_exit stop_wine
+}
+
+stop_wine() {
+  if flock --exclusive --nonblock 9; then
+    wineserver -k 9>&- 2>/dev/null || true
+  fi
+}
+
+# at_exit COMMAND: runs it when the script ends, however it ends; the latest first.
+at_exit_commands=()
+at_exit() {
+  at_exit_commands=("$1" "${at_exit_commands[@]}")
+  trap run_at_exit EXIT
+  trap 'exit 130' INT
+  trap 'exit 143' TERM
+}
+run_at_exit() {
+  local status=$? command
+  trap - EXIT
+  for command in "${at_exit_commands[@]}"; do
+    "$command" || true
+  done
+  exit "$status"
+}
+
+# build_preset PRESET [TARGET...]: configures if need be and builds (everything, or the targets).
+build_preset() {
+  local preset=$1
+  shift
+  say "building preset $preset"
+  cd "$root"
+  # Configuring takes seconds and a cache entry that was deleted comes back under the same name.
+  quietly "$root/build/configure-$preset.log" cmake --preset "$preset"
+  if (($#)); then
+    cmake --build --preset "$preset" --target "$@"
+  else
+    cmake --build --preset "$preset"
+  fi
+}
