@@ -45,6 +45,7 @@ void CTallowinApp::end() noexcept {
   delete outOfMemory;
   outOfMemory = nullptr;
   freeLanguageLibrary();
+  releaseExceptionReserve();
 }
 
 CTallowinApp& application() noexcept {

@@ -17,7 +17,16 @@ extern "C" void* __wrap_malloc(std::size_t size) {
   return nullptr;
 }
 
+// Of the run-time library, which declares it in no header.
+namespace __gnu_cxx {
+void __freeres();
+}
+
 namespace tallow::diag {
+
+void releaseExceptionReserve() noexcept {
+  __gnu_cxx::__freeres();
+}
 
 void prepareExceptionReserve() noexcept {
   refuseOnce = true;

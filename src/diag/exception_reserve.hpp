@@ -8,4 +8,8 @@ namespace tallow::diag {
 // end. To be called once, before anything can run out of memory.
 void prepareExceptionReserve() noexcept;
 
+// Gives the reserve's memory back, which nothing else does when the library is unloaded. No
+// exception may be raised behind it.
+void releaseExceptionReserve() noexcept;
+
 }  // namespace tallow::diag
