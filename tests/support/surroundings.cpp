@@ -43,6 +43,18 @@ void setVariable(const std::string& name, const std::optional<std::string>& valu
   }
 }
 
+template <typename Visit>
+void visitHeapBlocks(Visit visit) {
+  std::array<HANDLE, 64> heaps{};
+  const DWORD count = GetProcessHeaps(static_cast<DWORD>(heaps.size()), heaps.data());
+  for (DWORD i = 0; i < count; ++i) {
+    PROCESS_HEAP_ENTRY entry{};
+    while (HeapWalk(heaps[i], &entry)) {
+      if ((entry.wFlags & PROCESS_HEAP_ENTRY_BUSY) != 0) visit(entry.cbData);
+    }
+  }
+}
+
 }  // namespace
 
 std::string programDirectory() {
@@ -124,16 +136,15 @@ std::size_t openHandles() {
 }
 
 std::size_t heapBlocks() {
-  std::array<HANDLE, 64> heaps{};
-  const DWORD heapCount = GetProcessHeaps(static_cast<DWORD>(heaps.size()), heaps.data());
   std::size_t blocks = 0;
-  for (DWORD i = 0; i < heapCount; ++i) {
-    PROCESS_HEAP_ENTRY entry{};
-    while (HeapWalk(heaps[i], &entry)) {
-      if ((entry.wFlags & PROCESS_HEAP_ENTRY_BUSY) != 0) ++blocks;
-    }
-  }
+  visitHeapBlocks([&](std::size_t) { ++blocks; });
   return blocks;
+}
+
+std::size_t heapBytes() {
+  std::size_t bytes = 0;
+  visitHeapBlocks([&](std::size_t size) { bytes += size; });
+  return bytes;
 }
 
 }  // namespace tallow::test

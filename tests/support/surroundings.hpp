@@ -62,5 +62,6 @@ class ScopedCurrentDirectory {
 // What this process holds at the moment.
 std::size_t openHandles();
 std::size_t heapBlocks();
+std::size_t heapBytes();
 
 }  // namespace tallow::test
