@@ -1,0 +1,86 @@
+// Reads a fallback file as it lies on disk, whole or damaged. Pure: any stream will do.
+#pragma once
+
+#include <cstdint>
+#include <istream>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "fallback/fallback_format.hpp"
+
+namespace tallow::inspect {
+
+/// How sure a statement is that the file itself does not make.
+enum class Certainty {
+  kGiven,   // said on the command line
+  kGuess,   // likely, with a reason
+  kProved,  // follows from the original data
+};
+
+enum class FileState {
+  kValid,       // header and sync area are there and make sense
+  kForeign,     // does not begin as a fallback file does
+  kTruncated,   // ends inside the header or the sync area
+  kBadHeader,   // the header holds a block size that the module cannot have written
+  kUnreadable,  // the system refuses to read it
+};
+
+struct Header {
+  std::uint32_t blockSize = 0;  // bytes
+  std::uint8_t signatureFlag = 0;
+  std::string pipeName;  // the module's bytes up to the NUL, at most 259
+};
+
+/// Whether records carry a length in front (Need_Full_Block off). The file does not say so.
+struct RecordShape {
+  bool fullBlocks = true;
+  Certainty certainty = Certainty::kGuess;
+  std::string reason;
+};
+
+/// The block in the first record. The file does not say so either.
+struct FirstBlock {
+  std::uint64_t blockNo = fallback::kNoBlock;  // kNoBlock: not even a guess
+  Certainty certainty = Certainty::kGuess;
+  std::string reason;
+};
+
+struct FallbackFile {
+  FileState state = FileState::kUnreadable;
+  std::string finding;                             // what is wrong, in one line; empty for kValid
+  std::uint64_t size = 0;                          // bytes
+  std::optional<Header> header;                    // with kValid and, as far as it is there, others
+  std::optional<fallback::SyncPoints> syncPoints;  // with kValid
+  std::vector<std::string> oddities;  // what the module would not write but takes all the same
+
+  // With kValid. Slots count from 0.
+  RecordShape shape;
+  FirstBlock first;
+  std::uint64_t slotCount = 0;  // whole records
+  std::uint64_t tailBytes = 0;  // behind them, of a record cut short
+
+  fallback::RecordLayout layout() const { return {header->blockSize, shape.fullBlocks}; }
+  std::uint64_t slotOffset(std::uint64_t slot) const {
+    return fallback::kDataStartOffset + slot * layout().recordSize();
+  }
+};
+
+/// What the user knows and the file does not say.
+struct Hints {
+  std::optional<bool> fullBlocks;
+  std::optional<std::uint64_t> firstBlock;
+};
+
+/// Never throws for what the file holds.
+FallbackFile readFallbackFile(std::istream& file, const Hints& hints);
+
+/// The length value in front of a slot's data; none with full blocks or when it cannot be read. A
+/// value above the block size means that the module cannot serve the record.
+std::optional<std::uint32_t> readRecordLength(std::istream& file, const FallbackFile& image,
+                                              std::uint64_t slot);
+
+/// The slot's block-size bytes; shorter when the file ends first.
+std::string readRecordData(std::istream& file, const FallbackFile& image, std::uint64_t slot);
+
+}  // namespace tallow::inspect

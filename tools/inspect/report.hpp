@@ -1,0 +1,26 @@
+// What tallow-inspect prints.
+#pragma once
+
+#include <istream>
+#include <optional>
+#include <string>
+
+#include "inspect/picture.hpp"
+#include "inspect/verification.hpp"
+
+namespace tallow::inspect {
+
+struct Subject {
+  std::string name;  // of the file, UTF-8
+  FallbackFile file;
+  std::optional<Verification> verification;
+};
+
+/// Whether the file is one that a run would take over and nothing was disproved.
+bool isSound(const Subject& subject);
+
+/// `stream` is the file itself, for the lengths in front of records.
+void printText(const Subject& subject, std::istream& stream, Colour colour);
+void printJson(const Subject& subject, std::istream& stream);
+
+}  // namespace tallow::inspect
