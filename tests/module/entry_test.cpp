@@ -177,25 +177,6 @@ TEST_F(Entry, AFailureBehindAHandlePutsItsTextIntoThatRecord) {
   EXPECT_EQ(answer.textAddress, host.instance);
 }
 
-// What the language library answers, with some texts taken out of it or changed.
-class OtherTexts {
- public:
-  explicit OtherTexts(HMODULE module, int id, std::string text)
-      : hook_(module, "LoadStringA",
-              [this, id, text](HINSTANCE library, UINT wanted, char* buffer, int size) {
-                if (static_cast<int>(wanted) != id) {
-                  return hook_.original(library, wanted, buffer, size);
-                }
-                const int kept = std::min(static_cast<int>(text.size()), size - 1);
-                text.copy(buffer, static_cast<std::size_t>(kept));
-                buffer[kept] = '\0';
-                return kept;
-              }) {}
-
- private:
-  Hook<struct LoadStringTag, int(HINSTANCE, UINT, char*, int)> hook_;
-};
-
 TEST_F(Entry, ReportsMessage34WhenTheFailuresTextIsMissing) {
   initialise();
   const OtherTexts texts(module(), 44, "");

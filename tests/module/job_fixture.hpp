@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -20,6 +21,25 @@ namespace tallow::test {
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+
+// What the language library answers, with one text taken out of it or changed.
+class OtherTexts {
+ public:
+  explicit OtherTexts(HMODULE module, int id, std::string text)
+      : hook_(module, "LoadStringA",
+              [this, id, text](HINSTANCE library, UINT wanted, char* buffer, int size) {
+                if (static_cast<int>(wanted) != id) {
+                  return hook_.original(library, wanted, buffer, size);
+                }
+                const int kept = std::min(static_cast<int>(text.size()), size - 1);
+                text.copy(buffer, static_cast<std::size_t>(kept));
+                buffer[kept] = '\0';
+                return kept;
+              }) {}
+
+ private:
+  Hook<struct LoadStringTag, int(HINSTANCE, UINT, char*, int)> hook_;
+};
 
 // An environment without a log directory of its own and with the scratch folder as TEMP.
 class ModuleTest : public testing::Test {
