@@ -68,8 +68,10 @@ JobEnd Job::run() {
   instance_.emplace(open());
   counts_.blockSize = instance_->blockSize();
   const auto start = Clock::now();
+  deliveryStart_ = start;
   const auto note = [&] {
     counts_.seconds = std::chrono::duration<double>(Clock::now() - start).count();
+    counts_.deliverySeconds = std::chrono::duration<double>(Clock::now() - deliveryStart_).count();
     counts_.outputBytes = output_.length();
     progress_.reset();
   };
@@ -142,6 +144,7 @@ bool Job::restart() {
 }
 
 JobEnd Job::deliver() {
+  deliveryStart_ = Clock::now();
   progress_.reset();
   progress_.emplace("read", std::nullopt);
   progress_->startAt(output_.length(), counts_.blocks);

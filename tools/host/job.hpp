@@ -1,6 +1,7 @@
 // One run of a job: from Open to Close.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -19,7 +20,8 @@ struct JobCounts {
   std::uint64_t blocks = 0;       // number of the last block written
   std::uint64_t outputBytes = 0;  // the whole output
   std::uint64_t readBytes = 0;    // by this run
-  double seconds = 0;             // from the first request for data on
+  double seconds = 0;             // from Open on
+  double deliverySeconds = 0;     // from the first Read on
   std::uint64_t checkpoints = 0;
   bool rewound = false;
   std::optional<std::uint64_t> recordedPosition;  // what the state file holds
@@ -75,6 +77,7 @@ class Job {
   std::optional<tools::Progress> progress_;
   std::optional<Checkpoint> lastCheckpoint_;
   std::uint64_t blocksSinceCheckpoint_ = 0;
+  std::chrono::steady_clock::time_point deliveryStart_;
   bool confirmRestart_ = false;  // the block of the restart's position is still to come again
   bool endTold_ = false;         // the module has answered pmrcEOF
 };

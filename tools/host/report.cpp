@@ -48,8 +48,9 @@ std::string statusName(ExitStatus status) {
 
 ordered_json toJson(const JobPlan& plan, const Outcome& outcome) {
   const JobCounts& counts = outcome.counts;
-  const double rate =
-      counts.seconds > 0 ? static_cast<double>(counts.readBytes) / counts.seconds : 0;
+  const double rate = counts.deliverySeconds > 0
+                          ? static_cast<double>(counts.readBytes) / counts.deliverySeconds
+                          : 0;
   return {{"status", statusName(outcome.status)},
           {"exitStatus", static_cast<int>(outcome.status)},
           {"module", moduleJson(outcome)},
@@ -79,7 +80,7 @@ void printSummary(std::FILE* stream, const JobPlan& plan, const Outcome& outcome
   text += tools::formatCount(counts.blocks, "block");
   text += ", " + tools::formatBytes(counts.outputBytes);
   text += " in " + tools::formatDuration(counts.seconds);
-  text += " (" + tools::formatRate(counts.readBytes, counts.seconds) + ")";
+  text += " (" + tools::formatRate(counts.readBytes, counts.deliverySeconds) + ")";
   if (counts.checkpoints > 0) text += ", " + tools::formatCount(counts.checkpoints, "checkpoint");
   if (plan.restart) text += ", restarted from block " + std::to_string(plan.restart->position);
   if (counts.rewound) text += ", rewound once";
