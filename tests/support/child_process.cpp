@@ -56,6 +56,8 @@ unsigned runChild(const std::string& name, const std::vector<std::string>& argum
 }
 
 int runTests(int argc, char** argv) {
+  // The module speaks the loading thread's language; texts are compared in English.
+  SetThreadLocale(MAKELCID(MAKELANGID(LANG_ENGLISH, SUBLANG_ENGLISH_US), SORT_DEFAULT));
   if (argc >= 3 && argv[1] == kChildSwitch) {
     SetUnhandledExceptionFilter(endWithExceptionCode);
     return allWork().at(argv[2])(std::vector<std::string>(argv + 3, argv + argc));

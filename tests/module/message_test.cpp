@@ -1,0 +1,138 @@
+// Message texts, and how the module comes by its language library when it is loaded.
+#include "job_fixture.hpp"
+
+namespace tallow::test {
+namespace {
+
+class MessageLength : public JobTest, public testing::WithParamInterface<std::size_t> {};
+
+// The buffers that a message is formatted into hold 255, 511, 2560, 4608, 6656 and 8704 characters.
+TEST_P(MessageLength, IsKeptWhole) {
+  initialise();
+  constexpr const char* kSyntax = "on windows named pipe syntax is: \\\\.\\pipe\\pipename";
+  const std::string name(GetParam() - formattedMessage(45, "", kSyntax).size(), 'n');
+  const Answer answer = host.open(name);
+  EXPECT_EQ(answer.textLength, GetParam());
+  EXPECT_EQ(answer.text, formattedMessage(45, name.c_str(), kSyntax).substr(0, 511));
+}
+
+INSTANTIATE_TEST_SUITE_P(Message, MessageLength,
+                         testing::Values(254, 255, 256, 257, 510, 511, 512, 513, 2559, 2560, 2561,
+                                         4608, 4609, 6656, 6657, 8703, 8704));
+
+using Message = JobTest;
+
+TEST_F(Message, LongerThanTheLargestBufferIsCut) {
+  initialise();
+  for (const std::size_t length : {8800u, 20000u, 65535u}) {
+    EXPECT_EQ(host.open(std::string(length, 'n')).textLength, 8704u);
+  }
+}
+
+// What a module asks for while it is being loaded, and is refused.
+struct FailedLoad {
+  std::vector<std::string> libraries;
+  std::vector<std::string> boxes;
+  bool loaded = false;
+};
+
+FailedLoad loadWithoutLanguages(LCID locale) {
+  FailedLoad result;
+  std::optional<Hook<struct LibraryTag, HMODULE(LPCSTR)>> library;
+  std::optional<Hook<struct BoxTag, int(HWND, LPCSTR, LPCSTR, UINT)>> box;
+  std::optional<Hook<struct LocaleTag, LCID()>> threadLocale;
+  {
+    const LoadWatch watch([&](HMODULE module) {
+      if (!importsFunction(module, "LoadStringA")) return;
+      library.emplace(module, "LoadLibraryA", [&](LPCSTR name) {
+        result.libraries.emplace_back(name);
+        SetLastError(ERROR_MOD_NOT_FOUND);
+        return nullptr;
+      });
+      box.emplace(module, "MessageBoxA", [&](HWND owner, LPCSTR text, LPCSTR, UINT type) {
+        EXPECT_EQ(owner, nullptr);
+        EXPECT_EQ(type & MB_TYPEMASK, UINT{MB_OK});
+        result.boxes.emplace_back(text);
+        return IDOK;
+      });
+      threadLocale.emplace(module, "GetThreadLocale", [=] { return locale; });
+    });
+    const HMODULE module = LoadLibraryA(modulePath().c_str());
+    result.loaded = module != nullptr;
+    if (module != nullptr) FreeLibrary(module);
+  }
+  return result;
+}
+
+std::string languageName(LCID locale) {
+  char name[256] = {};
+  GetLocaleInfoA(locale, LOCALE_SLANGUAGE, name, sizeof name);
+  return name;
+}
+
+constexpr LCID kEnglish = 0x0409;
+constexpr LCID kGerman = 0x0407;
+constexpr LCID kGermanAustria = 0x0c07;
+
+class LanguageLibrary : public testing::Test {
+ protected:
+  ScopedEnvironment noLogDirectory{"NPLOGDIR", std::nullopt};
+};
+
+TEST_F(LanguageLibrary, IsLookedForBesideTheModuleFirst) {
+  const FailedLoad load = loadWithoutLanguages(kGermanAustria);
+  const std::string beside = programDirectory() + '\\';
+  EXPECT_THAT(load.libraries,
+              ElementsAre(beside + "tallowindea", beside + "tallowindeu", beside + "tallowinenu",
+                          "tallowindea", "tallowindeu", "tallowinenu"));
+}
+
+TEST_F(LanguageLibrary, IsNeeded) {
+  const FailedLoad load = loadWithoutLanguages(kEnglish);
+  EXPECT_FALSE(load.loaded);
+  EXPECT_EQ(load.boxes.size(), 1u);
+}
+
+TEST_F(LanguageLibrary, BoxTellsThreeAttempts) {
+  const FailedLoad load = loadWithoutLanguages(kGermanAustria);
+  EXPECT_THAT(
+      load.boxes,
+      ElementsAre("Cannot load language specific resources (tried \"tallowindea\" (" +
+                  languageName(kGermanAustria) + "), \"tallowindeu\" (" + languageName(kGerman) +
+                  "), and \"tallowinenu\" (English (United States)))."));
+}
+
+TEST_F(LanguageLibrary, BoxTellsTwoAttempts) {
+  const FailedLoad load = loadWithoutLanguages(kGerman);
+  EXPECT_THAT(
+      load.boxes,
+      ElementsAre("Cannot load language specific resources (tried \"tallowindeu\" (" +
+                  languageName(kGerman) + ") and \"tallowinenu\" (English (United States)))."));
+}
+
+TEST_F(LanguageLibrary, BoxTellsOneAttempt) {
+  const FailedLoad load = loadWithoutLanguages(kEnglish);
+  EXPECT_THAT(load.boxes, ElementsAre("Cannot load language specific resources (tried "
+                                      "\"tallowinenu\" (English (United States)))."));
+}
+
+TEST_F(LanguageLibrary, FailedLoadLeavesTheNextOneUnharmed) {
+  ASSERT_FALSE(loadWithoutLanguages(kEnglish).loaded);
+  const Module module;
+  Host host(module);
+  EXPECT_EQ(host.init("").code, pmrcSuccess);
+}
+
+TEST_F(LanguageLibrary, BoxIsNotShownWhenOneIsFound) {
+  int boxes = 0;
+  std::optional<Hook<struct BoxTag, int(HWND, LPCSTR, LPCSTR, UINT)>> box;
+  const LoadWatch watch([&](HMODULE module) {
+    if (!importsFunction(module, "LoadStringA")) return;
+    box.emplace(module, "MessageBoxA", [&](auto...) { return ++boxes; });
+  });
+  { const Module module; }
+  EXPECT_EQ(boxes, 0);
+}
+
+}  // namespace
+}  // namespace tallow::test
