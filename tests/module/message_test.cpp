@@ -36,6 +36,11 @@ struct FailedLoad {
   bool loaded = false;
 };
 
+// Tells the module from the system's libraries that are loaded with it.
+bool isModule(HMODULE library) {
+  return importsFunction(library, "LoadStringA") && importsFunction(library, "timeBeginPeriod");
+}
+
 FailedLoad loadWithoutLanguages(LCID locale) {
   FailedLoad result;
   std::optional<Hook<struct LibraryTag, HMODULE(LPCSTR)>> library;
@@ -43,7 +48,7 @@ FailedLoad loadWithoutLanguages(LCID locale) {
   std::optional<Hook<struct LocaleTag, LCID()>> threadLocale;
   {
     const LoadWatch watch([&](HMODULE module) {
-      if (!importsFunction(module, "LoadStringA")) return;
+      if (!isModule(module)) return;
       library.emplace(module, "LoadLibraryA", [&](LPCSTR name) {
         result.libraries.emplace_back(name);
         SetLastError(ERROR_MOD_NOT_FOUND);
@@ -127,7 +132,7 @@ TEST_F(LanguageLibrary, BoxIsNotShownWhenOneIsFound) {
   int boxes = 0;
   std::optional<Hook<struct BoxTag, int(HWND, LPCSTR, LPCSTR, UINT)>> box;
   const LoadWatch watch([&](HMODULE module) {
-    if (!importsFunction(module, "LoadStringA")) return;
+    if (!isModule(module)) return;
     box.emplace(module, "MessageBoxA", [&](auto...) { return ++boxes; });
   });
   { const Module module; }
