@@ -50,7 +50,6 @@ void saveCheckpoint(const std::string& path, std::FILE* output, const Checkpoint
 }
 
 TallowPIDMMain pidmMain = nullptr;
-
 // Sends one request. Answers false at the end of the data; throws for every other failure.
 bool send(std::uint32_t code, void* parameters) {
   TallowRequestBlock request{};
