@@ -1,10 +1,11 @@
 #!/usr/bin/env python3
-"""The minimal host and writer do what the host guide says of them, and so does its line for Node."""
+"""The examples and the commands of README.md and the host guide do what is said of them."""
 
 import os
 import pathlib
 import random
 import re
+import shutil
 import signal
 import subprocess
 import tempfile
@@ -111,6 +112,23 @@ class Examples(unittest.TestCase):
         self.assertEqual((host.wait(SECONDS), writer.wait(SECONDS)), (0, 0))
         self.assertEqual(self.start_host().wait(SECONDS), 0)
         self.assertEqual(self.output(), DATA)
+
+    def test_the_job_of_the_readme_runs_in_a_console(self):
+        readme = (ROOT / "README.md").read_text(encoding="utf-8")
+        lines = re.search(r"^```bat\n(.*?)^```$", readme, re.MULTILINE | re.DOTALL).group(1)
+        self.assertEqual(len(lines.splitlines()), 5)
+        name = self.pipe.rsplit("\\", 1)[1]
+        lines = lines.replace(r"\\.\pipe\orders", rf"\\.\pipe\{name}").replace("\n", "\r\n")
+        (self.folder / "job.bat").write_bytes(lines.encode())
+        (self.folder / "orders.csv").write_bytes(DATA)
+        for program in ("tallow-feed.exe", "tallow-host.exe", "tallowin.dll", "tallowinenu.dll"):
+            shutil.copy(BIN / program, self.folder)
+        run = subprocess.run(["wine", "cmd", "/c", "job.bat"], cwd=self.folder, text=True,
+                             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, timeout=SECONDS,
+                             check=False)
+        self.assertIn("done: 2 blocks", run.stdout)
+        self.assertIn(" 72 Log opened by ", run.stdout)
+        self.assertEqual((self.folder / "loaded.csv").read_bytes(), DATA)
 
     def test_host_has_fewer_than_150_lines(self):
         source = (ROOT / "examples" / "minimal_host.cpp").read_text(encoding="utf-8")
