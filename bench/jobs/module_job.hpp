@@ -1,0 +1,36 @@
+// The same job through the module.
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "common/module.hpp"
+#include "jobs/feed.hpp"
+#include "jobs/measure.hpp"
+#include "jobs/shape.hpp"
+
+namespace tallow::bench {
+
+// The initialisation string of a job: log and fallback file in the scratch folder.
+std::string initString(const Shape& shape, const std::string& scratch);
+
+// One module, loaded for all jobs of the process.
+class JobRunner {
+ public:
+  explicit JobRunner(std::string scratch);
+
+  // A whole job, a checkpoint behind its first block and then every so often, the fallback file
+  // removed at its end. The clock runs from the first block to the end of the data. Throws when the
+  // data differs in length; afterBlock, if given, is called with each block's bytes.
+  Timing run(const Shape& shape, const Stream& stream,
+             const std::function<void(const std::byte*, const Timing&)>& afterBlock = {});
+
+  client::Module& module() { return module_; }
+  const std::string& scratch() const { return scratch_; }
+
+ private:
+  std::string scratch_;
+  client::Module module_;
+};
+
+}  // namespace tallow::bench

@@ -1,0 +1,36 @@
+// What tallow-bench can measure. Each takes its request and gives the raw samples back; ratios and
+// medians are made of them outside.
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include "jobs/module_job.hpp"
+
+namespace tallow::bench {
+
+using Json = nlohmann::json;
+
+// {pairs, a: shape, b: shape}: both jobs in turn. {a: [timing], b: [timing]}
+Json compare(JobRunner& runner, const Json& request);
+
+// {shape, sampleEvery: bytes}: one job, each block compared with what was sent.
+// {timing, processorTime, samples: [{bytes, seconds, workingSet, handles}]}
+Json watch(JobRunner& runner, const Json& request);
+
+// {blocks, pairs}: the file's blocks through SetPos and Read, and by fread and MD5 alone.
+// {module: [seconds], floor: [seconds], bytes}
+Json replay(JobRunner& runner, const Json& request);
+
+// {files, rounds, matching}: Open and Close with so many files in the fallback directory, all of
+// them of the job's own naming pattern if matching, and one enumeration of the directory.
+// {open: [seconds], close, closeAtEnd, enumerate}
+Json openClose(JobRunner& runner, const Json& request);
+
+// {blockSize, blocks}: GetPos behind every block. {getPos: [seconds]}
+Json positions(JobRunner& runner, const Json& request);
+
+// {shape}: calls into the system per block: what a job of twice the length makes more of.
+// {calls: {name: number}}
+Json calls(JobRunner& runner, const Json& request);
+
+}  // namespace tallow::bench
