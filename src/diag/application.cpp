@@ -4,7 +4,7 @@
 #include <new>
 
 #include "diag/command_line.hpp"
-#include "diag/exception_reserve.hpp"
+#include "diag/exception_runtime.hpp"
 #include "diag/language_library.hpp"
 #include "diag/log.hpp"
 #include "diag/messages.hpp"
@@ -15,7 +15,7 @@ namespace {
 
 // Made at start, since nothing can be formatted once memory has run out. Raising it copies the
 // exception, which shares the text and allocates nothing but the exception object itself, for
-// which the run-time library keeps a reserve.
+// which there is a reserve.
 constinit const CErrMsgException* outOfMemory = nullptr;
 
 void raiseOutOfMemory() {
@@ -28,7 +28,7 @@ void raiseOutOfMemory() {
 bool CTallowinApp::start(HMODULE module) noexcept {
   try {
     module_ = module;
-    prepareExceptionReserve();
+    startExceptionRuntime();
     std::set_new_handler(raiseOutOfMemory);
     if (!loadLanguageLibrary(module)) return false;
     outOfMemory = new CErrMsgException(MessageId::kOutOfMemory, message<MessageId::kOutOfMemory>());
@@ -45,7 +45,7 @@ void CTallowinApp::end() noexcept {
   delete outOfMemory;
   outOfMemory = nullptr;
   freeLanguageLibrary();
-  releaseExceptionReserve();
+  endExceptionRuntime();
 }
 
 CTallowinApp& application() noexcept {

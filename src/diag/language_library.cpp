@@ -41,6 +41,8 @@ bool loadLanguageLibrary(HMODULE module) {
   // The full path first, so that a library in the working directory can't take its place.
   for (const std::string& directory : {directoryOf(module), std::string()}) {
     for (const LanguageAttempt& attempt : attempts) {
+      // Without an abbreviation the name would be the module's own.
+      if (attempt.library == languageLibraryName("")) continue;
       library = LoadLibraryA((directory + attempt.library).c_str());
       if (library != nullptr) return true;
     }

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "load/sql_text.hpp"
+#include "load/utf8.hpp"
 
 namespace tallow::load {
 namespace {
@@ -25,6 +26,7 @@ InsertBatch::InsertBatch(const Connection& connection, std::string table,
       capacity_(rows),
       nullText_(std::move(nullText)),
       cells_(rows * columns_.size() * kCell),
+      wide_(rows * columns_.size()),
       lengths_(rows * columns_.size()) {
   numbers_.reserve(rows);
 }
@@ -33,16 +35,32 @@ void InsertBatch::add(std::uint64_t number, std::span<const Field> fields) {
   if (numbers_.empty()) longValues_.clear();
   std::size_t cell = numbers_.size() * columns_.size();
   for (const Field& field : fields) {
-    const bool isNull = field.isNull || (nullText_ && field.text == *nullText_);
-    lengths_[cell] = isNull ? SQL_NULL_DATA : static_cast<SQLLEN>(field.text.size());
-    if (field.text.size() > kCell && !isNull) {
-      longValues_.emplace(cell, field.text);
-    } else if (!isNull) {
-      std::memcpy(&cells_[cell * kCell], field.text.data(), field.text.size());
+    if (field.isNull || (nullText_ && field.text == *nullText_)) {
+      lengths_[cell] = SQL_NULL_DATA;
+    } else {
+      store(cell, field.text);
     }
     ++cell;
   }
   numbers_.push_back(number);
+}
+
+void InsertBatch::store(std::size_t cell, std::string_view text) {
+  if (!wide_[cell] && !isAscii(text)) wide_[cell] = 1;
+  const std::size_t room = wide_[cell] ? text.size() * sizeof(char16_t) : text.size();
+  char* target = &cells_[cell * kCell];
+  if (room > kCell) {
+    std::string& longValue = longValues_[cell];
+    longValue.resize(room);
+    target = longValue.data();
+  }
+  if (wide_[cell]) {
+    const std::size_t units = toUtf16(text, reinterpret_cast<char16_t*>(target));
+    lengths_[cell] = static_cast<SQLLEN>(units * sizeof(char16_t));
+  } else {
+    std::memcpy(target, text.data(), text.size());
+    lengths_[cell] = static_cast<SQLLEN>(text.size());
+  }
 }
 
 void InsertBatch::insert() {
@@ -84,19 +102,24 @@ InsertBatch::Prepared& InsertBatch::prepared(std::size_t rows) {
 void InsertBatch::bind(Prepared& insertion, std::size_t parameter, std::size_t cell) {
   char* value = &cells_[cell * kCell];
   std::size_t size = kCell;
-  if (lengths_[cell] > static_cast<SQLLEN>(kCell)) {
-    std::string& longValue = longValues_.at(cell);
-    value = longValue.data();
-    size = longValue.size();
+  if (!longValues_.empty()) {
+    if (const auto found = longValues_.find(cell); found != longValues_.end()) {
+      value = found->second.data();
+      size = found->second.size();
+    }
   }
-  if (insertion.bound[parameter] == value) return;
+  const Binding binding{value, wide_[cell] != 0};
+  if (insertion.bound[parameter] == binding) return;
+  const SQLSMALLINT plainType = binding.wide ? SQL_WVARCHAR : SQL_VARCHAR;
+  const SQLSMALLINT longType = binding.wide ? SQL_WLONGVARCHAR : SQL_LONGVARCHAR;
+  const SQLULEN characters = binding.wide ? size / sizeof(char16_t) : size;
   const OdbcHandle& statement = insertion.statement.handle();
   statement.check(SQLBindParameter(statement.get(), static_cast<SQLUSMALLINT>(parameter + 1),
-                                   SQL_PARAM_INPUT, SQL_C_CHAR,
-                                   size > kLongestPlainText ? SQL_LONGVARCHAR : SQL_VARCHAR, size,
-                                   0, value, static_cast<SQLLEN>(size), &lengths_[cell]));
+                                   SQL_PARAM_INPUT, binding.wide ? SQL_C_WCHAR : SQL_C_CHAR,
+                                   size > kLongestPlainText ? longType : plainType, characters, 0,
+                                   value, static_cast<SQLLEN>(size), &lengths_[cell]));
   // A long value is gone after the statement; the next one may lie at the same address.
-  insertion.bound[parameter] = size == kCell ? value : nullptr;
+  insertion.bound[parameter] = size == kCell ? binding : Binding{};
 }
 
 }  // namespace tallow::load

@@ -27,7 +27,9 @@ class RowsRefused : public DatabaseError {
 };
 
 /// Collects rows and inserts them. Values are copied into one cell each, whose address is bound
-/// once; only a value that is longer than a cell costs a call to bind it where it lies.
+/// once; only a value that is longer than a cell costs a call to bind it where it lies. Plain ASCII
+/// goes as bytes; a cell that has met another character takes UTF-16 from then on, since drivers
+/// read bytes in whatever character set the system is set to.
 class InsertBatch {
  public:
   /// `rows` a statement, at least 1. The connection must outlive the batch.
@@ -47,15 +49,23 @@ class InsertBatch {
   void clear() noexcept { numbers_.clear(); }
 
  private:
+  /// What a parameter points to.
+  struct Binding {
+    const char* value = nullptr;
+    bool wide = false;
+
+    bool operator==(const Binding&) const = default;
+  };
   struct Prepared {
     explicit Prepared(const Connection& connection) : statement(connection) {}
     Statement statement;
-    std::vector<const char*> bound;  // where each parameter points to
+    std::vector<Binding> bound;  // by parameter
   };
 
+  void store(std::size_t cell, std::string_view text);
   Prepared& prepared(std::size_t rows);
   void insertPiece(std::size_t first, std::size_t rows);
-  void bind(Prepared& statement, std::size_t parameter, std::size_t cell);
+  void bind(Prepared& insertion, std::size_t parameter, std::size_t cell);
 
   const Connection& connection_;
   std::string table_;
@@ -64,8 +74,9 @@ class InsertBatch {
   std::optional<std::string> nullText_;
 
   std::vector<char> cells_;
-  std::vector<SQLLEN> lengths_;                    // of the cells' values; SQL_NULL_DATA for null
-  std::map<std::size_t, std::string> longValues_;  // by cell
+  std::vector<char> wide_;       // by cell: it takes UTF-16
+  std::vector<SQLLEN> lengths_;  // by cell: bytes of its value; SQL_NULL_DATA for null
+  std::map<std::size_t, std::string> longValues_;  // by cell: bytes of a value that is longer
   std::vector<std::uint64_t> numbers_;             // of the collected rows
   std::map<std::size_t, std::unique_ptr<Prepared>> statements_;  // by rows
 };

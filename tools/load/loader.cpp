@@ -87,7 +87,9 @@ void Loader::fail(const std::string& text) const {
 /// From position 0 the job reads its data from the first block on, like a new one; any other
 /// position needs the fallback file.
 bool Loader::canBeRestarted() const {
-  return taken_ && (session_->committed().position == 0 || fileIsThere(fallbackPath_));
+  if (!taken_ && !goesOn_) return false;
+  const std::uint64_t position = taken_ ? session_->committed().position : start_.position;
+  return position == 0 || fileIsThere(fallbackPath_);
 }
 
 void Loader::begin() {
@@ -96,6 +98,7 @@ void Loader::begin() {
   const Beginning beginning = look();
   if (beginning.kind == Beginning::Kind::kRefused) throw ToolError(beginning.reason);
   done_ = report_.wasDone = beginning.kind == Beginning::Kind::kAlreadyDone;
+  goesOn_ = beginning.kind == Beginning::Kind::kGoOn;
   if (done_) return;
   prepareTable();
   if (options_.mode == RunMode::kStartOver) {

@@ -105,6 +105,7 @@ class Loader {
   JobProgress progress_;     // as it is in memory; the session knows what is committed
   std::uint64_t block_ = 0;  // delivered last
   bool dropNext_ = false;    // the next block is the checkpoint's own, which is loaded already
+  bool goesOn_ = false;      // there is a job to restart
   bool taking_ = false;      // the job's row may be this loader's
   bool taken_ = false;       // it is
   bool warned_ = false;      // of the fallback file's loss

@@ -1,5 +1,6 @@
 #include "load/utf8.hpp"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -42,6 +43,11 @@ std::size_t characterLength(std::string_view text) noexcept {
 
 }  // namespace
 
+bool isAscii(std::string_view text) noexcept {
+  text.remove_prefix(asciiPrefix(text));
+  return std::ranges::all_of(text, [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+}
+
 bool isUtf8(std::string_view text) noexcept {
   text.remove_prefix(asciiPrefix(text));
   while (!text.empty()) {
@@ -50,6 +56,35 @@ bool isUtf8(std::string_view text) noexcept {
     text.remove_prefix(length);
   }
   return true;
+}
+
+std::size_t toUtf16(std::string_view text, char16_t* units) noexcept {
+  std::size_t count = 0;
+  for (std::size_t i = 0; i < text.size();) {
+    const auto at = [&](std::size_t k) {
+      return static_cast<std::uint32_t>(static_cast<unsigned char>(text[i + k]));
+    };
+    const std::uint32_t lead = at(0);
+    if (lead < 0x80) {
+      units[count++] = static_cast<char16_t>(lead);
+      i += 1;
+    } else if (lead < 0xE0) {
+      units[count++] = static_cast<char16_t>((lead & 0x1FU) << 6U | (at(1) & 0x3FU));
+      i += 2;
+    } else if (lead < 0xF0) {
+      units[count++] =
+          static_cast<char16_t>((lead & 0x0FU) << 12U | (at(1) & 0x3FU) << 6U | (at(2) & 0x3FU));
+      i += 3;
+    } else {
+      const std::uint32_t above = ((lead & 0x07U) << 18U | (at(1) & 0x3FU) << 12U |
+                                   (at(2) & 0x3FU) << 6U | (at(3) & 0x3FU)) -
+                                  0x10000U;
+      units[count++] = static_cast<char16_t>(0xD800U + (above >> 10U));
+      units[count++] = static_cast<char16_t>(0xDC00U + (above & 0x3FFU));
+      i += 4;
+    }
+  }
+  return count;
 }
 
 }  // namespace tallow::load

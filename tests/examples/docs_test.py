@@ -1,0 +1,80 @@
+#!/usr/bin/env python3
+"""The documents point to what exists, and name each option, attribute and request that there is."""
+
+import os
+import pathlib
+import re
+import subprocess
+import unittest
+
+ROOT = pathlib.Path(os.environ["TALLOW_SOURCE_DIR"])
+BIN = pathlib.Path(os.environ["TALLOW_BINARY_DIR"], "bin")
+SECONDS = 60
+
+
+def documents():
+    return sorted(ROOT.glob("*.md")) + sorted((ROOT / "docs").glob("*.md"))
+
+
+def read(path):
+    return path.read_text(encoding="utf-8")
+
+
+def anchors(text):
+    """The anchors that a page's headings get."""
+    headings = re.findall(r"^#+ (.*)$", text, re.MULTILINE)
+    return {re.sub(r"[^\w\- ]", "", heading.lower()).replace(" ", "-") for heading in headings}
+
+
+class Docs(unittest.TestCase):
+    def test_link_to_what_exists(self):
+        for document in documents():
+            for target in re.findall(r"\]\(([^)\s]+)\)", read(document)):
+                if re.match(r"[a-z]+:", target):
+                    continue
+                with self.subTest(document=document.name, target=target):
+                    name, _, anchor = target.partition("#")
+                    page = document.parent / name if name else document
+                    self.assertTrue(page.exists())
+                    if anchor:
+                        self.assertIn(anchor, anchors(read(page)))
+
+    def test_give_the_tools_options_that_they_have(self):
+        helps = {}
+        for document in documents():
+            for tool, rest in re.findall(r"\b(tallow-(?:host|feed|inspect|load)) ([^\n`]*)",
+                                         read(document)):
+                for option in re.findall(r"(?<![\w-])--[a-z][a-z-]*", rest):
+                    with self.subTest(document=document.name, tool=tool, option=option):
+                        if tool not in helps:
+                            helps[tool] = subprocess.run(
+                                ["wine", BIN / f"{tool}.exe", "--help"], text=True, check=True,
+                                stdout=subprocess.PIPE, timeout=SECONDS).stdout
+                        self.assertIn(option, helps[tool])
+
+    def test_explain_every_option_of_the_initialisation_string(self):
+        guide = read(ROOT / "docs" / "operator-guide.md")
+        options = re.findall(r'OptionName\{OptionId::\w+, "(\w+)", "(\w+)"\}',
+                             read(ROOT / "src/config/option_setting.cpp"))
+        self.assertEqual(len(options), 10)
+        for name, short in options:
+            self.assertIn(f"| `{name}` (`{short}`) |", guide)
+
+    def test_explain_every_attribute(self):
+        guide = read(ROOT / "docs" / "operator-guide.md")
+        names = set(re.findall(r'"([A-Z]+_[A-Z_]+)"', read(ROOT / "src/entry/attributes.cpp")))
+        self.assertEqual(len(names), 6)
+        for name in names:
+            self.assertIn(f"`{name}`", guide)
+
+    def test_tell_what_to_do_about_every_return_code(self):
+        guide = read(ROOT / "docs" / "host-guide.md").partition("## Return codes")[2]
+        header = read(ROOT / "include/tallow/tallow.h")
+        codes = re.findall(r"\bpmrc\w+ = (\d+)", header)
+        self.assertEqual(len(codes), 15)
+        told = re.findall(r"\d+", " ".join(re.findall(r"^\| ([\d ,]+)", guide, re.MULTILINE)))
+        self.assertEqual(sorted(codes, key=int), sorted(told, key=int))
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)

@@ -1,0 +1,209 @@
+// Loaded into tallow-load from outside: counts its calls of the database and of the module, and
+// lets one of them go wrong. The import table of the program is patched, so that the program under
+// test is the one that ships.
+//
+// TALLOW_FAULT in the environment says what to do:
+//   count              nothing; at the end the number of calls goes to TALLOW_FAULT_REPORT
+//   die N              the process dies before its N-th call
+//   commit-lost N M    M commits from the N-th on are carried out, and answered by a lost
+//   connection commit-undone N M  the same, but they are rolled back
+#include <windows.h>
+// sql.h needs windows.h before it.
+#include <sql.h>
+#include <sqlext.h>
+
+#include <tallow/tallow.h>
+
+#include <array>
+#include <bit>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+namespace {
+
+constexpr UINT kKilled = 137;
+
+struct Plan {
+  bool counts = false;
+  unsigned long dieAt = 0;
+  unsigned long firstCommit = 0;
+  unsigned long lastCommit = 0;
+  bool carriesOut = false;
+};
+
+Plan plan;
+std::string reportPath;
+unsigned long calls = 0;
+unsigned long commits = 0;
+bool answersLost = false;  // the next diagnostic is a lost connection
+
+TallowPIDMMain realPidmMain = nullptr;
+decltype(&GetProcAddress) realGetProcAddress = nullptr;
+decltype(&SQLEndTran) realEndTran = nullptr;
+decltype(&SQLGetDiagRecW) realGetDiagRec = nullptr;
+
+std::string environment(const char* name) {
+  std::array<char, 1024> value{};
+  GetEnvironmentVariableA(name, value.data(), static_cast<DWORD>(value.size()));
+  return value.data();
+}
+
+void writeReport() {
+  if (std::FILE* file = std::fopen(reportPath.c_str(), "wb")) {
+    std::fprintf(file, "%lu %lu\n", calls, commits);
+    std::fclose(file);
+  }
+}
+
+/// Every counted call comes by here first.
+void count() {
+  ++calls;
+  if (calls == plan.dieAt) TerminateProcess(GetCurrentProcess(), kKilled);
+}
+
+template <auto slot>
+struct Counted;
+
+/// Stands in for a function of any signature: counts and calls on.
+template <typename Result, typename... Arguments, Result(WINAPI** slot)(Arguments...)>
+struct Counted<slot> {
+  static Result WINAPI call(Arguments... arguments) {
+    count();
+    return (*slot)(arguments...);
+  }
+};
+
+#define COUNTED_FUNCTIONS(X) \
+  X(SQLDriverConnectW)       \
+  X(SQLDisconnect)           \
+  X(SQLExecDirectW)          \
+  X(SQLExecute) X(SQLPrepareW) X(SQLFetch) X(SQLRowCount) X(SQLSetConnectAttrW) X(SQLGetTypeInfoW)
+
+#define DECLARE_REAL(name) decltype(&name) real_##name = nullptr;
+COUNTED_FUNCTIONS(DECLARE_REAL)
+#undef DECLARE_REAL
+
+SQLRETURN WINAPI endTran(SQLSMALLINT type, SQLHANDLE handle, SQLSMALLINT completion) {
+  count();
+  if (completion != SQL_COMMIT) return realEndTran(type, handle, completion);
+  ++commits;
+  if (commits < plan.firstCommit || commits > plan.lastCommit) {
+    return realEndTran(type, handle, completion);
+  }
+  realEndTran(type, handle, plan.carriesOut ? SQL_COMMIT : SQL_ROLLBACK);
+  answersLost = true;
+  return SQL_ERROR;
+}
+
+SQLRETURN WINAPI getDiagRec(SQLSMALLINT type, SQLHANDLE handle, SQLSMALLINT record, SQLWCHAR* state,
+                            SQLINTEGER* native, SQLWCHAR* text, SQLSMALLINT room,
+                            SQLSMALLINT* length) {
+  if (!answersLost) return realGetDiagRec(type, handle, record, state, native, text, room, length);
+  answersLost = false;
+  constexpr wchar_t kState[] = L"08S01";
+  constexpr wchar_t kText[] = L"the answer was lost";
+  std::memcpy(state, kState, sizeof kState);
+  std::memcpy(text, kText, sizeof kText);
+  *native = 0;
+  *length = static_cast<SQLSMALLINT>(std::size(kText) - 1);
+  return SQL_SUCCESS;
+}
+
+void pidmMain(TallowRequestBlock* request, void* parameters) {
+  count();
+  realPidmMain(request, parameters);
+}
+
+FARPROC WINAPI getProcAddress(HMODULE module, LPCSTR name) {
+  const FARPROC found = realGetProcAddress(module, name);
+  if (found == nullptr || reinterpret_cast<std::uintptr_t>(name) < 0x10000 ||
+      std::strcmp(name, "PIDMMain") != 0) {
+    return found;
+  }
+  realPidmMain = std::bit_cast<TallowPIDMMain>(found);
+  return std::bit_cast<FARPROC>(&pidmMain);
+}
+
+void readPlan() {
+  const std::string text = environment("TALLOW_FAULT");
+  reportPath = environment("TALLOW_FAULT_REPORT");
+  std::array<char, 32> kind{};
+  unsigned long first = 0;
+  unsigned long amount = 0;
+  std::sscanf(text.c_str(), "%31s %lu %lu", kind.data(), &first, &amount);
+  const std::string name = kind.data();
+  plan.counts = name == "count";
+  if (name == "die") plan.dieAt = first;
+  if (name == "commit-lost" || name == "commit-undone") {
+    plan.firstCommit = first;
+    plan.lastCommit = first + amount - 1;
+    plan.carriesOut = name == "commit-lost";
+  }
+}
+
+struct Replacement {
+  const char* name;
+  void* function;
+  void** real;
+};
+
+template <typename Function>
+Replacement replacement(const char* name, Function* function, Function** real) {
+  return {name, reinterpret_cast<void*>(function), reinterpret_cast<void**>(real)};
+}
+
+void patchSlot(void** slot, const Replacement& item) {
+  *item.real = *slot;
+  DWORD protection = 0;
+  VirtualProtect(slot, sizeof *slot, PAGE_READWRITE, &protection);
+  *slot = item.function;
+  VirtualProtect(slot, sizeof *slot, protection, &protection);
+}
+
+/// Replaces the program's imports. A name that it does not import is left alone.
+void patchImports(const Replacement* items, std::size_t amount) {
+  auto* base = reinterpret_cast<std::uint8_t*>(GetModuleHandleW(nullptr));
+  const auto* dos = reinterpret_cast<IMAGE_DOS_HEADER*>(base);
+  const auto* header = reinterpret_cast<IMAGE_NT_HEADERS*>(base + dos->e_lfanew);
+  const DWORD offset =
+      header->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT].VirtualAddress;
+  for (auto* library = reinterpret_cast<IMAGE_IMPORT_DESCRIPTOR*>(base + offset);
+       library->Name != 0; ++library) {
+    auto* name = reinterpret_cast<IMAGE_THUNK_DATA*>(base + library->OriginalFirstThunk);
+    auto* slot = reinterpret_cast<IMAGE_THUNK_DATA*>(base + library->FirstThunk);
+    for (; name->u1.AddressOfData != 0; ++name, ++slot) {
+      if (IMAGE_SNAP_BY_ORDINAL(name->u1.Ordinal)) continue;
+      const auto* import = reinterpret_cast<IMAGE_IMPORT_BY_NAME*>(base + name->u1.AddressOfData);
+      const auto* imported = reinterpret_cast<const char*>(import->Name);
+      for (std::size_t i = 0; i < amount; ++i) {
+        if (std::strcmp(imported, items[i].name) == 0) {
+          patchSlot(reinterpret_cast<void**>(&slot->u1.Function), items[i]);
+        }
+      }
+    }
+  }
+}
+
+void patchProgram() {
+#define REPLACE(name) replacement(#name, &Counted<&real_##name>::call, &real_##name),
+  const std::array items = {COUNTED_FUNCTIONS(REPLACE)
+                                replacement("SQLEndTran", &endTran, &realEndTran),
+                            replacement("SQLGetDiagRecW", &getDiagRec, &realGetDiagRec),
+                            replacement("GetProcAddress", &getProcAddress, &realGetProcAddress)};
+#undef REPLACE
+  patchImports(items.data(), items.size());
+}
+
+}  // namespace
+
+extern "C" BOOL WINAPI DllMain(HINSTANCE /*library*/, DWORD reason, void* /*reserved*/) {
+  if (reason == DLL_PROCESS_ATTACH) {
+    readPlan();
+    patchProgram();
+  }
+  if (reason == DLL_PROCESS_DETACH && plan.counts) writeReport();
+  return TRUE;
+}

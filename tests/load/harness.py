@@ -1,0 +1,384 @@
+"""What the tests of tallow-load share: databases, data, and runs of the program."""
+
+import contextlib
+import csv
+import io
+import json
+import os
+import pathlib
+import random
+import shutil
+import signal
+import socket
+import sqlite3
+import subprocess
+import sys
+import tempfile
+import time
+
+csv.field_size_limit(1 << 30)
+
+BIN = pathlib.Path(os.environ["TALLOW_BINARY_DIR"]) / "bin"
+PATIENCE = 180  # seconds that any one wait may take
+KILLED = 137
+
+_numbers = iter(range(1, 1 << 30))
+_started = []  # processes of the test at hand
+
+
+def unique(word):
+    """A name that no other test, and no other run of this one, uses."""
+    return f"{word}-{os.getpid()}-{next(_numbers)}"
+
+
+def wait_until(condition, what):
+    end = time.monotonic() + PATIENCE
+    while not condition():
+        if time.monotonic() > end:
+            raise TimeoutError(f"waited in vain for {what}")
+        time.sleep(0.01)
+
+
+# ---------------------------------------------------------------------------------------- databases
+
+
+class Sqlite:
+    """A database in a file."""
+
+    name = "sqlite"
+
+    def __init__(self, folder):
+        self.path = pathlib.Path(folder) / (unique("db") + ".sqlite")
+        self.connection_string = f"Driver={{SQLite3}};Database={self.path};Timeout=3000"
+
+    def execute(self, *statements):
+        with contextlib.closing(sqlite3.connect(self.path, timeout=60)) as connection:
+            for statement in statements:
+                connection.execute(statement)
+            connection.commit()
+
+    def query(self, statement):
+        """Rows of texts and Nones."""
+        with contextlib.closing(sqlite3.connect(self.path, timeout=60)) as connection:
+            return [
+                tuple(None if value is None else str(value) for value in row)
+                for row in connection.execute(statement)
+            ]
+
+    def number_table(self, table):
+        """A table that refuses rows whose second column is no number."""
+        self.execute(
+            f"create table {table} (id integer primary key,"
+            f" amount integer check (typeof(amount) = 'integer'), note text)"
+        )
+
+
+class Postgres:
+    """A database of a server that the tests have started."""
+
+    name = "postgres"
+
+    def __init__(self, server):
+        self.server = server
+        self.database = unique("db").replace("-", "_")
+        server.psql("postgres", f"create database {self.database}")
+        self.connection_string = (
+            "Driver={PostgreSQL Unicode};Server=127.0.0.1;"
+            f"Port={server.port};Database={self.database};Uid={server.user}"
+        )
+
+    def execute(self, *statements):
+        self.server.psql(self.database, *statements)
+
+    def query(self, statement):
+        text = self.server.psql(
+            self.database, rf"copy ({statement}) to stdout (format csv, null '\N')"
+        )
+        rows = csv.reader(io.StringIO(text, newline=""))
+        return [tuple(None if value == r"\N" else value for value in row) for row in rows]
+
+    def number_table(self, table):
+        self.execute(f"create table {table} (id integer primary key, amount integer, note text)")
+
+
+class PostgresServer:
+    """A server in a scratch folder, on a loopback port, under an unprivileged user."""
+
+    def __init__(self):
+        self.folder = tempfile.mkdtemp(prefix="tallow-pg-")
+        self.user = "postgres"
+        self.programs = sorted(pathlib.Path("/usr/lib/postgresql").glob("*/bin"))[-1]
+        self.prefix = []
+        if os.geteuid() == 0:
+            self.prefix = ["runuser", "-u", "postgres", "--"]
+            shutil.chown(self.folder, "postgres")
+        with contextlib.closing(socket.socket()) as probe:
+            probe.bind(("127.0.0.1", 0))
+            self.port = probe.getsockname()[1]
+        data = f"{self.folder}/data"
+        self.run("initdb", "-A", "trust", "-U", self.user, "-E", "UTF8", "--locale=C", "-D", data)
+        self.start()
+
+    def run(self, program, *arguments):
+        subprocess.run(
+            [*self.prefix, self.programs / program, *arguments],
+            cwd="/",
+            check=True,
+            stdin=subprocess.DEVNULL,
+            stdout=subprocess.DEVNULL,
+            timeout=PATIENCE,
+        )
+
+    def start(self):
+        options = f"-p {self.port} -k {self.folder} -c listen_addresses=127.0.0.1 -c fsync=off"
+        control = ["-D", f"{self.folder}/data", "-l", f"{self.folder}/log", "-o", options]
+        self.run("pg_ctl", *control, "-w", "start")
+
+    def stop(self, mode):
+        self.run("pg_ctl", "-D", f"{self.folder}/data", "-m", mode, "-w", "stop")
+
+    def psql(self, database, *statements):
+        commands = [argument for text in statements for argument in ("-c", text)]
+        result = subprocess.run(
+            ["psql", "-XqAt", "-v", "ON_ERROR_STOP=1", "-h", "127.0.0.1", "-p", str(self.port)]
+            + ["-U", self.user, "-d", database, *commands],
+            check=True,
+            capture_output=True,
+            timeout=PATIENCE,
+        )
+        return result.stdout.decode()
+
+    def close(self):
+        try:
+            self.stop("immediate")
+        finally:
+            shutil.rmtree(self.folder, ignore_errors=True)
+
+
+# --------------------------------------------------------------------------------------------- data
+
+VALUES = ["plain", "with, comma", 'a "quote"', "two\nlines", "two\r\nlines", " blanks ", ""]
+VALUES += ["\u00e9\u6f22\U0001f600", "x" * 70, "\u00e9" * 50, "'", ";", "\t", "?", "NULL", "long " * 40]
+
+
+def write_rows(path, count, seed=1, columns=3, start=1, header=True):
+    """Writes random rows; the first column counts. Every kind of line break comes up."""
+    chance = random.Random(seed)
+    with open(path, "w", newline="", encoding="utf-8") as file:
+        writers = [csv.writer(file, lineterminator=end) for end in ("\r\n", "\n")]
+        if header:
+            names = ["id", *(f"c{i}" for i in range(1, columns))]
+            writers[0].writerow(names)
+        for number in range(start, start + count):
+            values = [chance.choice(VALUES) for _ in range(columns - 1)]
+            chance.choice(writers).writerow([number, *values])
+    return path
+
+
+def read_rows(path, header=True):
+    """The rows as the independent parser reads them; an empty field is a null."""
+    with open(path, newline="", encoding="utf-8-sig") as file:
+        rows = [tuple(value or None for value in row) for row in csv.reader(file)]
+    return rows[1:] if header else rows
+
+
+def table_rows(database, table):
+    """The table's rows in the order of their first column, which is a number."""
+    return sorted(database.query(f"select * from {table}"), key=lambda row: int(row[0]))
+
+
+# --------------------------------------------------------------------------------------------- runs
+
+
+def environment(**more):
+    variables = dict(os.environ, WINEDEBUG="-all", **more)
+    variables.setdefault("WINEPREFIX", str(BIN.parent.parent / "wine"))
+    return variables
+
+
+def wake_wine():
+    """Starts what Wine keeps running, outside of any process group that a test kills."""
+    subprocess.run(["wineserver", "-p60"], env=environment(), check=False, capture_output=True)
+    subprocess.run(["wine", "cmd", "/c", "exit"], env=environment(), check=True, capture_output=True)
+
+
+class Process:
+    """A Windows program in a process group of its own."""
+
+    def __init__(self, *command, stdin=subprocess.DEVNULL, **variables):
+        self.out = tempfile.TemporaryFile()
+        self.err = tempfile.TemporaryFile()
+        self.process = subprocess.Popen(
+            ["wine", *map(str, command)],
+            stdin=stdin,
+            stdout=self.out,
+            stderr=self.err,
+            env=environment(**variables),
+            start_new_session=True,
+        )
+        _started.append(self)
+
+    @property
+    def stdin(self):
+        return self.process.stdin
+
+    def running(self):
+        return self.process.poll() is None
+
+    def kill(self):
+        with contextlib.suppress(ProcessLookupError):
+            os.killpg(self.process.pid, signal.SIGKILL)
+        self.process.wait(PATIENCE)
+        if self.process.stdin:
+            with contextlib.suppress(BrokenPipeError):
+                self.process.stdin.close()
+
+    def discard(self):
+        """Ends it without a look at what it said."""
+        self.kill()
+        self.out.close()
+        self.err.close()
+
+    def wait(self):
+        try:
+            return self.process.wait(PATIENCE)
+        except subprocess.TimeoutExpired:
+            self.kill()
+            raise TimeoutError(f"the program does not end: {self.texts()}") from None
+
+    def texts(self):
+        """Standard output and standard error, once the process has ended."""
+        texts = []
+        for file in (self.out, self.err):
+            file.seek(0)
+            texts.append(file.read().decode("utf-8", "replace"))
+            file.close()
+        return texts
+
+
+def end_all():
+    """Ends what a failed test has left running."""
+    for process in _started:
+        process.discard()
+    _started.clear()
+
+
+class Outcome:
+    """How a run of tallow-load ended."""
+
+    def __init__(self, process):
+        self.status = process.wait()
+        self.out, err = process.texts()
+        noise = ("wine32", "multiarch", "dpkg", "apt-get")
+        lines = err.splitlines()
+        self.err = "\n".join(line for line in lines if not any(word in line for word in noise))
+        self.json = json.loads(self.out) if self.out.startswith("{") else {}
+
+    def __repr__(self):
+        return f"status {self.status}\n{self.out}\n{self.err}"
+
+
+class Job:
+    """One load job: its database, data and options, and runs of it."""
+
+    def __init__(self, folder, database, source, *options, **settings):
+        self.folder = pathlib.Path(folder)
+        self.database = database
+        self.source = source
+        self.table = settings.get("table", "rows")
+        self.pipe = settings.get("pipe") or rf"\\.\pipe\{unique('load')}"
+        self.fallback = self.folder / "fallback"
+        self.fallback.mkdir(exist_ok=True)
+        block = settings.get("block", 512)
+        own = f"Block_size={block} Fallback_Directory=Z:{self.fallback}"
+        self.init = settings.get("init", own)
+        self.every = settings.get("every", 2)
+        self.options = list(options)
+
+    def command(self, *more):
+        return [
+            *(BIN / "tallow-load.exe", "--pipe", self.pipe, "--json", "--table", self.table),
+            *("--to", self.database.connection_string, "--init", self.init),
+            *("--checkpoint-every", self.every, *self.options, *more),
+        ]
+
+    def start(self, *more, fault=None):
+        if fault is None:
+            return Process(*self.command(*more))
+        report = self.folder / "calls.txt"
+        starter = [BIN / "start_with.exe", f"Z:{BIN}/call_faults.dll"]
+        command = self.command(*more)
+        command[0] = f"Z:{command[0]}"
+        return Process(*starter, *command, TALLOW_FAULT=fault, TALLOW_FAULT_REPORT=str(report))
+
+    def feed(self, source=None):
+        command = [BIN / "tallow-feed.exe", "--pipe", self.pipe, "--wait", "60"]
+        return Process(*command, "--in", source or self.source)
+
+    def run(self, *more, fault=None, source=None, kill_after=None):
+        """Runs the program beside a writer that sends all of the data."""
+        feed = self.feed(source)
+        load = self.start(*more, fault=fault)
+        try:
+            if kill_after is not None:
+                with contextlib.suppress(subprocess.TimeoutExpired):
+                    load.process.wait(kill_after)
+                load.kill()
+            return Outcome(load)
+        finally:
+            feed.discard()
+
+    def run_alone(self, *more):
+        """Runs the program without a writer."""
+        return Outcome(self.start(*more))
+
+    def calls(self):
+        """Calls and commits that the last run with the fault "count" has made."""
+        return tuple(map(int, (self.folder / "calls.txt").read_text().split()))
+
+    def record(self):
+        """Position, rows, rejects and whether the job is done; None without a row."""
+        try:
+            rows = self.database.query(
+                "select block_position, rows_loaded, rows_rejected, job_done from tallow_checkpoint"
+                f" where job = '{self.pipe[9:]}'"
+            )
+        except (sqlite3.OperationalError, subprocess.CalledProcessError):
+            return None
+        return tuple(map(int, rows[0])) if rows else None
+
+    def finish(self, *more):
+        """Runs the job to its end, from wherever it is."""
+        record = self.record()
+        return self.run(*([] if record is None else ["--restart"]), *more)
+
+
+class SlowFeed:
+    """A writer that sends what it is told, when it is told."""
+
+    def __init__(self, job, *options):
+        command = [BIN / "tallow-feed.exe", "--pipe", job.pipe, "--wait", "60", "--in", "-"]
+        self.process = Process(*command, *options, stdin=subprocess.PIPE)
+
+    def send(self, data):
+        self.process.stdin.write(data)
+        self.process.stdin.flush()
+
+    def end(self):
+        self.process.stdin.close()
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.discard()
+
+    def discard(self):
+        self.process.discard()
+
+
+def main_arguments():
+    """Takes --full out of the command line; unittest sees the rest."""
+    full = "--full" in sys.argv
+    sys.argv = [argument for argument in sys.argv if argument != "--full"]
+    return full

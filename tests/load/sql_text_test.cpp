@@ -1,0 +1,55 @@
+#include "load/sql_text.hpp"
+
+#include <gtest/gtest.h>
+
+namespace tallow::load {
+namespace {
+
+TEST(Name, IsPlainWithoutSpecialCharacters) {
+  EXPECT_TRUE(isPlainName("Order_2"));
+  for (const char* name : {"", "2nd", "order date", "a-b", "\xC3\xA9"}) {
+    EXPECT_FALSE(isPlainName(name)) << name;
+  }
+}
+
+TEST(Name, DoublesQuotesInside) {
+  EXPECT_EQ(quoteName("a\"b", "\""), "\"a\"\"b\"");
+  EXPECT_EQ(quoteName("a\"b", "`"), "`a\"b`");
+}
+
+TEST(Name, StandsBareWithoutQuotes) {
+  EXPECT_EQ(quoteName("a", " "), "a");
+}
+
+TEST(Table, IsFoldedByTheDatabaseWhenPlain) {
+  EXPECT_EQ(tableName("Shop.Orders", "\"", Quoting::kWhereNeeded), "Shop.Orders");
+  EXPECT_EQ(tableName("shop.my orders", "\"", Quoting::kWhereNeeded), "shop.\"my orders\"");
+  EXPECT_EQ(tableName("shop.orders", "\"", Quoting::kAlways), "\"shop\".\"orders\"");
+}
+
+TEST(Table, IsTakenAsItStandsWhenQuoted) {
+  EXPECT_EQ(tableName("\"a.b\"", "\"", Quoting::kAlways), "\"a.b\"");
+}
+
+TEST(Insert, HasAParameterForEachValue) {
+  EXPECT_EQ(insertStatement("t", {"a", "b"}, 2), "INSERT INTO t (a, b) VALUES (?,?),(?,?)");
+}
+
+TEST(Create, GivesEveryColumnTheType) {
+  EXPECT_EQ(createStatement("t", {"a", "b"}, "text"), "CREATE TABLE t (a text, b text)");
+}
+
+TEST(Batch, StaysUnderTheLimitOfParameters) {
+  EXPECT_EQ(defaultBatch(3), 100U);
+  EXPECT_EQ(defaultBatch(30), 66U);
+  EXPECT_EQ(defaultBatch(5000), 1U);
+}
+
+TEST(Batch, IsCutIntoFewSizes) {
+  EXPECT_EQ(pieceOf(1), 1U);
+  EXPECT_EQ(pieceOf(37), 32U);
+  EXPECT_EQ(pieceOf(64), 64U);
+}
+
+}  // namespace
+}  // namespace tallow::load
