@@ -81,7 +81,7 @@ INSTANTIATE_TEST_SUITE_P(Locales, LanguageChoice,
                                          Choice{"Japanese", 0x0411, "tallowinjpn"},
                                          Choice{"EnglishUnitedKingdomByItsDefault", 0x0809,
                                                 "tallowinenu"},
-                                         Choice{"ItalianByEnglish", 0x0410, "tallowinenu"}),
+                                         Choice{"AfrikaansByEnglish", 0x0436, "tallowinenu"}),
                          [](const auto& each) { return std::string(each.param.name); });
 
 }  // namespace

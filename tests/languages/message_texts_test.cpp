@@ -2,12 +2,15 @@
 // module passes with each message.
 #include <windows.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cstring>
+#include <iterator>
 #include <map>
 #include <memory>
-#include <ostream>
+#include <sstream>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -32,24 +35,16 @@ const std::map<UINT, std::string> kArguments = {
 // Their last argument is the system's error text, which brings its own line break.
 constexpr std::array<UINT, 9> kEndInSystemText = {39, 40, 41, 45, 61, 79, 103, 104, 105};
 
-struct Language {
-  const char* abbreviation;
-  WORD id;
-};
-void PrintTo(const Language& language, std::ostream* out) {
-  *out << language.abbreviation;
-}
-
 struct FreeModule {
   void operator()(HMODULE module) const { FreeLibrary(module); }
 };
 using Library = std::unique_ptr<std::remove_pointer_t<HMODULE>, FreeModule>;
 
-class MessageTexts : public testing::TestWithParam<Language> {
+class MessageTexts : public testing::TestWithParam<std::string> {
  protected:
   void SetUp() override { ASSERT_TRUE(library_) << name() << ": error " << GetLastError(); }
 
-  static std::string name() { return std::string("tallowin") + GetParam().abbreviation; }
+  static std::string name() { return "tallowin" + GetParam(); }
 
   std::wstring text(UINT id) const {
     const wchar_t* begin = nullptr;  // with a size of 0, the address of the resource itself
@@ -59,6 +54,29 @@ class MessageTexts : public testing::TestWithParam<Language> {
 
   Library library_{LoadLibraryA(name().c_str())};
 };
+
+// A value of the file's version resource; empty if there is none.
+std::string versionValue(const std::string& file, const std::string& key) {
+  DWORD unused = 0;
+  std::vector<char> block(GetFileVersionInfoSizeA(file.c_str(), &unused));
+  void* value = nullptr;
+  UINT length = 0;
+  if (!GetFileVersionInfoA(file.c_str(), 0, static_cast<DWORD>(block.size()), block.data()) ||
+      !VerQueryValueA(block.data(), key.c_str(), &value, &length)) {
+    return {};
+  }
+  return std::string(static_cast<const char*>(value), length);
+}
+
+// The language that the version resource gives.
+WORD languageOf(const std::string& file) {
+  const std::string translation = versionValue(file, "\\VarFileInfo\\Translation");
+  WORD language = 0;
+  if (translation.size() >= sizeof language) {
+    std::memcpy(&language, translation.data(), sizeof language);
+  }
+  return language;
+}
 
 // The argument type that each conversion takes; '?' for one that the module never passes.
 std::string argumentTypes(const std::wstring& text) {
@@ -116,7 +134,7 @@ TEST_P(MessageTexts, WriteTheRepeatSummaryInTheShapeOfALogLine) {
 
 TEST_P(MessageTexts, AreReadableInAnsiCodePage) {
   DWORD codePage = 0;
-  ASSERT_NE(GetLocaleInfoW(MAKELCID(GetParam().id, SORT_DEFAULT),
+  ASSERT_NE(GetLocaleInfoW(MAKELCID(languageOf(name() + ".dll"), SORT_DEFAULT),
                            LOCALE_IDEFAULTANSICODEPAGE | LOCALE_RETURN_NUMBER,
                            reinterpret_cast<wchar_t*>(&codePage), sizeof codePage / 2),
             0);
@@ -129,27 +147,32 @@ TEST_P(MessageTexts, AreReadableInAnsiCodePage) {
   }
 }
 
-TEST_P(MessageTexts, CarryAVersionResourceWithTheNameOfTheirFile) {
+TEST_P(MessageTexts, CarryTheirFilesNameInTheVersionResource) {
   const std::string file = name() + ".dll";
-  DWORD unused = 0;
-  const DWORD size = GetFileVersionInfoSizeA(file.c_str(), &unused);
-  ASSERT_NE(size, 0u);
-  std::vector<char> block(size);
-  ASSERT_TRUE(GetFileVersionInfoA(file.c_str(), 0, size, block.data()));
   std::array<char, 64> key{};
   std::snprintf(key.data(), key.size(), "\\StringFileInfo\\%04x04b0\\OriginalFilename",
-                unsigned{GetParam().id});
-  void* value = nullptr;
-  UINT length = 0;
-  ASSERT_TRUE(VerQueryValueA(block.data(), key.data(), &value, &length)) << key.data();
-  EXPECT_EQ(static_cast<const char*>(value), file);
+                unsigned{languageOf(file)});
+  EXPECT_EQ(versionValue(file, key.data()), file + '\0') << key.data();
 }
 
-INSTANTIATE_TEST_SUITE_P(Languages, MessageTexts,
-                         testing::Values(Language{"enu", 0x0409}, Language{"deu", 0x0407},
-                                         Language{"fra", 0x040c}, Language{"esp", 0x040a},
-                                         Language{"jpn", 0x0411}),
-                         [](const auto& each) { return std::string(each.param.abbreviation); });
+TEST_P(MessageTexts, BelongToTheLanguageOfTheLibrarysName) {
+  std::array<char, 8> abbreviation{};
+  GetLocaleInfoA(MAKELCID(languageOf(name() + ".dll"), SORT_DEFAULT), LOCALE_SABBREVLANGNAME,
+                 abbreviation.data(), static_cast<int>(abbreviation.size()));
+  EXPECT_STRCASEEQ(abbreviation.data(), GetParam().c_str());
+}
+
+std::vector<std::string> languages() {
+  std::istringstream list(TALLOW_LANGUAGES);
+  return {std::istream_iterator<std::string>(list), {}};
+}
+
+INSTANTIATE_TEST_SUITE_P(Languages, MessageTexts, testing::ValuesIn(languages()),
+                         [](const auto& each) { return each.param; });
+
+TEST(Languages, AreEnglishGermanFrenchSpanishAndJapaneseAtLeast) {
+  EXPECT_THAT(languages(), testing::IsSupersetOf({"enu", "deu", "fra", "esp", "jpn"}));
+}
 
 }  // namespace
 }  // namespace tallow
