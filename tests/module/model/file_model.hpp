@@ -1,0 +1,40 @@
+// The files of the fallback directory as the rules want them.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <string_view>
+
+namespace tallow::test {
+
+// A file of which some bytes may be anything.
+class FileModel {
+ public:
+  std::size_t size() const { return bytes_.size(); }
+  const std::string& bytes() const { return bytes_; }
+
+  // Puts bytes at an offset that is not beyond the end.
+  void write(std::size_t offset, std::string_view bytes);
+  // Puts `count` bytes that may be anything.
+  void writeAnything(std::size_t offset, std::size_t count);
+
+  // What is wrong with a file that should be this one; empty when nothing is.
+  std::string differenceTo(std::string_view real) const;
+
+ private:
+  std::string bytes_;
+  std::string known_;  // 1 for a byte that must be as it is here
+};
+
+// By file name, without the directory.
+using DiskModel = std::map<std::string, FileModel>;
+
+// Little-endian.
+std::string bytesOf32(std::uint32_t number);
+std::string bytesOf64(std::uint64_t number);
+std::uint32_t numberOf32(std::string_view bytes);
+std::uint64_t numberOf64(std::string_view bytes);
+
+}  // namespace tallow::test
