@@ -14,3 +14,10 @@ add_test(NAME model_test_full COMMAND model_test --gtest_brief=1
          WORKING_DIRECTORY ${TALLOW_TEST_WORK}/model_test)
 set_tests_properties(model_test_full PROPERTIES LABELS full TIMEOUT 5400
                      ENVIRONMENT TALLOW_SEQUENCES=50000)
+
+function(tallow_add_fallback_tests name)
+  tallow_add_tests(${name} SOURCES ${name}.cpp LIBRARIES tallow_test_support tallow_job_model
+                   DEPENDS tallowin tallowinenu OWN_MAIN)
+endfunction()
+
+tallow_add_fallback_tests(restart_safety_test)

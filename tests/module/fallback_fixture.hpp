@@ -1,0 +1,237 @@
+// Jobs with a fallback file, a scripted pipe and a log, loaded as often as a test likes.
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "module/model/digest_oracle.hpp"
+#include "module/model/file_model.hpp"
+#include "module/model/pipe_script.hpp"
+#include "support/host.hpp"
+#include "support/import_hook.hpp"
+#include "support/log_reader.hpp"
+#include "support/pipe_ends.hpp"
+#include "support/surroundings.hpp"
+
+namespace tallow::test {
+
+constexpr std::size_t kHeaderSize = 298;
+constexpr std::size_t kDataStart = 346;
+constexpr std::size_t kBlockSize = 16;
+constexpr std::uint64_t kNoBlock = ~std::uint64_t{0};
+
+class FallbackTest : public testing::Test {
+ protected:
+  // The module with the script in the place of its pipe.
+  struct Loaded {
+    explicit Loaded(FallbackTest& test)
+        : read(module.handle(), "ReadFile",
+               [&test](HANDLE, void* buffer, DWORD size, DWORD* count, OVERLAPPED*) {
+                 const PipeScript::Outcome got = test.script.read(size);
+                 *count = static_cast<DWORD>(got.data.copy(static_cast<char*>(buffer), size));
+                 SetLastError(got.error);
+                 return got.error == 0 ? TRUE : FALSE;
+               }),
+          sleep(module.handle(), "Sleep", [](DWORD) {}) {}
+
+    Module module;
+    Host host{module};
+    Hook<struct ReadFileTag, BOOL(HANDLE, void*, DWORD, DWORD*, OVERLAPPED*)> read;
+    Hook<struct SleepTag, void(DWORD)> sleep;
+  };
+
+  ScratchDirectory logs;
+  ScratchDirectory files;
+  ScopedEnvironment noLogDirectory{"NPLOGDIR", std::nullopt};
+  ScopedEnvironment temp{"TEMP", logs.path()};
+  LogReader log{logs.path()};
+  PipeScript script;
+  std::string data = sampleData(kBlockSize * 20);
+  std::string pipeName = uniquePipeName();
+  std::optional<Loaded> loaded{std::in_place, *this};
+
+  Host& host() { return loaded->host; }
+  HMODULE module() { return loaded->module.handle(); }
+
+  // Init alone: level 6, blocks of kBlockSize, files in `files`, with `options` behind. The name
+  // is fixed unless `name` is empty.
+  void initialise(std::string_view options = {}, const std::string& name = "job.fbf") {
+    std::string text = "Log_directory='" + logs.path() + "' Log_level=6 Block_size=16 " +
+                       "Fallback_Directory='" + files.path() + "' ";
+    if (!name.empty()) text += "Fallback_file='" + name + "' ";
+    const Answer answer = host().init(text + std::string(options));
+    ASSERT_EQ(answer.code, pmrcSuccess) << answer.text.value_or("");
+    log.newLines();
+  }
+
+  // Init and Open; the writer sends all of `data`.
+  void openJob(std::string_view options = {}, const std::string& name = "job.fbf") {
+    initialise(options, name);
+    send(data);
+    ASSERT_EQ(host().open(pipeName).code, pmrcSuccess);
+  }
+
+  void send(std::string_view bytes) {
+    script = PipeScript();
+    if (!bytes.empty()) script.data(std::string(bytes));
+  }
+
+  // The process dies and another one takes over.
+  void reload() {
+    loaded.reset();
+    loaded.emplace(*this);
+    position_ = 0;
+  }
+
+  // Reads `count` blocks, which must be the data's.
+  void deliver(std::uint64_t count = 1) {
+    for (; count > 0; --count) {
+      const ReadAnswer answer = host().read();
+      ASSERT_EQ(answer.code, pmrcSuccess) << answer.text.value_or("");
+      ASSERT_EQ(answer.data, block(++position_)) << "block " << position_;
+    }
+  }
+  void expectEnd() {
+    const ReadAnswer answer = host().read();
+    EXPECT_EQ(answer.code, pmrcEOF);
+    EXPECT_EQ(answer.data, "");
+  }
+  void deliverRest() {
+    ASSERT_NO_FATAL_FAILURE(deliver(blocks() - position_));
+    expectEnd();
+  }
+  std::uint64_t checkpoint() {
+    const PositionAnswer answer = host().getPos();
+    EXPECT_EQ(answer.code, pmrcSuccess);
+    return answer.position;
+  }
+  // SetPos that must succeed.
+  void goTo(std::uint64_t position) {
+    const Answer answer = host().setPos(position);
+    ASSERT_EQ(answer.code, pmrcSuccess) << answer.text.value_or("");
+    position_ = position == 0 ? 0 : position - 1;
+  }
+
+  std::uint64_t blocks() const { return (data.size() + kBlockSize - 1) / kBlockSize; }
+  std::string block(std::uint64_t number) const {
+    return data.substr((number - 1) * kBlockSize, kBlockSize);
+  }
+  // The signature of all data up to a block.
+  std::string signature(std::uint64_t number) const {
+    return systemMd5(std::string_view(data).substr(0, number * kBlockSize));
+  }
+
+  std::string path() const { return files.file("job.fbf"); }
+  static bool exists(const std::string& name) {
+    return GetFileAttributesA(name.c_str()) != INVALID_FILE_ATTRIBUTES;
+  }
+  static std::string contentOf(const std::string& name) {
+    std::ifstream file(name, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+  std::string file() const { return contentOf(path()); }
+  static void putFile(const std::string& name, std::string_view bytes) {
+    std::ofstream file(name, std::ios::binary);
+    file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    ASSERT_TRUE(file.good()) << name;
+  }
+
+  struct SyncPoint {
+    std::uint64_t block;
+    std::string signature;
+    bool operator==(const SyncPoint&) const = default;
+  };
+  SyncPoint older() const { return syncPointAt(kHeaderSize); }
+  SyncPoint newer() const { return syncPointAt(kHeaderSize + 24); }
+
+  // The header block that a job of this pipe writes.
+  std::string header(bool signatures = true, std::uint32_t blockSize = kBlockSize) const {
+    std::string image = "Varnholt Fallback File 01.03.00\n";
+    image += '\0';
+    image += bytesOf32(blockSize) + (signatures ? '\1' : '\0') + pipeName;
+    image.resize(kHeaderSize);
+    return image;
+  }
+  static std::string syncPoint(std::uint64_t block, std::string signature = {}) {
+    signature.resize(16);
+    return bytesOf64(block) + signature;
+  }
+
+  // A job that died behind a checkpoint at `n`, with `behind` more blocks delivered.
+  void leaveFile(std::uint64_t n, std::uint64_t behind = 1, std::string_view options = {}) {
+    ASSERT_NO_FATAL_FAILURE(openJob(options));
+    ASSERT_NO_FATAL_FAILURE(deliver(n));
+    ASSERT_EQ(checkpoint(), n);
+    ASSERT_NO_FATAL_FAILURE(deliver(behind));
+    reload();
+  }
+  // How often a message was logged since the log was read last.
+  static int count(const std::vector<LogEntry>& entries, const LogEntry& wanted) {
+    return static_cast<int>(std::count(entries.begin(), entries.end(), wanted));
+  }
+
+ private:
+  SyncPoint syncPointAt(std::size_t offset) const {
+    const std::string bytes = file();
+    if (bytes.size() < offset + 24) return {kNoBlock - 1, "no sync area"};
+    return {numberOf64(bytes.substr(offset)), bytes.substr(offset + 8, 16)};
+  }
+
+  std::uint64_t position_ = 0;  // of the host
+};
+
+// Failing calls of the module to the run-time library's file streams.
+class StreamFaults {
+ public:
+  explicit StreamFaults(HMODULE module)
+      : write_(module, "fwrite",
+               [this](const void* data, std::size_t size, std::size_t items, std::FILE* stream) {
+                 const bool isOurs = size == 1;
+                 if (isOurs && shortWrites && --writesBefore < 0) return items / 2;
+                 return write_.original(data, size, items, stream);
+               }),
+        read_(module, "fread",
+              [this](void* data, std::size_t size, std::size_t items, std::FILE* stream) {
+                const std::size_t got = read_.original(data, size, items, stream);
+                return onRead ? onRead(data, size * items, got) : got;
+              }),
+        setPosition_(module, "fsetpos",
+                     [this](std::FILE* stream, const fpos_t* position) {
+                       if (seeksFail && --seeksBefore < 0) return -1;
+                       return setPosition_.original(stream, position);
+                     }),
+        getPosition_(module, "fgetpos", [this](std::FILE* stream, fpos_t* position) {
+          if (tellsFail && --tellsBefore < 0) return -1;
+          return getPosition_.original(stream, position);
+        }) {}
+
+  bool shortWrites = false;
+  int writesBefore = 0;  // that still succeed
+  bool seeksFail = false;
+  int seeksBefore = 0;
+  bool tellsFail = false;
+  int tellsBefore = 0;
+  // Gets the buffer, its size and what was read; answers what the module is told.
+  std::function<std::size_t(void*, std::size_t, std::size_t)> onRead;
+
+ private:
+  Hook<struct WriteTag, std::size_t(const void*, std::size_t, std::size_t, std::FILE*)> write_;
+  Hook<struct FreadTag, std::size_t(void*, std::size_t, std::size_t, std::FILE*)> read_;
+  Hook<struct SetPositionTag, int(std::FILE*, const fpos_t*)> setPosition_;
+  Hook<struct GetPositionTag, int(std::FILE*, fpos_t*)> getPosition_;
+};
+
+}  // namespace tallow::test
