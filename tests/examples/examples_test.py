@@ -1,10 +1,12 @@
 #!/usr/bin/env python3
 """The examples and the commands of README.md and the host guide do what is said of them."""
 
+import json
 import os
 import pathlib
 import random
 import re
+import shlex
 import shutil
 import signal
 import subprocess
@@ -52,31 +54,34 @@ class Examples(unittest.TestCase):
     def output(self):
         return (self.folder / "out.bin").read_bytes()
 
-    def kill_host_half_way(self):
-        """A host that has taken three checkpoints and then waits for data is killed."""
-        host = self.start_host()
+    def kill_half_way(self, host, data, reached):
+        """Feeds a host these first bytes of its data, and kills it when `reached` says so."""
         feed = self.start("tallow-feed.exe", "--pipe", self.pipe, "--in", "-", "--chunk", str(BLOCK),
                           stdin=subprocess.PIPE)
-        sent = (3 * BLOCKS_PER_CHECKPOINT + 10) * BLOCK
 
         def write():
-            feed.stdin.buffer.write(DATA[:sent])
+            feed.stdin.buffer.write(data)
             feed.stdin.buffer.flush()
 
         writing = threading.Thread(target=write)
         writing.start()
         writing.join(SECONDS)
-        position = (3 * BLOCKS_PER_CHECKPOINT).to_bytes(8, "little")
-        state = self.folder / "state"
         deadline = time.monotonic() + SECONDS
-        while not (state.exists() and state.read_bytes()[8:16] == position):
+        while not reached():
             self.assertIsNone(host.poll(), "the host ended")
-            self.assertLess(time.monotonic(), deadline, "no third checkpoint")
+            self.assertLess(time.monotonic(), deadline, "no such checkpoint")
             time.sleep(0.02)
         host.send_signal(signal.SIGKILL)
         host.wait(SECONDS)
         feed.stdin.close()
         feed.wait(SECONDS)
+
+    def kill_host_half_way(self):
+        """The minimal host, killed when it has taken three checkpoints and waits for data."""
+        state = self.folder / "state"
+        position = (3 * BLOCKS_PER_CHECKPOINT).to_bytes(8, "little")
+        self.kill_half_way(self.start_host(), DATA[:(3 * BLOCKS_PER_CHECKPOINT + 10) * BLOCK],
+                           lambda: state.exists() and state.read_bytes()[8:16] == position)
 
     def test_host_and_writer_move_a_file(self):
         host, writer = self.start_host(), self.start_writer()
@@ -129,6 +134,42 @@ class Examples(unittest.TestCase):
         self.assertIn("done: 2 blocks", run.stdout)
         self.assertIn(" 72 Log opened by ", run.stdout)
         self.assertEqual((self.folder / "loaded.csv").read_bytes(), DATA)
+
+    def test_the_operator_guides_commands_restart_a_job(self):
+        guide = (ROOT / "docs" / "operator-guide.md").read_text(encoding="utf-8")
+        section = guide.partition("## A job that died")[2].partition("\n## ")[0]
+        commands = re.findall(r"^tallow-.*", section, re.MULTILINE)
+        self.assertEqual([command.split()[0] for command in commands],
+                         ["tallow-host", "tallow-host", "tallow-feed"])
+
+        def start(command):
+            words = shlex.split(command.replace(r"\\.\pipe\orders", self.pipe), posix=False)
+            return self.start(words[0] + ".exe", *(word.strip('"') for word in words[1:]),
+                              stdout=subprocess.PIPE)
+
+        def reached():
+            try:
+                return json.loads(state.read_text(encoding="utf-8"))["position"] == 16
+            except FileNotFoundError:
+                return False
+
+        data = random.Random(2).randbytes(20_000_000)
+        (self.folder / "orders.csv").write_bytes(data)
+        (self.folder / "logs").mkdir()
+        state = self.folder / "orders.json"
+        first = start(commands[0])
+        self.kill_half_way(first, data[:18_000_000], reached)
+        first.stdout.close()
+        inspect = self.start("tallow-inspect.exe", "orders.json.fbf", stdout=subprocess.PIPE)
+        self.assertIn("accepts position 8 or 16", inspect.communicate(timeout=SECONDS)[0])
+        host, writer = start(commands[1]), start(commands[2])
+        self.assertIn("restarted from block 16", host.communicate(timeout=SECONDS)[0])
+        self.assertEqual(host.returncode, 0)
+        writer.communicate(timeout=SECONDS)
+        self.assertEqual((self.folder / "loaded.csv").read_bytes(), data)
+        log = (self.folder / "logs" / "namedpipes.log").read_text(encoding="cp1252")
+        self.assertEqual([number for number in re.findall(r" EVENT (\d+) ", log)
+                          if number not in ("72", "98")], ["80", "88", "95", "86"])
 
     def test_host_has_fewer_than_150_lines(self):
         source = (ROOT / "examples" / "minimal_host.cpp").read_text(encoding="utf-8")
