@@ -2,6 +2,7 @@
 
 #include "diag/application.hpp"
 #include "entry/records.hpp"
+#include "pipe/wide_name.hpp"
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, void* reserved) {
   using tallow::diag::application;
@@ -10,6 +11,7 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, void* reserved) {
   // threads are gone and may have left anything half done. The fallback file stays.
   if (reason == DLL_PROCESS_DETACH && reserved == nullptr) {
     tallow::entry::destroyAllModules();
+    tallow::pipe::releaseConverter();
     application().end();
   }
   return TRUE;

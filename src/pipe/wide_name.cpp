@@ -1,5 +1,6 @@
 #include "pipe/wide_name.hpp"
 
+#include <unicode/uclean.h>
 #include <unicode/ucnv.h>
 
 #include <cstring>
@@ -26,6 +27,10 @@ std::optional<std::u16string> widenName(const std::string& name) {
   std::u16string wide(converted.size() / sizeof(char16_t), u'\0');
   std::memcpy(wide.data(), converted.data(), wide.size() * sizeof(char16_t));
   return wide;
+}
+
+void releaseConverter() noexcept {
+  u_cleanup();
 }
 
 }  // namespace tallow::pipe

@@ -11,4 +11,7 @@ namespace tallow::pipe {
 // error.
 std::optional<std::u16string> widenName(const std::string& name);
 
+// Gives back what the converter keeps between conversions. Called at the end.
+void releaseConverter() noexcept;
+
 }  // namespace tallow::pipe

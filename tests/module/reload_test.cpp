@@ -84,6 +84,19 @@ TEST_F(Reload, KeepsNothingOfAJob) {
   });
 }
 
+TEST_F(Reload, KeepsNothingOfAConvertedPipeName) {
+  const std::string pipe = uniquePipeName();
+  expectNothingKept([&] {
+    const Module module;
+    Host host(module);
+    ASSERT_EQ(host.init("Log_level 0").code, 0U);
+    ASSERT_EQ(host.attribute("CHARSET_NAME", "UTF8").code, 0U);
+    PipeEnd writer = PipeEnd::serve(pipe);
+    ASSERT_EQ(host.open(pipe).code, 0U);
+    ASSERT_EQ(host.close().code, 0U);
+  });
+}
+
 TEST_F(Reload, KeepsNothingOfARequestThatThrew) {
   expectNothingKept([] {
     const Module module;
