@@ -66,6 +66,15 @@ OutputFile OutputFile::openExisting(const std::string& path) {
   return file;
 }
 
+std::optional<OutputFile> OutputFile::tryOpenExisting(const std::string& path) {
+  OutputFile file(path, openFor(path, GENERIC_WRITE, OPEN_EXISTING), true);
+  if (file.owned_) return file;
+  const DWORD error = GetLastError();
+  if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND) return std::nullopt;
+  SetLastError(error);
+  fail("cannot open", path);
+}
+
 OutputFile OutputFile::standardOutput() {
   return {"standard output", GetStdHandle(STD_OUTPUT_HANDLE), false};
 }

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -20,6 +21,8 @@ class OutputFile {
   static OutputFile openOrCreate(const std::string& path);
   /// Opens a file that must be there, to cut it back and go on.
   static OutputFile openExisting(const std::string& path);
+  /// The same; none when there is no such file.
+  static std::optional<OutputFile> tryOpenExisting(const std::string& path);
   /// Writes to standard output; flush does nothing then.
   static OutputFile standardOutput();
 

@@ -36,9 +36,14 @@ std::string requestText(const client::RequestFailed& error) {
 
 }  // namespace
 
+void writeToStandardError(const std::string& text) {
+  DWORD written = 0;
+  WriteFile(GetStdHandle(STD_ERROR_HANDLE), text.data(), static_cast<DWORD>(text.size()), &written,
+            nullptr);
+}
+
 void printError(const std::string& text) {
-  std::fprintf(stderr, "%s: %s\n", programName.c_str(), oneLine(text).c_str());
-  std::fflush(stderr);
+  writeToStandardError(programName + ": " + oneLine(text) + "\n");
 }
 
 int runProgram(const std::string& name, int argc, wchar_t** argv,

@@ -23,6 +23,9 @@ void prepare(CLI::App& app, const std::string& examples);
 /// MisuseError on a bad command line.
 std::optional<ExitStatus> parse(CLI::App& app, std::vector<std::string> arguments);
 
+/// In one piece: the run-time library writes to standard error letter by letter.
+void writeToStandardError(const std::string& text);
+
 /// Writes one line, "name: text", to standard error.
 void printError(const std::string& text);
 

@@ -3,11 +3,11 @@
 #include <windows.h>
 
 #include <condition_variable>
-#include <cstdio>
 #include <mutex>
 #include <utility>
 
 #include "common/formatting.hpp"
+#include "common/program.hpp"
 
 namespace tallow::tools {
 namespace {
@@ -54,11 +54,9 @@ void Progress::draw(const std::stop_token& stop) {
     const std::size_t length = text.size();
     if (length < drawn) text.append(drawn - length, ' ');
     drawn = length;
-    std::fprintf(stderr, "\r%s", text.c_str());
-    std::fflush(stderr);
+    writeToStandardError("\r" + text);
   }
-  if (drawn > 0) std::fprintf(stderr, "\r%*s\r", static_cast<int>(drawn), "");
-  std::fflush(stderr);
+  if (drawn > 0) writeToStandardError("\r" + std::string(drawn, ' ') + "\r");
 }
 
 std::string Progress::line(double elapsed) const {

@@ -128,7 +128,7 @@ bool Job::restart() {
   const std::uint64_t position = plan_.restart->position;
   if (plan_.restartPossible) interrupt_.setForcedStatus(tools::ExitStatus::kRestartable);
   const std::string label = "dropping re-sent data up to block " + std::to_string(position);
-  if (!tools::standardErrorIsTerminal()) std::fprintf(stderr, "%s\n", label.c_str());
+  if (!tools::standardErrorIsTerminal()) tools::writeToStandardError(label + "\n");
   progress_.emplace(label + ":", std::nullopt);
   try {
     const Interrupt::Cancellable scope(interrupt_);

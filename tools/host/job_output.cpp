@@ -8,15 +8,8 @@
 #include "common/tool_error.hpp"
 
 namespace tallow::host {
-namespace {
 
 using tools::OutputFile;
-
-bool exists(const std::string& path) {
-  return GetFileAttributesW(tools::toWide(path).c_str()) != INVALID_FILE_ATTRIBUTES;
-}
-
-}  // namespace
 
 JobOutput JobOutput::forJob(const std::string& path, bool restartable) {
   JobOutput output;
@@ -26,11 +19,11 @@ JobOutput JobOutput::forJob(const std::string& path, bool restartable) {
     output.file_ = OutputFile::standardOutput();
     return output;
   }
-  const bool isThere = exists(path);
-  if (isThere) output.file_ = OutputFile::openExisting(path);
-  if (isThere && !output.file_->isOrdinary()) return output;  // NUL, a device: nothing to rename
+  output.file_ = OutputFile::tryOpenExisting(path);
+  const bool device = output.file_ && !output.file_->isOrdinary();
+  if (device) return output;  // NUL and its like: nothing to rename
   if (restartable) {
-    if (!isThere) output.file_ = OutputFile::create(path);
+    if (!output.file_) output.file_ = OutputFile::create(path);
     return output;
   }
   output.partPath_ = path + ".part";
@@ -59,7 +52,7 @@ JobOutput::~JobOutput() {
 
 void JobOutput::start() {
   started_ = true;
-  if (partPath_.empty() && file_->isOrdinary()) file_->cutTo(length_);
+  if (partPath_.empty() && !standardOutput_ && file_->isOrdinary()) file_->cutTo(length_);
 }
 
 void JobOutput::write(std::span<const std::byte> block) {

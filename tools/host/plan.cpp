@@ -30,6 +30,14 @@ std::string withFallbackFile(const std::string& userInit, const std::string& sta
   return "Fallback_Directory=\"" + folder + "\" Fallback_file=\"" + name + "\" " + userInit;
 }
 
+void requireStateFolder(const std::string& statePath) {
+  std::error_code error;
+  const std::filesystem::path state = std::filesystem::absolute(tools::toWide(statePath));
+  if (std::filesystem::is_directory(state.parent_path(), error)) return;
+  throw tools::ToolError("cannot write " + statePath +
+                         ": its folder does not exist; create it or name another with --state");
+}
+
 void refuseFreshRunOverState(const Settings& settings) {
   if (settings.state.empty() || settings.startOver || !stateExists(settings.state)) return;
   throw MisuseError(settings.state +
@@ -105,6 +113,7 @@ JobPlan makePlan(const Settings& settings) {
     takeUpState(plan, settings);
   } else {
     refuseFreshRunOverState(settings);
+    if (plan.keepsState()) requireStateFolder(plan.statePath);
     plan.pipe = *settings.pipe;
     plan.output = fullPath(*settings.output);
     plan.userInit = settings.init.value_or("");

@@ -1,0 +1,570 @@
+#!/usr/bin/env python3
+"""tallow-host as a person uses it: jobs, options, failures, Ctrl-C."""
+
+import os
+import pty
+import re
+import shutil
+import subprocess
+
+import tools_support
+from tools_support import BIN, BLOCK, OPTIONS, data_of, wait_until
+
+STATE = ["--state", "job.json", "--checkpoint-every", "10"]
+
+
+class Jobs(tools_support.ToolTest):
+    def test_delivers_the_data(self):
+        data = data_of(123_456)
+        self.feed(data)
+        outcome = self.host().outcome()
+        self.assertEnded(outcome, 0)
+        self.assertEqual(self.read("out"), data)
+        self.assertIn("124 blocks", outcome.text)
+        self.assertEqual(outcome.err, "", "quiet where no terminal is")
+        self.assertFalse(self.exists("out.part"))
+
+    def test_delivers_no_data(self):
+        self.feed(b"")
+        self.assertEnded(self.host().outcome(), 0)
+        self.assertEqual(self.read("out"), b"")
+
+    def test_replaces_an_output_only_when_the_data_is_whole(self):
+        self.write("out", "yesterday's")
+        feed = self.slow_feed(data_of(20_000))
+        host = self.host()
+        self.wait_for_length("out.part", 20_000)
+        self.assertEqual(self.read("out"), b"yesterday's")
+        feed.process.stdin.close()
+        self.assertEnded(host.outcome(), 0)
+        self.assertEqual(self.read("out"), data_of(20_000))
+
+    def test_writes_to_standard_output(self):
+        data = data_of(10_500)
+        self.feed(data)
+        outcome = self.host(output="-").outcome()
+        self.assertEnded(outcome, 0)
+        self.assertEqual(outcome.out, data)
+        self.assertIn("11 blocks", outcome.err)
+
+    def test_prints_its_outcome_as_json(self):
+        self.feed(data_of(10_500))
+        outcome = self.host("--json").outcome()
+        self.assertEnded(outcome, 0)
+        report = outcome.json
+        self.assertEqual(list(report), [
+            "status", "exitStatus", "module", "pipe", "output", "init", "blockSize", "blocks",
+            "bytes", "seconds", "bytesPerSecond", "checkpoints", "rewound", "restartedFrom",
+            "recordedPosition", "error"])
+        self.assertEqual((report["status"], report["exitStatus"]), ("done", 0))
+        self.assertEqual((report["blocks"], report["bytes"]), (11, 10_500))
+        self.assertEqual(report["blockSize"], BLOCK)
+        self.assertEqual(report["module"]["name"].lower(), "tallowin.dll")
+        self.assertEqual(len(report["module"]["components"]), 7)
+        self.assertIsNone(report["error"])
+
+    def test_keeps_json_apart_from_the_data(self):
+        self.feed(data_of(100))
+        outcome = self.host("--json", output="-").outcome()
+        self.assertEqual(outcome.out, data_of(100))
+        self.assertIn('"status": "done"', outcome.err)
+
+    def test_asks_in_the_order_of_the_interface(self):
+        self.feed(data_of(1_500))
+        self.host("--attribute", "BYTE_ORDER=1",
+                  init=OPTIONS + " Log_level=6 Log_directory=.").outcome()
+        requests = [line.split("pmiPIDMOpt")[1].split()[0] for line in self.log().splitlines()
+                    if "Request Received" in line]
+        self.assertEqual(requests, ["PutA_A", "Open", "Read", "Read", "Read", "Close", "Shut"])
+
+    def test_ends_with_close_r_when_asked(self):
+        self.feed(data_of(1_500))
+        self.host("--close-r", init=OPTIONS + " Log_level=6 Log_directory=.").outcome()
+        self.assertIn("pmiPIDMOptCloseR", self.log())
+
+    def test_reads_blocks_as_they_come(self):
+        data = data_of(54_321)
+        self.feed(data, "--chunk", 777)
+        self.assertEnded(self.host(init=OPTIONS + " nfb=no").outcome(), 0)
+        self.assertEqual(self.read("out"), data)
+
+    def test_takes_the_module_from_another_folder(self):
+        os.mkdir(self.folder / "elsewhere")
+        for name in ("tallowin.dll", "tallowinenu.dll"):
+            shutil.copy(BIN / name, self.folder / "elsewhere")
+        self.feed(data_of(100))
+        outcome = self.host("--module", "elsewhere/tallowin.dll").outcome()
+        self.assertEnded(outcome, 0)
+
+    def test_reads_a_pipe_whose_name_is_not_ascii(self):
+        self.pipe += "-größe"
+        self.feed(data_of(3_000))
+        outcome = self.host("--attribute", "CHARSET_NAME=UTF8").outcome()
+        self.assertEnded(outcome, 0)
+        self.assertEqual(self.read("out"), data_of(3_000))
+
+    def test_takes_a_third_partys_data(self):
+        node = os.path.join(os.environ.get("XDG_CACHE_HOME", os.path.expanduser("~/.cache")),
+                            "tallow", "node", "node.exe")
+        if not os.path.exists(node):
+            self.skipTest("node.exe is not in the cache; scripts/demo puts it there")
+        key = r"HKCU\Software\Wine\AppDefaults\node.exe"
+        subprocess.run(["wine", "reg", "add", key, "/v", "Version", "/d", "win10", "/f"],
+                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=True,
+                       timeout=tools_support.LIMIT)
+        data = data_of(300_000)
+        self.write("data", data)
+        host = self.host()
+        self.write("writer.js", r"""
+          const fs = require('fs');
+          function send() {
+            const pipe = fs.createWriteStream(process.argv[2], {flags: 'r+'});
+            pipe.on('error', (e) => { if (e.code !== 'ENOENT') throw e; setTimeout(send, 20); });
+            pipe.on('open', () => fs.createReadStream('data').pipe(pipe));
+          }
+          send();""")
+        writer = self.start("node", "writer.js", self.pipe, program=node)
+        self.assertEnded(host.outcome(), 0)
+        self.assertEnded(writer.outcome(), 0)
+        self.assertEqual(self.read("out"), data)
+
+
+class Checkpoints(tools_support.ToolTest):
+    DATA = data_of(60_000)
+
+    def stop_half_way(self, *arguments, init=OPTIONS, length=25_000):
+        """Runs a job with a state and stops it by Ctrl-C behind `length` bytes."""
+        feed = self.slow_feed(self.DATA[:length + 500])
+        host = self.host(*STATE, *arguments, init=init)
+        self.wait_for_length("out", length)
+        host.interrupt()
+        outcome = host.outcome()
+        feed.close()
+        return outcome
+
+    def restart(self, *arguments):
+        return self.start("tallow-host", "--state", "job.json", "--restart", *arguments)
+
+    def test_notes_the_end_of_the_data(self):
+        self.feed(data_of(30_000) + b"x")
+        self.assertEnded(self.host(*STATE).outcome(), 0)
+        state = self.state()
+        self.assertEqual((state["position"], state["outputLength"]), (31, 30_001))
+        self.assertEqual(state["finished"], True)
+
+    def test_records_the_length_before_the_block_that_comes_again(self):
+        outcome = self.stop_half_way()
+        self.assertEnded(outcome, 3)
+        state = self.state()
+        self.assertEqual((state["position"], state["outputLength"]), (25, 24_000))
+        self.assertEqual(state["finished"], False)
+
+    def test_goes_on_after_ctrl_c(self):
+        outcome = self.stop_half_way()
+        self.assertEnded(outcome, 3)
+        self.assertIn("--state job.json --restart", outcome.err)
+        self.feed(self.DATA)
+        outcome = self.restart("--json").outcome()
+        self.assertEnded(outcome, 0)
+        self.assertEqual(self.read("out"), self.DATA)
+        self.assertEqual(outcome.json["restartedFrom"], 25)
+        self.assertFalse(self.exists("job.json.fbf"))
+
+    def test_goes_on_after_its_process_was_terminated(self):
+        feed = self.slow_feed(self.DATA[:25_500])
+        host = self.host(*STATE)
+        self.wait_for_length("out", 25_000)
+        host.terminate()
+        feed.close()
+        self.assertEqual(self.state()["position"], 20)
+        self.feed(self.DATA)
+        self.assertEnded(self.restart().outcome(), 0)
+        self.assertEqual(self.read("out"), self.DATA)
+
+    def test_confirms_the_position_once_when_its_block_has_come_again(self):
+        self.stop_half_way(init=OPTIONS + " Log_level=6 Log_directory=.")
+        (self.folder / "namedpipes.log").unlink()
+        self.feed(self.DATA)
+        self.assertEnded(self.restart("--checkpoint-every", 1000).outcome(), 0)
+        requests = [line.split("pmiPIDMOpt")[1].split()[0] for line in self.log().splitlines()
+                    if "Request Received" in line]
+        self.assertEqual(requests[:5], ["Open", "SetPos", "Read", "GetPos", "Read"])
+        self.assertEqual(requests.count("GetPos"), 1)
+
+    def test_names_the_fallback_file_beside_the_state(self):
+        os.mkdir(self.folder / "a folder")
+        feed = self.slow_feed(self.DATA[:25_500])
+        host = self.host("--state", "a folder/job.json", "--checkpoint-every", 10)
+        self.wait_for_length("out", 25_000)
+        self.assertTrue(self.exists("a folder/job.json.fbf"))
+        host.interrupt()
+        self.assertEnded(host.outcome(), 3)
+        feed.close()
+
+    def test_leaves_a_fallback_file_of_the_users_own_alone(self):
+        outcome = self.stop_half_way(init=OPTIONS + " Ff=mine.fbf FD=.")
+        self.assertEnded(outcome, 3)
+        self.assertTrue(self.exists("mine.fbf"))
+        self.assertFalse(self.exists("job.json.fbf"))
+
+    def test_refuses_to_spend_a_restart_by_mistake(self):
+        self.stop_half_way()
+        before = self.read("out"), self.read("job.json")
+        outcome = self.host(*STATE).outcome()
+        self.assertFault(outcome, 2, "job.json", "--restart", "--new")
+        self.assertEqual((self.read("out"), self.read("job.json")), before)
+
+    def test_starts_over_when_told_so(self):
+        self.stop_half_way()
+        other = data_of(33_333, seed=99)
+        self.feed(other)
+        self.assertEnded(self.host(*STATE, "--new").outcome(), 0)
+        self.assertEqual(self.read("out"), other)
+
+    def test_has_nothing_to_restart_when_the_job_is_done(self):
+        self.feed(self.DATA)
+        self.host(*STATE).outcome()
+        outcome = self.restart().outcome()
+        self.assertEnded(outcome, 0)
+        self.assertIn("done already", outcome.text)
+        self.assertEqual(self.restart("--json").outcome().json["status"], "done")
+
+    def test_refuses_changed_data_and_touches_nothing(self):
+        self.stop_half_way()
+        before = self.read("out"), self.read("job.json")
+        changed = bytearray(self.DATA)
+        changed[5_000] ^= 1
+        self.feed(bytes(changed))
+        outcome = self.restart("--json").outcome()
+        self.assertEnded(outcome, 1)
+        self.assertIn("pmrcDelivery (16)", outcome.err)
+        self.assertEqual(outcome.json["status"], "failed")
+        self.assertEqual((self.read("out"), self.read("job.json")), before)
+        self.feed(self.DATA)
+        self.assertEnded(self.restart().outcome(), 0)
+        self.assertEqual(self.read("out"), self.DATA)
+
+    def test_refuses_data_that_ends_before_the_position(self):
+        self.stop_half_way()
+        self.feed(self.DATA[:20_000])
+        self.assertIn("pmrcBadPosition (32)", self.restart().outcome().err)
+
+    def test_refuses_a_position_that_the_file_does_not_know(self):
+        self.stop_half_way()
+        self.write("job.json", self.read("job.json").replace(b'"position": 25', b'"position": 24'))
+        self.feed(self.DATA, "--wait", 5)
+        self.assertIn("pmrcBadPosition (32)", self.restart().outcome().err)
+
+    def test_refuses_a_restart_without_the_fallback_file(self):
+        self.stop_half_way()
+        os.remove(self.folder / "job.json.fbf")
+        outcome = self.restart().outcome()
+        self.assertEnded(outcome, 1)
+        self.assertIn("SetPos failed with pmrcFailed (34)", outcome.err)
+
+    def test_refuses_a_restart_that_cannot_work(self):
+        self.stop_half_way()
+        for init, words in ((OPTIONS + " nfb=no", "Need_Full_Block"),
+                            (OPTIONS + " No_FallBack", "No_FallBack"),
+                            ("Block_size=2000", "Block_size=1000")):
+            with self.subTest(init):
+                self.assertFault(self.restart("--init", init).outcome(), 2, words)
+        self.assertFault(self.restart("--pipe", "other").outcome(), 2, "--pipe")
+        self.assertFault(self.restart("--out", "other").outcome(), 2, "--out")
+
+    def test_refuses_an_output_that_is_shorter_than_recorded(self):
+        self.stop_half_way()
+        os.truncate(self.folder / "out", 10_000)
+        self.assertFault(self.restart().outcome(), 1, "out", "10000", "--new")
+
+    def test_refuses_a_damaged_or_foreign_state(self):
+        self.stop_half_way()
+        good = self.read("job.json")
+        for content in (b"", b"{}", b"[]", b'{"format": 7}', good[:60], b"\0" * 50,
+                        good.replace(b'"position": 25', b'"position": "x"'),
+                        good.replace(b"state 1", b"state 9"), b"\xff\xfe"):
+            with self.subTest(content):
+                self.write("job.json", content)
+                self.assertFault(self.restart().outcome(), 1, "job.json is damaged", "--new")
+
+    def test_refuses_a_state_that_is_not_there(self):
+        self.assertFault(self.restart().outcome(), 1, "cannot read job.json")
+
+    def test_says_when_the_state_cannot_be_written(self):
+        self.feed(self.DATA)
+        outcome = self.host("--state", "absent/job.json", init=OPTIONS + " FD=.").outcome()
+        self.assertEnded(outcome, 1)
+        self.assertIn("job.json", outcome.err)
+
+    def test_warns_when_a_restart_is_impossible(self):
+        for init, words in ((OPTIONS + " nfb=no", "Need_Full_Block is off"),
+                            (OPTIONS + " No_FallBack", "No_FallBack is set")):
+            with self.subTest(init):
+                self.feed(b"data")
+                outcome = self.host(*STATE, "--new", init=init).outcome()
+                self.assertEnded(outcome, 0)
+                self.assertIn("warning: this job cannot be restarted: " + words, outcome.err)
+
+    def test_warns_when_a_pause_can_pass_for_the_end(self):
+        self.feed(b"data")
+        outcome = self.host("--attribute", "TIMEOUT_SECONDS=30", init="nfb=no").outcome()
+        self.assertIn("warning: a writer that pauses longer than TIMEOUT_SECONDS", outcome.err)
+
+    def test_rewinds_once_and_delivers_the_same(self):
+        self.feed(self.DATA)
+        outcome = self.host("--checkpoint-every", 7, "--rewind", 2, "--json",
+                            init=OPTIONS + " Log_level=6 Log_directory=.").outcome()
+        self.assertEnded(outcome, 0)
+        self.assertTrue(outcome.json["rewound"])
+        self.assertEqual(self.read("out"), self.DATA)
+        self.assertIn("SetPos to block no. 14.", self.log())
+        self.assertIn("from fallback file", self.log())
+
+    def test_rewinds_at_the_end_when_no_more_blocks_come(self):
+        self.feed(self.DATA)
+        outcome = self.host("--checkpoint-every", 25, "--rewind", 2, "--json").outcome()
+        self.assertEnded(outcome, 0)
+        self.assertTrue(outcome.json["rewound"])
+        self.assertEqual(self.read("out"), self.DATA)
+
+    def test_rewinds_blocks_that_came_as_they_came(self):
+        self.feed(self.DATA, "--chunk", 333)
+        outcome = self.host("--checkpoint-every", 20, "--rewind", 1, "--json",
+                            init=OPTIONS + " nfb=no").outcome()
+        self.assertEnded(outcome, 0)
+        self.assertTrue(outcome.json["rewound"])
+        self.assertEqual(self.read("out"), self.DATA)
+
+    def test_keeps_the_state_when_ctrl_c_comes_while_data_is_dropped(self):
+        self.stop_half_way()
+        before = self.read("out"), self.read("job.json")
+        feed = self.slow_feed(self.DATA[:5_500])
+        host = self.restart()
+        wait_until(lambda: self.pipe_is_taken(), "the module's end of the pipe")
+        host.interrupt()
+        outcome = host.outcome()
+        feed.close()
+        self.assertEnded(outcome, 3)
+        self.assertEqual((self.read("out"), self.read("job.json")), before)
+        self.feed(self.DATA)
+        self.assertEnded(self.restart().outcome(), 0)
+        self.assertEqual(self.read("out"), self.DATA)
+
+    def pipe_is_taken(self):
+        """Whether the first writer is connected: a second one finds the pipe busy then."""
+        probe = self.feed(b"", "--wait", 0).outcome()
+        return "another writer" in probe.err
+
+
+class CtrlC(tools_support.ToolTest):
+    def test_leaves_nothing_of_a_job_without_a_state(self):
+        feed = self.slow_feed(data_of(5_500))
+        host = self.host()
+        self.wait_for_length("out.part", 5_000)
+        host.interrupt()
+        outcome = host.outcome()
+        feed.close()
+        self.assertFault(outcome, 1, "Ctrl-C", "start over")
+        self.assertFalse(self.exists("out"))
+        self.assertFalse(self.exists("out.part"))
+
+    def test_says_that_it_cannot_end_a_wait_for_a_writer(self):
+        host = self.host(*STATE)
+        wait_until(lambda: self.exists("out"), "the output")
+        host.interrupt()
+        wait_until(lambda: "press Ctrl-C again" in host.said(), "the advice")
+        host.interrupt()
+        self.assertEnded(host.outcome(), 1)
+
+    def test_ends_at_once_the_second_time_and_can_be_restarted(self):
+        data = data_of(20_000)
+        feed = self.slow_feed(data[:12_500])
+        host = self.host(*STATE)
+        self.wait_for_length("out", 12_000)
+        host.interrupt()
+        self.assertEnded(host.outcome(), 3)
+        feed.close()
+        host = self.start("tallow-host", "--state", "job.json", "--restart")
+        wait_until(lambda: "dropping" in host.said(), "the restart")
+        host.interrupt()
+        wait_until(lambda: "press Ctrl-C again" in host.said(), "the advice")
+        host.interrupt()
+        self.assertEnded(host.outcome(), 3)
+        self.feed(data)
+        self.assertEnded(
+            self.start("tallow-host", "--state", "job.json", "--restart").outcome(), 0)
+        self.assertEqual(self.read("out"), data)
+
+
+class Failures(tools_support.ToolTest):
+    def test_names_a_module_that_is_not_there(self):
+        self.assertFault(self.host("--module", "absent.dll").outcome(), 1, "absent.dll",
+                         "does not exist", "--module")
+
+    def test_names_what_is_no_module(self):
+        self.write("text.dll", "not a library at all")
+        self.write("short.dll", b"MZ")
+        library = bytearray((BIN / "tallowin.dll").read_bytes())
+        offset = int.from_bytes(library[0x3c:0x40], "little")
+        library[offset + 4:offset + 6] = (0x14c).to_bytes(2, "little")
+        self.write("small.dll", bytes(library))
+        for path, words in (("text.dll", "is not a DLL"), ("short.dll", "is not a DLL"),
+                            (".", "is a folder"), ("small.dll", "is not for 64-bit Windows"),
+                            (BIN / "tallow-feed.exe", "is a program"),
+                            (BIN / "tallowinenu.dll", "exports no PIDMMain")):
+            with self.subTest(path):
+                self.assertFault(self.host("--module", path).outcome(), 1, words, "--module")
+
+    def test_names_the_language_library_when_it_is_missing(self):
+        self.assertFault(self.host("--module", BIN / "refusing_module.dll").outcome(), 1,
+                         "refused to start", "tallowinenu.dll")
+
+    def test_shows_the_modules_text_for_a_name_that_is_no_pipe(self):
+        self.pipe = "orders"
+        outcome = self.host("--json").outcome()
+        self.assertFault(outcome, 1, "Open failed with pmrcFailed (34)", "orders")
+        request = outcome.json["error"]["request"]
+        self.assertEqual((request["name"], request["returnCode"], request["returnCodeName"]),
+                         ("Open", 34, "pmrcFailed"))
+        self.assertIn("orders", request["failureText"])
+        self.assertFalse(self.exists("out"))
+
+    def test_names_the_option_that_is_wrong(self):
+        for init, words in (("Block_sze=1", "did you mean Block_size?"),
+                            ("Log_level=", "has no value"),
+                            ("Signature_check=3", "must be 0, 1 or 2"),
+                            ("Block_size=0", "pmrcFailed (34)"),
+                            ("Ff='x", "no closing quote")):
+            with self.subTest(init):
+                self.assertFault(self.host(init=init).outcome(), 1, "Init failed", words,
+                                 "--explain")
+
+    def test_names_an_attribute_that_the_module_does_not_know(self):
+        self.assertFault(self.host("--attribute", "SPEED=high").outcome(), 1,
+                         "pmrcBadAttribute (33)")
+
+    def test_names_an_output_that_cannot_be_written(self):
+        os.mkdir(self.folder / "folder")
+        self.assertFault(self.host(output="absent/out").outcome(), 1, "out", "folder exists")
+        self.assertFault(self.host(output="folder").outcome(), 1, "folder")
+
+    def test_leaves_no_output_on_a_full_disk(self):
+        self.feed(data_of(50_000))
+        outcome = self.host(output="/dev/full").outcome()
+        self.assertFault(outcome, 1, "cannot write", "full")
+
+    def test_leaves_no_part_of_an_output_on_a_full_disk(self):
+        disk = self.folder / "disk"
+        disk.mkdir()
+        mount = subprocess.run(["mount", "-t", "tmpfs", "-o", "size=64k", "tallow", disk],
+                               capture_output=True, check=False)
+        if mount.returncode != 0:
+            self.skipTest("no right to mount a small disk")
+        self.addCleanup(subprocess.run, ["umount", "--lazy", disk], check=True)
+        self.feed(data_of(200_000))
+        outcome = self.host(output="disk/out").outcome()
+        self.assertFault(outcome, 1, "cannot write", "make room on the disk")
+        self.assertEqual(os.listdir(disk), [])
+
+    def test_says_how_to_go_on_after_a_full_disk(self):
+        disk = self.folder / "disk"
+        disk.mkdir()
+        mount = subprocess.run(["mount", "-t", "tmpfs", "-o", "size=64k", "tallow", disk],
+                               capture_output=True, check=False)
+        if mount.returncode != 0:
+            self.skipTest("no right to mount a small disk")
+        self.addCleanup(subprocess.run, ["umount", "--lazy", disk], check=True)
+        data = data_of(200_000)
+        self.feed(data)
+        outcome = self.host(*STATE, output="disk/out").outcome()
+        self.assertFault(outcome, 1, "cannot write", "holds only a part", "--restart")
+        subprocess.run(["mount", "-o", "remount,size=1m", disk], check=True)
+        self.feed(data)
+        self.assertEnded(
+            self.start("tallow-host", "--state", "job.json", "--restart").outcome(), 0)
+        self.assertEqual(self.read("disk/out"), data)
+
+    def test_refuses_a_command_line_that_is_wrong(self):
+        both = ["--pipe", self.pipe, "--out", "out"]
+        for words, arguments in (
+                ("--pipe", []), ("--out", ["--pipe", self.pipe]), ("--fast", [*both, "--fast"]),
+                ("--state", [*both, "--restart"]), ("--state", [*both, "--new"]),
+                ("choose one", [*both, "--state", "s", "--new", "--restart"]),
+                ("--checkpoint-every", [*both, "--checkpoint-every", "0"]),
+                ("--checkpoint-every", [*both, "--rewind", "1"]),
+                ("NAME=VALUE", [*both, "--attribute", "X"]),
+                ("NAME=VALUE", [*both, "--attribute", "=X"]),
+                ("cut back", ["--pipe", self.pipe, "--out", "-", "--state", "s"]),
+                ("--init", [*both, "--init"])):
+            with self.subTest(arguments):
+                self.assertFault(self.run_tool("tallow-host", *arguments), 2, words)
+
+
+class Explanations(tools_support.ToolTest):
+    def explain(self, text, *arguments):
+        return self.run_tool("tallow-host", "--explain", text, *arguments)
+
+    def test_explains_every_option(self):
+        outcome = self.explain("Ll=6 Ld=. b=4096 pw=5 Sc=1 FD=. Ff=x.fbf Cfd=yes nfb=yes nf")
+        self.assertEnded(outcome, 0)
+        lines = outcome.text.splitlines()
+        self.assertEqual(len(lines), 11)
+        self.assertTrue(all(line.startswith("ok ") for line in lines[:10]), outcome.text)
+        self.assertFalse(self.exists("namedpipes.log"), "nothing is opened")
+
+    def test_shows_what_is_wrong(self):
+        outcome = self.explain("Block_sze=1 FD=/nowhere")
+        self.assertEnded(outcome, 1)
+        self.assertIn("did you mean Block_size?", outcome.text)
+        self.assertIn("is not a folder", outcome.text)
+        self.assertIn("refuses", outcome.text)
+
+    def test_explains_as_json(self):
+        report = self.explain("b=7 speed=1", "--json").json
+        self.assertFalse(report["accepted"])
+        self.assertEqual([option["good"] for option in report["options"]], [True, False])
+        self.assertEqual(report["options"][0]["option"], "Block_size")
+        self.assertIsNone(report["options"][1]["option"])
+        self.assertEqual(report["inForce"]["Block_size"], 7)
+
+    def test_explains_an_empty_string(self):
+        self.assertIn("all defaults", self.explain("").text)
+
+    def test_helps(self):
+        outcome = self.run_tool("tallow-host", "--help")
+        self.assertEnded(outcome, 0)
+        for words in ("Examples:", "--pipe", "--out", "--init", "--attribute", "--module", "--json",
+                      "--checkpoint-every", "--state", "--restart", "--new", "--rewind",
+                      "--close-r", "--explain", "Exit status"):
+            self.assertIn(words, outcome.text)
+
+    def test_knows_its_version(self):
+        self.assertRegex(self.run_tool("tallow-host", "--version").text, r"^tallow-host \d+\.\d+")
+
+
+class Terminal(tools_support.ToolTest):
+    def test_shows_progress_where_a_terminal_is(self):
+        master, terminal = pty.openpty()
+        self.addCleanup(os.close, master)
+        feed = self.slow_feed(data_of(12_500))
+        host = subprocess.Popen(["wine", BIN / "tallow-host.exe", "--pipe", self.pipe, "--out",
+                                 "out", "--init", OPTIONS], cwd=self.folder, stdin=terminal,
+                                stdout=terminal, stderr=terminal)
+        os.close(terminal)
+        seen = b""
+
+        def shows():
+            nonlocal seen
+            seen += os.read(master, 4096)
+            # Wine hides the cursor while it writes, and skips blanks on an empty line.
+            plain = re.sub(rb"\x1b\[\?25[lh]", b"", seen).replace(b"\x1b[K\x1b[1C", b" ")
+            return b"read 12.0 KB, 12 blocks" in plain
+
+        wait_until(shows, "the progress line")
+        feed.process.stdin.close()
+        wait_until(lambda: host.poll() is not None, "the end of the job")
+        self.assertEqual(host.returncode, 0)
+
+
+if __name__ == "__main__":
+    tools_support.main()

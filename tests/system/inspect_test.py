@@ -1,0 +1,143 @@
+#!/usr/bin/env python3
+"""tallow-inspect as a person uses it, on a file that a killed job left behind."""
+
+import hashlib
+import os
+
+import tools_support
+from tools_support import BLOCK, data_of
+
+DATA = data_of(40_000)
+DATA_START = 346
+
+
+class Inspect(tools_support.ToolTest):
+    def leave_file(self, init=tools_support.OPTIONS):
+        """A job with checkpoints at blocks 10 and 20, killed when block 25 had been written."""
+        feed = self.slow_feed(DATA[:25_500])
+        host = self.host("--state", "job.json", "--checkpoint-every", 10, init=init)
+        self.wait_for_length("out", 25_000)
+        host.terminate()
+        feed.close()
+        self.write("data", DATA)
+        return "job.json.fbf"
+
+    def inspect(self, *arguments):
+        return self.run_tool("tallow-inspect", *arguments)
+
+    def test_marks_guesses(self):
+        outcome = self.inspect(self.leave_file())
+        self.assertEnded(outcome, 0)
+        self.assertEqual(outcome.err, "")
+        for words in (self.pipe, "1,000 bytes", "older: block 10", "newer: block 20",
+                      "full blocks on (guess", "first block 20 (guess", "block 21 (guess)",
+                      "accepts position 10 or 20", "[head][sync: 10 20][N"):
+            self.assertIn(words, outcome.text)
+        self.assertNotIn("proved", outcome.text)
+        self.assertNotIn("\x1b", outcome.text, "colour only on a terminal")
+
+    def test_marks_proofs(self):
+        outcome = self.inspect(self.leave_file(), "--verify", "data")
+        self.assertEnded(outcome, 0)
+        self.assertIn("first block 20 (proved)", outcome.text)
+        self.assertNotIn("guess", outcome.text)
+
+    def test_proves_what_an_independent_digest_proves(self):
+        report = self.inspect(self.leave_file(), "--verify", "data", "--json").json
+        self.assertTrue(report["sound"])
+        for point in report["syncPoints"]:
+            self.assertEqual(point["proof"], "matches")
+            self.assertEqual(point["signature"],
+                             hashlib.md5(DATA[:point["block"] * BLOCK]).hexdigest())
+        # The latest block that was delivered may not be written yet.
+        fresh = report["slots"][:report["verification"]["freshSlots"]]
+        self.assertEqual([slot["block"] for slot in fresh][:5], [20, 21, 22, 23, 24])
+
+    def test_says_when_the_data_is_another(self):
+        file = self.leave_file()
+        other = bytearray(DATA)
+        other[15_000] ^= 1
+        self.write("other", bytes(other))
+        outcome = self.inspect(file, "--verify", "other", "--json")
+        self.assertEnded(outcome, 1)
+        self.assertEqual([point["proof"] for point in outcome.json["syncPoints"]],
+                         ["matches", "differs"])
+
+    def test_extracts_a_record(self):
+        file = self.leave_file()
+        outcome = self.inspect(file, "--extract", 1)
+        self.assertEnded(outcome, 0)
+        self.assertEqual(outcome.out, DATA[20 * BLOCK:21 * BLOCK])
+
+    def test_extracts_the_valid_bytes_of_a_record_with_a_length(self):
+        self.feed(DATA[:5_000], "--chunk", 300)
+        host = self.host("--checkpoint-every", 1, "--attribute", "PRESERVE_RESTART_INFO=YES",
+                         init=f"b={BLOCK} nfb=no FD=. Ff=kept.fbf")
+        self.assertEnded(host.outcome(), 0)
+        outcome = self.inspect("kept.fbf", "--extract", 0, "--full-blocks", "off")
+        self.assertEnded(outcome, 0)
+        self.assertEqual(outcome.out, DATA[5_000 - len(outcome.out):5_000])
+        self.assertGreater(len(outcome.out), 0)
+        report = self.inspect("kept.fbf", "--json").json
+        self.assertFalse(report["needFullBlock"]["value"])
+
+    def test_names_a_slot_that_is_not_there(self):
+        self.assertFault(self.inspect(self.leave_file(), "--extract", 999), 1, "no slot 999")
+
+    def test_survives_truncation(self):
+        # Each length is tried in tool_core_test; here the program itself, at the edges.
+        whole = self.read(self.leave_file())
+        for length in (0, 1, 31, 32, 297, 298, 299, 345, 346, 347, 1345, 1346, 1347):
+            with self.subTest(length):
+                self.write("cut.fbf", whole[:length])
+                report = self.inspect("cut.fbf", "--json")
+                self.assertEnded(report, 1 if length < DATA_START else 0)
+                self.assertEqual(report.json["state"],
+                                 "truncated" if length < DATA_START else "valid")
+                self.assertEnded(self.inspect("cut.fbf"), 1 if length < DATA_START else 0)
+
+    def test_calls_another_file_foreign(self):
+        self.write("other", b"some other file")
+        outcome = self.inspect("other")
+        self.assertEnded(outcome, 1)
+        self.assertIn("foreign: not a fallback file", outcome.text)
+        self.assertFault(self.inspect("other", "--extract", 0), 1, "not a fallback file")
+
+    def test_reads_behind_two_gigabytes(self):
+        whole = self.read(self.leave_file())
+        path = self.folder / "large.fbf"
+        path.write_bytes(whole[:DATA_START])
+        os.truncate(path, DATA_START + 3_000_000 * BLOCK)
+        with open(path, "r+b") as file:
+            file.seek(DATA_START + 2_999_999 * BLOCK)
+            file.write(b"A" * BLOCK)
+        outcome = self.inspect("large.fbf", "--extract", 2_999_999)
+        self.assertEqual(outcome.out, b"A" * BLOCK)
+
+    def test_names_files_that_cannot_be_read(self):
+        self.assertFault(self.inspect("absent"), 1, "cannot read absent")
+        self.assertFault(self.inspect("."), 1, "is a folder")
+        self.assertFault(self.inspect(self.leave_file(), "--verify", "absent"), 1,
+                         "cannot read absent")
+
+    def test_refuses_a_command_line_that_is_wrong(self):
+        for words, arguments in (("FILE", []), ("--full-blocks", ["x", "--full-blocks", "maybe"]),
+                                 ("--first", ["x", "--first", "0"]),
+                                 ("--extract", ["x", "--extract", "first"]),
+                                 ("--nonsense", ["x", "--nonsense"])):
+            with self.subTest(arguments):
+                self.assertFault(self.inspect(*arguments), 2, words, "--help")
+
+    def test_helps(self):
+        outcome = self.inspect("--help")
+        self.assertEnded(outcome, 0)
+        for words in ("Examples:", "--json", "--full-blocks", "--first", "--verify", "--extract",
+                      "Exit status"):
+            self.assertIn(words, outcome.text)
+
+    def test_knows_its_version(self):
+        self.assertRegex(self.inspect("--version").text, r"^tallow-inspect \d+\.\d+")
+
+
+if __name__ == "__main__":
+    tools_support.main()
