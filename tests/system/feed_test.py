@@ -43,13 +43,20 @@ class Feed(tools_support.ToolTest):
     def test_serves_the_pipe_to_a_module_that_connects(self):
         data = data_of(123_456)
         feed = self.feed(data, "--serve")
-        # The pipe is there once another server end is refused.
+        # A second writer is refused, and takes nothing away, once the pipe is there.
         tools_support.wait_until(
-            lambda: "cannot create" in self.feed(b"", "--serve", "--wait", 0).outcome().err,
-            "the server end")
+            lambda: "cannot open" in self.feed(b"", "--wait", 0).outcome().err, "the server end")
         self.assertEnded(self.host().outcome(), 0)
         self.assertEnded(feed.outcome(), 0)
         self.assertEqual(self.read("out"), data)
+
+    def test_refuses_to_serve_a_pipe_that_is_there(self):
+        server = self.feed(b"", "--serve")
+        tools_support.wait_until(
+            lambda: "cannot open" in self.feed(b"", "--wait", 0).outcome().err, "the server end")
+        self.assertFault(self.feed(b"", "--serve", "--wait", 0).outcome(), 1, "cannot create",
+                         "--serve")
+        server.close()
 
     def test_prints_its_outcome_as_json(self):
         feed = self.feed(data_of(4_000), "--json")
