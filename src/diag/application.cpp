@@ -31,6 +31,7 @@ bool CTallowinApp::start(HMODULE module) noexcept {
     startExceptionRuntime();
     std::set_new_handler(raiseOutOfMemory);
     if (!loadLanguageLibrary(module)) return false;
+    // NOLINTNEXTLINE(bugprone-throw-keyword-missing): raised when memory has run out
     outOfMemory = new CErrMsgException(MessageId::kOutOfMemory, message<MessageId::kOutOfMemory>());
     threadId_ = GetCurrentThreadId();
     setUpLog(hostProgramName().c_str(), message<MessageId::kLogDescription>().c_str(), nullptr);

@@ -1,6 +1,7 @@
 #include "common/formatting.hpp"
 
 #include <array>
+#include <cmath>
 #include <cstdio>
 
 namespace tallow::tools {
@@ -25,12 +26,12 @@ std::string formatRate(std::uint64_t bytes, double seconds) {
 }
 
 std::string formatDuration(double seconds) {
-  const auto whole = seconds > 0 ? static_cast<unsigned long long>(seconds + 0.5) : 0ULL;
+  const auto whole = seconds > 0 ? std::llround(seconds) : 0LL;
   std::array<char, 40> text{};
   if (whole < 3600) {
-    std::snprintf(text.data(), text.size(), "%llu:%02llu", whole / 60, whole % 60);
+    std::snprintf(text.data(), text.size(), "%lld:%02llu", whole / 60, whole % 60);
   } else {
-    std::snprintf(text.data(), text.size(), "%llu:%02llu:%02llu", whole / 3600, whole / 60 % 60,
+    std::snprintf(text.data(), text.size(), "%lld:%02llu:%02llu", whole / 3600, whole / 60 % 60,
                   whole % 60);
   }
   return text.data();

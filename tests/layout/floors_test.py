@@ -1,0 +1,79 @@
+#!/usr/bin/env python3
+"""The folders under src/ are floors: a file includes only from its own floor or a lower one, and the
+pure core never sees <windows.h>."""
+import os
+import pathlib
+import re
+import unittest
+
+SOURCE = pathlib.Path(os.environ["TALLOW_SOURCE_DIR"]) / "src"
+# From the bottom up; folders on one line do not know each other. The host interface is the ground.
+FLOORS = [{"tallow"}, {"resources"}, {"diag"}, {"config"}, {"pipe", "fallback"}, {"delivery"}, {"entry"}]
+HEIGHT = {folder: height for height, floor in enumerate(FLOORS) for folder in floor}
+
+
+def includes(path):
+    """The names between quotes and between angle brackets, in two lists."""
+    text = path.read_text(encoding="utf-8")
+    return (re.findall(r'^\s*#\s*include\s*"([^"]+)"', text, re.MULTILINE),
+            re.findall(r"^\s*#\s*include\s*<([^>]+)>", text, re.MULTILINE))
+
+
+def sources():
+    return sorted(path for path in SOURCE.rglob("*") if path.suffix in (".cpp", ".hpp"))
+
+
+def offences(folder, included):
+    """Why a file of `folder` may not include `included`, or nothing."""
+    if "/" not in included:
+        return f"names {included} without its folder"
+    other = included.split("/")[0]
+    if other not in HEIGHT:
+        return f"includes {included}, which is on no floor"
+    if other != folder and HEIGHT[other] >= HEIGHT[folder]:
+        return f"includes {included}, which is not below {folder}"
+    return None
+
+
+class Floors(unittest.TestCase):
+    def test_every_folder_is_a_floor(self):
+        self.assertEqual({path.name for path in SOURCE.iterdir() if path.is_dir()}, set(HEIGHT) - {"tallow"})
+
+    def test_a_file_includes_only_from_its_own_floor_or_below(self):
+        found = []
+        for path in sources():
+            folder = path.relative_to(SOURCE).parts[0]
+            for included in includes(path)[0]:
+                offence = offences(folder, included)
+                # The resource compiler's files and the table of messages stand beside each other.
+                if offence and not (path.parent / included).exists():
+                    found.append(f"{path.relative_to(SOURCE)} {offence}")
+        self.assertEqual(found, [])
+
+    def test_the_rule_is_one(self):
+        self.assertIsNone(offences("delivery", "pipe/pipe_name.hpp"))
+        self.assertIsNone(offences("pipe", "pipe/pipe_name.hpp"))
+        for folder, included in (("pipe", "fallback/md5.hpp"), ("fallback", "pipe/pipe_name.hpp"),
+                                 ("diag", "config/option_tokens.hpp"), ("pipe", "nowhere/x.hpp"),
+                                 ("delivery", "entry/records.hpp"), ("pipe", "pipe_name.hpp")):
+            self.assertIsNotNone(offences(folder, included), f"{folder} -> {included}")
+
+    def test_the_pure_core_never_includes_windows(self):
+        build = (SOURCE / "CMakeLists.txt").read_text(encoding="utf-8")
+        listed = re.search(r"tallow_core STATIC(.*?)\)", build, re.DOTALL).group(1).split()
+        self.assertGreater(len(listed), 5)
+        for name in listed:
+            seen, todo = set(), [SOURCE / name]
+            while todo:
+                path = todo.pop()
+                if path in seen:
+                    continue
+                seen.add(path)
+                ours, system = includes(path)
+                self.assertNotIn("windows.h", [header.lower() for header in system],
+                                 f"{path.relative_to(SOURCE)}, which {name} includes")
+                todo += [SOURCE / header for header in ours if (SOURCE / header).exists()]
+
+
+if __name__ == "__main__":
+    unittest.main()
