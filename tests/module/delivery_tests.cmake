@@ -20,4 +20,5 @@ function(tallow_add_fallback_tests name)
                    DEPENDS tallowin tallowinenu OWN_MAIN)
 endfunction()
 
+tallow_add_fallback_tests(fallback_file_test)
 tallow_add_fallback_tests(restart_safety_test)

@@ -193,20 +193,37 @@ class FallbackTest : public testing::Test {
   std::uint64_t position_ = 0;  // of the host
 };
 
-// Failing calls of the module to the run-time library's file streams.
+// Failing calls of the module to the streams of its fallback file. The log's streams, which it
+// opens with fopen for each line, are left alone.
 class StreamFaults {
  public:
   explicit StreamFaults(HMODULE module)
-      : write_(module, "fwrite",
-               [this](const void* data, std::size_t size, std::size_t items, std::FILE* stream) {
-                 const bool isOurs = size == 1;
-                 if (isOurs && shortWrites && --writesBefore < 0) return items / 2;
-                 return write_.original(data, size, items, stream);
+      : openLog_(module, "fopen",
+                 [this](const char* name, const char* mode) {
+                   return log_ = openLog_.original(name, mode);
+                 }),
+        open_(module, "_fsopen",
+              [this](const char* name, const char* mode, int share) -> std::FILE* {
+                if (opensFail) {
+                  SetLastError(ERROR_ACCESS_DENIED);
+                  return nullptr;
+                }
+                return open_.original(name, mode, share);
+              }),
+        write_(module, "fwrite",
+               [this](const void* bytes, std::size_t size, std::size_t items, std::FILE* stream) {
+                 const bool fails = stream != log_ && shortWrites && --writesBefore < 0;
+                 return fails ? items / 2 : write_.original(bytes, size, items, stream);
+               }),
+        flush_(module, "fflush",
+               [this](std::FILE* stream) {
+                 if (stream != log_ && flushesFail) return EOF;
+                 return flush_.original(stream);
                }),
         read_(module, "fread",
-              [this](void* data, std::size_t size, std::size_t items, std::FILE* stream) {
-                const std::size_t got = read_.original(data, size, items, stream);
-                return onRead ? onRead(data, size * items, got) : got;
+              [this](void* buffer, std::size_t size, std::size_t items, std::FILE* stream) {
+                const std::size_t got = read_.original(buffer, size, items, stream);
+                return onRead ? onRead(buffer, size * items, got) : got;
               }),
         setPosition_(module, "fsetpos",
                      [this](std::FILE* stream, const fpos_t* position) {
@@ -214,21 +231,25 @@ class StreamFaults {
                        return setPosition_.original(stream, position);
                      }),
         getPosition_(module, "fgetpos", [this](std::FILE* stream, fpos_t* position) {
-          if (tellsFail && --tellsBefore < 0) return -1;
-          return getPosition_.original(stream, position);
+          return tellsFail ? -1 : getPosition_.original(stream, position);
         }) {}
 
+  bool opensFail = false;
   bool shortWrites = false;
   int writesBefore = 0;  // that still succeed
   bool seeksFail = false;
   int seeksBefore = 0;
   bool tellsFail = false;
-  int tellsBefore = 0;
+  bool flushesFail = false;
   // Gets the buffer, its size and what was read; answers what the module is told.
   std::function<std::size_t(void*, std::size_t, std::size_t)> onRead;
 
  private:
+  std::FILE* log_ = nullptr;
+  Hook<struct LogOpenTag, std::FILE*(const char*, const char*)> openLog_;
+  Hook<struct OpenTag, std::FILE*(const char*, const char*, int)> open_;
   Hook<struct WriteTag, std::size_t(const void*, std::size_t, std::size_t, std::FILE*)> write_;
+  Hook<struct FlushTag, int(std::FILE*)> flush_;
   Hook<struct FreadTag, std::size_t(void*, std::size_t, std::size_t, std::FILE*)> read_;
   Hook<struct SetPositionTag, int(std::FILE*, const fpos_t*)> setPosition_;
   Hook<struct GetPositionTag, int(std::FILE*, fpos_t*)> getPosition_;
