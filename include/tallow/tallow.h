@@ -23,8 +23,7 @@ extern "C" {
 #else
 #define TALLOW_LAYOUT(type, field, offset) \
   _Static_assert(offsetof(type, field) == (offset), #type "." #field " is at " #offset)
-#define TALLOW_SIZE(type, size) \
-  _Static_assert(sizeof(type) == (size), #type " has " #size " bytes")
+#define TALLOW_SIZE(type, size) _Static_assert(sizeof(type) == (size), #type " has " #size " bytes")
 #endif
 
 /* Request codes: TallowRequestBlock.requestCode. */
@@ -48,31 +47,31 @@ enum {
 /* Return codes: TallowRequestBlock.returnCode. */
 enum {
   pmrcSuccess = 0,
-  pmrcNotSupported = 6,        /* Write: the module only reads */
-  pmrcAlreadyOpen = 8,         /* the instance has a pipe already */
-  pmrcEOF = 9,                 /* end of data; every further Read answers it again */
-  pmrcReportFailed = 12,       /* a failure occurred while an earlier one was being reported */
-  pmrcBadOpenMode = 13,        /* open mode is none of 1, 2, 3 */
-  pmrcDelivery = 16,           /* a block cannot be served, or re-sent data differs */
-  pmrcBadInterfaceLevel = 18,  /* Init: levels are not 1001 and 2001 */
-  pmrcEmptyOption = 20,        /* initialisation string: an option has no value */
-  pmrcUnknownOption = 21,      /* initialisation string: unknown option */
-  pmrcBadOption = 22,          /* initialisation string: value out of range */
-  pmrcUnknownRequest = 24,     /* request code is none of 1 to 14 */
-  pmrcBadPosition = 32,        /* SetPos: not a position that the module can go back to */
-  pmrcBadAttribute = 33,       /* unknown attribute name, or no module handle */
-  pmrcFailed = 34              /* see messageText and messageLength */
+  pmrcNotSupported = 6,       /* Write: the module only reads */
+  pmrcAlreadyOpen = 8,        /* the instance has a pipe already */
+  pmrcEOF = 9,                /* end of data; every further Read answers it again */
+  pmrcReportFailed = 12,      /* a failure occurred while an earlier one was being reported */
+  pmrcBadOpenMode = 13,       /* open mode is none of 1, 2, 3 */
+  pmrcDelivery = 16,          /* a block cannot be served, or re-sent data differs */
+  pmrcBadInterfaceLevel = 18, /* Init: levels are not 1001 and 2001 */
+  pmrcEmptyOption = 20,       /* initialisation string: an option has no value */
+  pmrcUnknownOption = 21,     /* initialisation string: unknown option */
+  pmrcBadOption = 22,         /* initialisation string: value out of range */
+  pmrcUnknownRequest = 24,    /* request code is none of 1 to 14 */
+  pmrcBadPosition = 32,       /* SetPos: not a position that the module can go back to */
+  pmrcBadAttribute = 33,      /* unknown attribute name, or no module handle */
+  pmrcFailed = 34             /* see messageText and messageLength */
 };
 
 enum {
   TALLOW_HOST_HEADER_SIZE = 34,
-  TALLOW_MESSAGE_AREA_SIZE = 512,   /* bytes behind messageText, NUL included */
-  TALLOW_INTERFACE_LEVEL_1 = 1001,  /* TallowInitBlock.interfaceLevel1 */
-  TALLOW_INTERFACE_LEVEL_2 = 2001,  /* TallowInitBlock.interfaceLevel2 */
-  TALLOW_MODULE_NAME_SIZE = 769,    /* room for the module name, NUL included */
-  TALLOW_PIPE_NAME_SIZE = 65536,    /* room for the longest pipe name, NUL included */
-  TALLOW_OPEN_FOR_READING = 1,      /* TallowOpenBlock.openMode: the only mode supported */
-  TALLOW_POSITION_SIZE = 8,         /* bytes of a position: a 64-bit block number */
+  TALLOW_MESSAGE_AREA_SIZE = 512,  /* bytes behind messageText, NUL included */
+  TALLOW_INTERFACE_LEVEL_1 = 1001, /* TallowInitBlock.interfaceLevel1 */
+  TALLOW_INTERFACE_LEVEL_2 = 2001, /* TallowInitBlock.interfaceLevel2 */
+  TALLOW_MODULE_NAME_SIZE = 769,   /* room for the module name, NUL included */
+  TALLOW_PIPE_NAME_SIZE = 65536,   /* room for the longest pipe name, NUL included */
+  TALLOW_OPEN_FOR_READING = 1,     /* TallowOpenBlock.openMode: the only mode supported */
+  TALLOW_POSITION_SIZE = 8,        /* bytes of a position: a 64-bit block number */
   TALLOW_ID_TEXT_SIZE = 32,
   TALLOW_ATTRIBUTE_NAME_SIZE = 259,
   TALLOW_ATTRIBUTE_VALUE_SIZE = 256
@@ -107,9 +106,9 @@ typedef struct TallowInitBlock {
   uint8_t reserved[4];       /* neither read nor written */
   char moduleName[TALLOW_MODULE_NAME_SIZE]; /* [in/out] shown in the log's banner; the module
                                                writes a NUL at index moduleNameLength */
-  uint32_t initStringLength; /* [in] bytes of *initString */
-  char* initString;          /* [in] the initialisation string, in a buffer of initStringLength + 1
-                                bytes: the module writes a NUL at that index; null is empty */
+  uint32_t initStringLength;                /* [in] bytes of *initString */
+  char* initString; /* [in] the initialisation string, in a buffer of initStringLength + 1
+                       bytes: the module writes a NUL at that index; null is empty */
 } TallowInitBlock;
 TALLOW_LAYOUT(TallowInitBlock, moduleHandle, 34);
 TALLOW_LAYOUT(TallowInitBlock, interfaceLevel1, 42);
@@ -201,9 +200,9 @@ TALLOW_SIZE(TallowIdBlock, 106);
  * does (CHARSET_NAME is stored by pmiPIDMOptPutA_A alone). */
 typedef struct TallowAttributeBlock {
   uint8_t hostHeader[TALLOW_HOST_HEADER_SIZE];
-  void* moduleHandle;                             /* [in] from Init */
-  uint8_t reserved[4];                            /* neither read nor written */
-  char attributeName[TALLOW_ATTRIBUTE_NAME_SIZE]; /* [in] NUL-terminated */
+  void* moduleHandle;                               /* [in] from Init */
+  uint8_t reserved[4];                              /* neither read nor written */
+  char attributeName[TALLOW_ATTRIBUTE_NAME_SIZE];   /* [in] NUL-terminated */
   char attributeValue[TALLOW_ATTRIBUTE_VALUE_SIZE]; /* [in] NUL-terminated; read up to the NUL, so
                                                        a larger block may carry a longer value */
 } TallowAttributeBlock;
