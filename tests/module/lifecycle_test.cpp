@@ -3,6 +3,7 @@
 
 #include <timeapi.h>
 
+#include <algorithm>
 #include <array>
 #include <regex>
 
@@ -159,6 +160,28 @@ TEST_F(Identify, AnswersTheSameAgain) {
   const TallowComponentVersion* first = host.id().components;
   const IdAnswer again = host.id();
   EXPECT_EQ(again.components, first);
+}
+
+TEST_F(Identify, CutsALongFileTitle) {
+  const std::string title(100, 't');
+  Hook<struct TitleTag, short(LPCSTR, LPSTR, WORD)> hook(
+      module(), "GetFileTitleA", [&](LPCSTR, LPSTR buffer, WORD size) -> short {
+        EXPECT_GT(size, title.size());
+        std::copy_n(title.c_str(), title.size() + 1, buffer);
+        return 0;
+      });
+  EXPECT_EQ(host.id().name, title.substr(0, 31));
+}
+
+TEST_F(Identify, AsksForTheFileNameWithRoomForALongOne) {
+  std::vector<DWORD> sizes;
+  Hook<struct NameTag, DWORD(HMODULE, LPSTR, DWORD)> hook(
+      module(), "GetModuleFileNameA", [&](HMODULE file, LPSTR name, DWORD size) {
+        sizes.push_back(size);
+        return hook.original(file, name, size);
+      });
+  EXPECT_EQ(host.id().code, pmrcSuccess);
+  EXPECT_THAT(sizes, ElementsAre(261, 261));
 }
 
 void expectFailure(const IdAnswer& answer, LogReader& log, int id) {

@@ -260,6 +260,27 @@ TEST_F(Options, StoreADirectoryThatIsWritable) {
                                             note("Fallback directory = " + scratch.path())));
 }
 
+struct LoggedMessage {
+  const char* options;
+  int id;
+  const char* argument;
+};
+
+class LoggedOption : public JobTest, public testing::WithParamInterface<LoggedMessage> {};
+
+TEST_P(LoggedOption, NamesWhatIsWrong) {
+  initialise();
+  host.init(GetParam().options);
+  EXPECT_EQ(log.newLines().back().text, formattedMessage(GetParam().id, GetParam().argument));
+}
+
+INSTANTIATE_TEST_SUITE_P(Options, LoggedOption,
+                         testing::Values(LoggedMessage{"pIpe_wait=''", 54, "pIpe_wait"},
+                                         LoggedMessage{"Bogus=1", 82, "Bogus"},
+                                         LoggedMessage{"Block_size=4k", 15, "4k"},
+                                         LoggedMessage{"Sc=9", 58, "9"},
+                                         LoggedMessage{"Ll=nine", 81, "nine"}));
+
 class BothDirectories : public JobTest, public testing::WithParamInterface<const char*> {
  protected:
   std::string option(const std::string& value) const {
