@@ -31,22 +31,22 @@ InsertBatch::InsertBatch(const Connection& connection, std::string table,
   numbers_.reserve(rows);
 }
 
-void InsertBatch::add(std::uint64_t number, std::span<const Field> fields) {
+void InsertBatch::add(std::uint64_t number, const Row& row) {
   if (numbers_.empty()) longValues_.clear();
   std::size_t cell = numbers_.size() * columns_.size();
-  for (const Field& field : fields) {
+  for (const Field& field : row.fields) {
     if (field.isNull || (nullText_ && field.text == *nullText_)) {
       lengths_[cell] = SQL_NULL_DATA;
     } else {
-      store(cell, field.text);
+      store(cell, field.text, row.isAscii);
     }
     ++cell;
   }
   numbers_.push_back(number);
 }
 
-void InsertBatch::store(std::size_t cell, std::string_view text) {
-  if (!wide_[cell] && !isAscii(text)) wide_[cell] = 1;
+void InsertBatch::store(std::size_t cell, std::string_view text, bool ascii) {
+  if (!ascii && !wide_[cell] && !isAscii(text)) wide_[cell] = 1;
   const std::size_t room = wide_[cell] ? text.size() * sizeof(char16_t) : text.size();
   char* target = &cells_[cell * kCell];
   if (room > kCell) {

@@ -5,7 +5,6 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -42,7 +41,7 @@ class InsertBatch {
   bool empty() const noexcept { return numbers_.empty(); }
 
   /// The batch must not be full, and the row must have columns() fields.
-  void add(std::uint64_t number, std::span<const Field> fields);
+  void add(std::uint64_t number, const Row& row);
   /// Inserts what was collected. Throws RowsRefused or DatabaseError; the transaction is then to be
   /// rolled back, and the batch to be cleared.
   void insert();
@@ -62,7 +61,7 @@ class InsertBatch {
     std::vector<Binding> bound;  // by parameter
   };
 
-  void store(std::size_t cell, std::string_view text);
+  void store(std::size_t cell, std::string_view text, bool ascii);
   Prepared& prepared(std::size_t rows);
   void insertPiece(std::size_t first, std::size_t rows);
   void bind(Prepared& insertion, std::size_t parameter, std::size_t cell);

@@ -319,7 +319,7 @@ void Loader::handle(const Row& row) {
     reject(row, *reason);
     return;
   }
-  batch_->add(number, row.fields);
+  batch_->add(number, row);
   ++progress_.rows;
   if (batch_->full()) batch_->insert();
 }

@@ -1,7 +1,6 @@
 #include "load/row_parser.hpp"
 
 #include <algorithm>
-#include <cstring>
 #include <new>
 
 #include "load/utf8.hpp"
@@ -49,6 +48,7 @@ void RowParser::reset() {
   carried_.clear();
   values_.clear();
   spans_.clear();
+  kinds_ = {};
   begun_ = heldReturn_ = rowEnded_ = malformed_ = emitted_ = false;
   offset_ = lines_ = rowLines_ = 0;
 }
@@ -68,7 +68,6 @@ void RowParser::setInput(std::string_view block) {
   settleRow();
   input_ = block;
   cursor_ = rowStart_ = 0;
-  nextFeedKnown_ = false;
 }
 
 bool RowParser::next(Row& row) {
@@ -84,7 +83,7 @@ bool RowParser::next(Row& row) {
 
 bool RowParser::finish(Row& row) {
   settleRow();
-  if (!begun_) feed(carried_);
+  if (!begun_) takeAsData();
   begun_ = true;
   if (heldReturn_ && takeHeldReturn(row)) return true;
   if (carried_.empty()) return false;
@@ -108,6 +107,7 @@ void RowParser::settleRow() {
   carried_.clear();
   values_.clear();
   spans_.clear();
+  kinds_ = {};
 }
 
 /// False when the input is too short to tell; it is carried then.
@@ -125,9 +125,15 @@ bool RowParser::skipByteOrderMark() {
     offset_ = kByteOrderMark.size();
     carried_.clear();
   } else {
-    feed(carried_);
+    takeAsData();
   }
   return true;
+}
+
+/// What was held back as the beginning of a byte order mark is none.
+void RowParser::takeAsData() {
+  scanLine(carried_, kinds_);
+  feed(carried_);
 }
 
 bool RowParser::takeHeldReturn(Row& row) {
@@ -141,7 +147,7 @@ bool RowParser::takeHeldReturn(Row& row) {
 
 /// Takes the input up to and with the next line break, or all of it; true when a row is complete.
 bool RowParser::takeLine(Row& row) {
-  const std::size_t lineBreak = findLineBreak();
+  const std::size_t lineBreak = cursor_ + scanLine(input_.substr(cursor_), kinds_);
   const bool missing = lineBreak == input_.size();
   heldReturn_ = !missing && input_[lineBreak] == '\r' && lineBreak + 1 == input_.size();
   if (missing || heldReturn_) {
@@ -180,6 +186,7 @@ void RowParser::emit(Row& row) {
   row.offset = offset_;
   checkLength(row.raw.size());
   row.defect = defectOf(row.raw);
+  row.isAscii = !kinds_.nonAscii;
   row.fields.clear();
   for (const Span& span : spans_) {
     row.fields.push_back({std::string_view(values_).substr(span.begin, span.length), span.isNull});
@@ -190,8 +197,8 @@ void RowParser::emit(Row& row) {
 
 RowDefect RowParser::defectOf(std::string_view raw) const {
   if (malformed_) return RowDefect::kMisplacedQuote;
-  if (std::memchr(raw.data(), '\0', raw.size()) != nullptr) return RowDefect::kHoldsNul;
-  return isUtf8(raw) ? RowDefect::kNone : RowDefect::kNotUtf8;
+  if (kinds_.nul) return RowDefect::kHoldsNul;
+  return !kinds_.nonAscii || isUtf8(raw) ? RowDefect::kNone : RowDefect::kNotUtf8;
 }
 
 void RowParser::onField(void* text, std::size_t length, void* self) {
@@ -215,16 +222,6 @@ void RowParser::feed(std::string_view text) {
     }
     text.remove_prefix(piece.size());
   }
-}
-
-/// Index of the next LF or CR in the input; its size when there is none.
-std::size_t RowParser::findLineBreak() {
-  if (!nextFeedKnown_ || nextFeed_ < cursor_) {
-    nextFeed_ = std::min(input_.find('\n', cursor_), input_.size());
-    nextFeedKnown_ = true;
-  }
-  const std::size_t found = input_.substr(cursor_, nextFeed_ - cursor_).find('\r');
-  return found == std::string_view::npos ? nextFeed_ : cursor_ + found;
 }
 
 /// Takes the row at hand out of the input, which ends.

@@ -10,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "load/byte_scan.hpp"
+
 namespace tallow::load {
 
 /// A row may have this many bytes; a longer one is most likely a quote that was never closed.
@@ -30,6 +32,7 @@ struct Row {
   std::uint64_t line = 0;    // where it begins, counted from 1
   std::uint64_t offset = 0;  // bytes of the data before it
   RowDefect defect = RowDefect::kNone;
+  bool isAscii = true;
 };
 
 /// The data cannot be cut into rows from here on. what() says why, with the line.
@@ -84,13 +87,13 @@ class RowParser {
   void resetCsv();
   void settleRow();
   bool skipByteOrderMark();
+  void takeAsData();
   bool takeHeldReturn(Row& row);
   bool takeLine(Row& row);
   bool endLine(bool blank, Row& row);
   void emit(Row& row);
   RowDefect defectOf(std::string_view raw) const;
   void feed(std::string_view text);
-  std::size_t findLineBreak();
   void keepRest();
   void checkLength(std::size_t length) const;
 
@@ -101,12 +104,11 @@ class RowParser {
   std::string_view input_;
   std::size_t cursor_ = 0;    // next byte of the input to be parsed
   std::size_t rowStart_ = 0;  // where the row at hand begins in the input, or goes on
-  std::size_t nextFeed_ = 0;  // the first LF at or behind the cursor, once it has been looked for
-  bool nextFeedKnown_ = false;
-  std::string carried_;      // the row's bytes from earlier blocks
-  bool begun_ = false;       // the byte order mark has been dealt with
-  bool heldReturn_ = false;  // carried_ ends in a CR whose LF may follow
+  std::string carried_;       // the row's bytes from earlier blocks
+  bool begun_ = false;        // the byte order mark has been dealt with
+  bool heldReturn_ = false;   // carried_ ends in a CR whose LF may follow
 
+  ByteKinds kinds_;  // of the row at hand, as far as it has been parsed
   bool rowEnded_ = false;
   bool malformed_ = false;
   bool emitted_ = false;        // the row at hand has been handed out
