@@ -244,8 +244,7 @@ TEST_F(Options, TheLastBlockSizeHolds) {
 }
 
 TEST_F(Options, TakeAVeryLongString) {
-  initialise();
-  std::string options;
+  std::string options = "No_FallBack='' ";
   for (int i = 0; i < 20000; ++i) options += "Pipe_Wait=7 ";
   options += "Block_size=77";
   ASSERT_EQ(host.init(options).code, pmrcSuccess);
