@@ -56,6 +56,10 @@ unsigned runChild(const std::string& name, const std::vector<std::string>& argum
 }
 
 int runTests(int argc, char** argv) {
+  // The system's libraries that the module needs stay loaded: each load of it is quick then.
+  for (const char* library : {"advapi32.dll", "comdlg32.dll", "version.dll", "winmm.dll"}) {
+    LoadLibraryA(library);
+  }
   // The module speaks the loading thread's language; texts are compared in English.
   SetThreadLocale(MAKELCID(MAKELANGID(LANG_ENGLISH, SUBLANG_ENGLISH_US), SORT_DEFAULT));
   if (argc >= 3 && argv[1] == kChildSwitch) {
