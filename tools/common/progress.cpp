@@ -30,7 +30,15 @@ bool standardErrorIsTerminal() {
 }
 
 Progress::Progress(std::string label, std::optional<std::uint64_t> totalBytes)
-    : label_(std::move(label)), totalBytes_(totalBytes), start_(std::chrono::steady_clock::now()) {
+    : Progress(std::move(label), totalBytes, Shows::kAmounts) {}
+
+Progress::Progress(std::string label) : Progress(std::move(label), std::nullopt, Shows::kTime) {}
+
+Progress::Progress(std::string label, std::optional<std::uint64_t> totalBytes, Shows shows)
+    : label_(std::move(label)),
+      shows_(shows),
+      totalBytes_(totalBytes),
+      start_(std::chrono::steady_clock::now()) {
   if (!standardErrorIsTerminal()) return;
   drawer_ = std::jthread([this](const std::stop_token& stop) { draw(stop); });
 }
@@ -60,6 +68,7 @@ void Progress::draw(const std::stop_token& stop) {
 }
 
 std::string Progress::line(double elapsed) const {
+  if (shows_ == Shows::kTime) return label_ + ", " + formatDuration(elapsed);
   const std::uint64_t bytes = bytes_.load(std::memory_order_relaxed);
   const std::uint64_t fresh = bytes - firstBytes_.load(std::memory_order_relaxed);
   std::string text = label_ + " " + formatBytes(bytes);

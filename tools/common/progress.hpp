@@ -23,6 +23,8 @@ class Progress {
  public:
   /// `label` begins the line; `totalBytes`, when known, gives the time left.
   Progress(std::string label, std::optional<std::uint64_t> totalBytes);
+  /// Shows only for how long it has been going on.
+  explicit Progress(std::string label);
   ~Progress();
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
@@ -44,7 +46,11 @@ class Progress {
   void draw(const std::stop_token& stop);
   std::string line(double elapsed) const;
 
+  enum class Shows { kAmounts, kTime };
+  Progress(std::string label, std::optional<std::uint64_t> totalBytes, Shows shows);
+
   std::string label_;
+  Shows shows_;
   mutable std::mutex detailMutex_;
   std::string detail_;
   std::optional<std::uint64_t> totalBytes_;

@@ -42,12 +42,19 @@ std::optional<ExitStatus> readCommandLine(std::vector<std::string> arguments, Se
   CLI::App app("Writes a file into a named pipe, as the writer of a load job does.", "tallow-feed");
   tools::prepare(app, kExamples);
   app.add_option("--pipe", settings.pipe, "Name of the pipe, for example \\\\.\\pipe\\orders")
-      ->required();
-  app.add_option("--in", settings.input, "File to send; - for standard input")->required();
-  app.add_option("--chunk", settings.chunk, "Bytes for each write (default 1048576)")
+      ->required()
+      ->option_text("NAME");
+  app.add_option("--in", settings.input,
+                 "File to send, for example orders.csv; - for standard input")
+      ->required()
+      ->option_text("FILE");
+  app.add_option("--chunk", settings.chunk,
+                 "Bytes for each write, for example 65536 (default 1048576)")
+      ->option_text("BYTES")
       ->check(CLI::Range(1, 1 << 26));
   app.add_option("--wait", settings.waitSeconds,
-                 "Seconds to wait for the other end of the pipe (default 60)")
+                 "Seconds to wait for the other end of the pipe, for example 600 (default 60)")
+      ->option_text("SECONDS")
       ->check(CLI::Range(0, 1'000'000));
   app.add_flag("--serve", settings.serve,
                "Create the pipe instead of waiting for it: the module then connects to it");

@@ -129,7 +129,7 @@ bool Job::restart() {
   if (plan_.restartPossible) interrupt_.setForcedStatus(tools::ExitStatus::kRestartable);
   const std::string label = "dropping re-sent data up to block " + std::to_string(position);
   if (!tools::standardErrorIsTerminal()) tools::writeToStandardError(label + "\n");
-  progress_.emplace(label + ":", std::nullopt);
+  progress_.emplace(label);
   try {
     const Interrupt::Cancellable scope(interrupt_);
     instance_->setPos(position);
