@@ -198,8 +198,11 @@ def environment(**more):
 
 def wake_wine():
     """Starts what Wine keeps running, outside of any process group that a test kills."""
-    subprocess.run(["wineserver", "-p60"], env=environment(), check=False, capture_output=True)
-    subprocess.run(["wine", "cmd", "/c", "exit"], env=environment(), check=True, capture_output=True)
+    # Not through a pipe: what is started here would keep its end open.
+    silence = {"stdin": subprocess.DEVNULL, "stdout": subprocess.DEVNULL}
+    silence["stderr"] = subprocess.DEVNULL
+    subprocess.run(["wineserver", "-p60"], env=environment(), check=False, **silence)
+    subprocess.run(["wine", "cmd", "/c", "exit"], env=environment(), check=True, **silence)
 
 
 class Process:

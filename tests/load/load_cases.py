@@ -86,6 +86,21 @@ class Cases:
         self.assertEqual(job.run().status, 0)
         self.assertEqual(table_rows(self.database, "rows"), read_rows(source, header=False))
 
+    def test_restart_inside_a_long_row(self):
+        text = "1,a\n2," + "v" * 20000 + "\u6f22" * 5000 + "\n3,c\n"
+        source = self.data("in.csv", b"id,v\n" + text.encode())
+
+        def job():
+            self.database = self.database_factory()
+            return self.job(source, "--create", "--header")
+
+        calls, _ = self.count_calls(job())
+        for call in (calls // 3, calls // 2, calls * 2 // 3):
+            killed = job()
+            self.assertEqual(killed.run(fault=f"die {call}").status, harness.KILLED)
+            self.assertGreater(killed.record()[0], 2)
+            self.check_done(killed.finish(), killed, f"killed at call {call}")
+
     def test_no_data_at_all(self):
         job = self.job(self.data("in.csv", b""), "--columns", "id", "--create")
         outcome = job.run()

@@ -1,10 +1,12 @@
 #!/usr/bin/env python3
 """tallow-load into SQLite."""
 
+import subprocess
 import unittest
 
 import harness
 import load_cases
+from harness import table_rows, write_rows
 
 
 class SqliteLoad(load_cases.Cases, unittest.TestCase):
@@ -15,6 +17,23 @@ class SqliteLoad(load_cases.Cases, unittest.TestCase):
         job = self.job(self.data("in.csv", b"1\n"))
         self.database.connection_string = "Driver={SQLite3};Database=/nowhere/at/all.db"
         self.check_refused(job.run_alone(), 1, "database")
+
+    def test_full_disk(self):
+        disk = self.folder / "disk"
+        disk.mkdir()
+        mount = ["mount", "-t", "tmpfs", "-o", "size=600k", "tmpfs", disk]
+        if subprocess.run(mount, capture_output=True, check=False).returncode != 0:
+            self.skipTest("this system lets nobody mount a small disk")
+        self.addCleanup(subprocess.run, ["umount", disk], check=True)
+        self.database = harness.Sqlite(disk)
+        source = write_rows(self.folder / "in.csv", 10000)
+        job = self.job(source, "--header", "--create", block=16384)
+        outcome = job.run()
+        self.check_refused(outcome, 3, "full")
+        self.assertEqual(len(table_rows(self.database, "rows")), job.record()[1])
+        self.assertGreater(job.record()[1], 0)
+        subprocess.run(["mount", "-o", "remount,size=20m", disk], check=True)
+        self.check_done(job.run("--restart"), job)
 
 
 if __name__ == "__main__":

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <new>
 #include <thread>
 #include <utility>
 
@@ -74,6 +75,10 @@ void Loader::run() {
     fail(std::string(error.what()) + "; repair the data there and send it again");
   } catch (const RequestFailed& error) {
     fail(textOf(error));
+  } catch (const std::bad_alloc&) {
+    fail("out of memory; use a smaller block size or batch, or close other programs");
+  } catch (const std::exception& error) {
+    fail(error.what());
   }
 }
 
@@ -460,7 +465,7 @@ void Loader::sendBack() {
 /// The header is wrong: the job leaves nothing behind.
 void Loader::abandon(const std::string& reason) {
   session_->withdraw();
-  taken_ = false;
+  taken_ = goesOn_ = false;
   stream_.reset();
   DeleteFileW(tools::toWide(fallbackPath_).c_str());
   throw ToolError(reason);

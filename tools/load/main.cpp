@@ -1,6 +1,7 @@
 // tallow-load: loads a pipe's rows into a database table, each exactly once.
 #include <windows.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <nlohmann/json.hpp>
@@ -88,10 +89,15 @@ std::string pulseText(const LoadPulse& pulse) {
          ", checkpoint at block " + std::to_string(pulse.checkpoint);
 }
 
+/// Whether there is a job that a restart could go on with.
+std::atomic<bool> begun = false;
+
 /// Ctrl-C ends the process as any death does: nothing has to be told to the database.
 BOOL WINAPI onInterrupt(DWORD /*event*/) {
-  tools::printError("interrupted; what was not committed is undone, and --restart goes on");
-  TerminateProcess(GetCurrentProcess(), static_cast<UINT>(ExitStatus::kRestartable));
+  tools::printError(begun ? "interrupted; what was not committed is undone, and --restart goes on"
+                          : "interrupted before the load began");
+  const ExitStatus status = begun ? ExitStatus::kRestartable : ExitStatus::kFailed;
+  TerminateProcess(GetCurrentProcess(), static_cast<UINT>(status));
   return TRUE;
 }
 
@@ -118,6 +124,7 @@ ExitStatus run(std::vector<std::string> arguments) {
   {
     tools::Progress progress("loaded", std::nullopt);
     Loader loader(options, [&](const LoadPulse& pulse) {
+      begun = true;
       progress.update(pulse.bytes, pulse.block);
       progress.setDetail([&] { return pulseText(pulse); });
     });
