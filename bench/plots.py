@@ -23,7 +23,8 @@ def ceiling(value):
 
 def panel(title, x_title, x_labels, positions, series):
     """One plot with a y axis from 0; positions run from 0 to 1, series are (name, values)."""
-    top = ceiling(max(max(values) for _, values in series) * 1.02)
+    named = sum(1 for name, _ in series if name)  # names go above the lines
+    top = ceiling(max(max(values) for _, values in series) * (1.02 + 0.12 * named))
     plot_width, plot_height = WIDTH - LEFT - RIGHT, HEIGHT - TOP - BOTTOM
 
     def x(position):

@@ -207,6 +207,9 @@ def measure_calls(bench, table):
         calls = bench.jobs(f"calls, {text}", scenario="calls", shape=shape)["calls"]
         table.add(f"writes to the fallback file per block, {text}", calls["msvcrt.dll WriteFile"],
                   "<=", 1 if full else 2)
+        table.add(f"allocations per block, {text}",
+                  sum(calls[f"tallowin.dll {name}"] for name in ("malloc", "calloc", "realloc")),
+                  "<=", 0)
     shape = {"total": 64 * MIB, "checkpointEvery": 1 << 40, "logLevel": 6}
     calls = bench.jobs("calls, log level 6", scenario="calls", shape=shape)["calls"]
     lines = calls["msvcrt.dll CreateFileW"]
@@ -244,9 +247,26 @@ def grow(bench):
         grown(bench, f"blocks of {size // KIB} KiB", {"blockSize": size, "total": 128 * MIB})
     for exponent in range(26, 34):  # 64 MiB to 8 GiB
         grown(bench, f"job of {(1 << exponent) // MIB} MiB", {"total": 1 << exponent})
+    commit(bench)
     bench.pin(bench.processors)
     for count in range(1, 9):
         side_by_side(bench, count)
+
+
+def commit(bench):
+    """What it would cost a job to bring the fallback file to the disk at each checkpoint; the module
+    does not."""
+    folder = bench.folder
+    bench.folder = tempfile.mkdtemp(dir=bench.build)  # on the disk
+    try:
+        for every in (1, 64):
+            name = f"commit every {every}"
+            print(f"   {name}", flush=True)
+            shape = {"loop": "floor", "total": 256 * MIB, "checkpointEvery": every}
+            bench.jobs(name, scenario="compare", pairs=5, a=shape, b={**shape, "commit": True})
+    finally:
+        shutil.rmtree(bench.folder)
+        bench.folder = folder
 
 
 def grown(bench, name, shape):

@@ -1,7 +1,8 @@
 #include <windows.h>
 
+#include <algorithm>
+#include <cstdlib>
 #include <map>
-#include <memory>
 #include <type_traits>
 #include <vector>
 
@@ -13,6 +14,7 @@ namespace tallow::bench {
 namespace {
 
 using Counts = std::map<std::string, std::int64_t>;
+constexpr const char* kBlocks = "blocks";
 
 // Counts the calls of one function that a library imports, as long as it lives.
 template <class Tag, class Signature>
@@ -51,7 +53,10 @@ Counts countCalls(JobRunner& runner, const Shape& shape, const Stream& stream) {
       runTime, "FlushFileBuffers", counts);
   const Counter<struct H, std::remove_pointer_t<decltype(&::SetFilePointer)>> h(
       runTime, "SetFilePointer", counts);
-  runner.run(shape, stream);
+  const Counter<struct I, void*(std::size_t)> i(own, "malloc", counts);
+  const Counter<struct J, void*(std::size_t, std::size_t)> j(own, "calloc", counts);
+  const Counter<struct K, void*(void*, std::size_t)> k(own, "realloc", counts);
+  counts[kBlocks] = static_cast<std::int64_t>(runner.run(shape, stream).blocks);
   return counts;
 }
 
@@ -61,15 +66,15 @@ Json calls(JobRunner& runner, const Json& request) {
   Shape shape = request.at("shape");
   const Stream stream(
       static_cast<std::size_t>(std::max<std::uint64_t>(shape.blockSize, shape.chunk)));
-  const std::uint64_t blocks = shape.total / shape.blockSize;
   countCalls(runner, shape, stream);  // the first job also sets the log up
   const Counts once = countCalls(runner, shape, stream);
   shape.total *= 2;
   const Counts twice = countCalls(runner, shape, stream);
+  const auto grown = [&](const std::string& name) {
+    return static_cast<double>(twice.at(name) - once.at(name));
+  };
   Json result;
-  for (const auto& [name, count] : twice) {
-    result[name] = static_cast<double>(count - once.at(name)) / static_cast<double>(blocks);
-  }
+  for (const auto& [name, count] : twice) result[name] = grown(name) / grown(kBlocks);
   return {{"calls", result}};
 }
 

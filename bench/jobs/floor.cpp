@@ -1,5 +1,7 @@
 #include "jobs/floor.hpp"
 
+#include <io.h>
+
 #include <cstdio>
 #include <cstring>
 #include <optional>
@@ -84,7 +86,10 @@ Timing runFloor(const Shape& shape, const Stream& stream, const std::string& scr
     if (length == 0) break;
     fallback::md5Update(digest, block.data(), length);
     std::memcpy(copy.data(), block.data(), length);
-    if (timing.blocks % shape.checkpointEvery == 0) _fseeki64(file, 0, SEEK_SET);
+    if (timing.blocks % shape.checkpointEvery == 0) {
+      if (shape.commit) _commit(_fileno(file));
+      _fseeki64(file, 0, SEEK_SET);
+    }
     std::fwrite(copy.data(), 1, copy.size(), file);
     ++timing.blocks;
     timing.bytes += length;

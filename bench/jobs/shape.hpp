@@ -15,8 +15,9 @@ struct Shape {
   bool fullBlocks = true;              // Need_Full_Block
   std::uint64_t checkpointEvery = 64;  // blocks
   int logLevel = 2;
+  bool commit = false;  // floor only: bring the file to the disk at each checkpoint
 };
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(Shape, loop, blockSize, total, chunk, fullBlocks,
-                                                checkpointEvery, logLevel)
+                                                checkpointEvery, logLevel, commit)
 
 }  // namespace tallow::bench
