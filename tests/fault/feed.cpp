@@ -1,0 +1,106 @@
+#include "feed.hpp"
+
+#include <algorithm>
+#include <stdexcept>
+#include <utility>
+
+namespace tallow::test {
+
+void Feed::serve(const std::wstring& name) {
+  given_ = 0;
+  constexpr DWORD kBuffer = 65536;
+  pipe_ = CreateNamedPipeW(name.c_str(), PIPE_ACCESS_OUTBOUND | FILE_FLAG_OVERLAPPED,
+                           PIPE_TYPE_BYTE, 4, kBuffer, kBuffer, 100, nullptr);
+  if (pipe_ == INVALID_HANDLE_VALUE) {
+    throw std::runtime_error("cannot serve the pipe: " + std::to_string(GetLastError()));
+  }
+}
+
+bool Feed::connect(const std::wstring& name) {
+  given_ = 0;
+  pipe_ = CreateFileW(name.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED,
+                      nullptr);
+  return pipe_ != INVALID_HANDLE_VALUE;
+}
+
+bool Feed::isConnected() {
+  OVERLAPPED connecting = {};
+  if (ConnectNamedPipe(pipe_, &connecting) || GetLastError() == ERROR_PIPE_CONNECTED) return true;
+  if (GetLastError() == ERROR_IO_PENDING) {
+    CancelIo(pipe_);
+    DWORD ignored = 0;
+    GetOverlappedResult(pipe_, &connecting, &ignored, TRUE);
+  }
+  return false;
+}
+
+bool Feed::isTaken() {
+  if (!underway_) return true;
+  DWORD written = 0;
+  if (!GetOverlappedResult(pipe_, &writing_, &written, FALSE)) {
+    if (GetLastError() == ERROR_IO_INCOMPLETE) return false;
+    written = 0;  // the reader is gone
+  }
+  underway_ = false;
+  given_ += written;
+  return true;
+}
+
+void Feed::give(std::string_view data, std::size_t chunk) {
+  if (pipe_ == INVALID_HANDLE_VALUE || beside_ != nullptr || !isTaken()) return;
+  if (given_ == data.size()) {
+    end();
+    return;
+  }
+  const std::size_t rest = data.size() - given_;
+  const std::size_t size = chunk != 0 ? std::min(chunk, rest) : rest;
+  writing_ = {};
+  underway_ = WriteFile(pipe_, data.data() + given_, static_cast<DWORD>(size), nullptr,
+                        &writing_) != FALSE ||
+              GetLastError() == ERROR_IO_PENDING;
+  // Nothing is left to give: the end can follow as soon as the reader's buffer has it all.
+  if (isTaken() && given_ == data.size()) end();
+}
+
+void Feed::writeLeft() {
+  OVERLAPPED writing = {};
+  writing.hEvent = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+  DWORD written = 0;
+  if (WriteFile(pipe_, left_.data(), static_cast<DWORD>(left_.size()), nullptr, &writing) ||
+      GetLastError() == ERROR_IO_PENDING) {
+    GetOverlappedResult(pipe_, &writing, &written, TRUE);
+  }
+  CloseHandle(writing.hEvent);
+  CloseHandle(pipe_);
+}
+
+void Feed::giveAllBeside(std::string_view data) {
+  if (pipe_ == INVALID_HANDLE_VALUE || beside_ != nullptr || !isTaken()) return;
+  left_ = data.substr(given_);
+  given_ = data.size();
+  const auto run = [](void* feed) -> DWORD {
+    static_cast<Feed*>(feed)->writeLeft();
+    return 0;
+  };
+  beside_ = CreateThread(nullptr, 0, run, this, 0, nullptr);
+}
+
+void Feed::end() {
+  if (beside_ != nullptr) {
+    CancelIoEx(pipe_, nullptr);
+    WaitForSingleObject(beside_, INFINITE);
+    CloseHandle(std::exchange(beside_, nullptr));
+    pipe_ = INVALID_HANDLE_VALUE;
+    underway_ = false;
+    return;
+  }
+  if (pipe_ == INVALID_HANDLE_VALUE) return;
+  if (underway_ && !isTaken()) {
+    CancelIo(pipe_);
+    DWORD written = 0;
+    GetOverlappedResult(pipe_, &writing_, &written, TRUE);
+  }
+  CloseHandle(std::exchange(pipe_, INVALID_HANDLE_VALUE));
+}
+
+}  // namespace tallow::test

@@ -1,0 +1,47 @@
+// A writer that needs no thread of its own: it writes without waiting, between the host's requests.
+#pragma once
+
+#include <windows.h>
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace tallow::test {
+
+class Feed {
+ public:
+  Feed() = default;
+  ~Feed() { end(); }
+  Feed(const Feed&) = delete;
+  Feed& operator=(const Feed&) = delete;
+
+  // The server end of a pipe, for the module to connect to.
+  void serve(const std::wstring& name);
+  // Connects to the pipe that the module serves. False when it does not.
+  bool connect(const std::wstring& name);
+
+  // Server end only: whether the module has connected.
+  bool isConnected();
+
+  // Gives the reader what comes next: chunk bytes, or everything if chunk is 0; behind the last
+  // byte the end. Does nothing while the reader has not taken what it was given before.
+  void give(std::string_view data, std::size_t chunk);
+  // Gives the reader everything and the end, also while it is in a request that waits for them.
+  void giveAllBeside(std::string_view data);
+  // Lets the reader have the end now; what it has not taken may be lost.
+  void end();
+
+ private:
+  bool isTaken();
+  void writeLeft();
+
+  HANDLE pipe_ = INVALID_HANDLE_VALUE;
+  OVERLAPPED writing_ = {};
+  bool underway_ = false;
+  std::size_t given_ = 0;
+  HANDLE beside_ = nullptr;  // a plain thread, which leaves nothing behind
+  std::string left_;         // what that thread writes
+};
+
+}  // namespace tallow::test

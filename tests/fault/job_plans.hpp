@@ -1,0 +1,12 @@
+// The jobs that the fault sweep plays.
+#pragma once
+
+#include <vector>
+
+#include "job_run.hpp"
+
+namespace tallow::test {
+
+const std::vector<JobPlan>& jobPlans();
+
+}  // namespace tallow::test

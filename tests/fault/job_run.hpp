@@ -1,0 +1,106 @@
+// A host and a writer that play a scripted job against the module while one of its imported
+// functions fails, and judge what the module does.
+#pragma once
+
+#include <cstdint>
+#include <initializer_list>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "faults.hpp"
+#include "feed.hpp"
+#include "support/host.hpp"
+#include "support/surroundings.hpp"
+
+namespace tallow::test {
+
+class JobRun;
+
+enum class PipeRole { kServer, kClient };  // the module's
+
+struct JobPlan {
+  std::string name;
+  PipeRole role = PipeRole::kServer;
+  std::string options = {};        // beside the block size; {dir} is the run's folder
+  std::string charset = {};        // CHARSET_NAME, if not empty
+  std::wstring pipeStem = L"job";  // of the pipe's name
+  std::size_t chunk = 0;           // bytes that the writer gives at a time; 0: everything at once
+  std::size_t size = 480;          // bytes of the job's data
+  void (*script)(JobRun&) = nullptr;
+  // What comes of it when nothing fails.
+  enum class Outcome { kAllData, kPartOfTheData, kRefusal } outcome = Outcome::kAllData;
+};
+
+constexpr std::size_t kJobBlock = 64;  // Block_size of all jobs
+
+class JobRun {
+ public:
+  // The jobs of a run share a folder, which must be the current directory.
+  JobRun(const JobPlan& plan, const Fault* fault, std::string folder);
+  ~JobRun();
+  JobRun(const JobRun&) = delete;
+  JobRun& operator=(const JobRun&) = delete;
+
+  // Steps of a script. A step that builds on one that the module refused does nothing.
+  void load();
+  void unload();
+  void init();
+  void id();
+  void attribute(std::string_view name, std::string_view value);
+  void open();
+  void read(int blocks = 1);
+  void readToEnd();
+  void getPos();
+  void setPos(std::uint64_t position);
+  void close(std::uint32_t request = pmiPIDMOptClose);
+  // A new process of the same job, whose writer sends the data again.
+  void startAgain();
+  void changeResentData() { data_[0] = static_cast<char>(data_[0] ^ 1); }
+
+  // The job that follows when nothing fails any more: from the noted checkpoint, or if that is
+  // refused from the start; must come to its end.
+  void finishInPeace();
+
+  // What went against the rules, a line each.
+  const std::vector<std::string>& problems() const { return problems_; }
+  // Whether the job went as planned, as it must when nothing fails.
+  bool wentAsPlanned() const;
+
+ private:
+  void judge(const char* request, std::uint32_t code, std::initializer_list<std::uint32_t> allowed);
+  void problem(const std::string& text);
+  void readOne();
+  bool fallbackFileExists() const;
+  void connectFeed();
+
+  const JobPlan& plan_;
+  const Fault* fault_;
+  std::string folder_;
+  std::wstring pipeName_;
+  std::string pipeNameUtf8_;
+  std::string data_;
+
+  std::optional<Module> module_;
+  std::optional<Host> host_;
+  Feed feed_;
+  bool initialised_ = false;
+  bool open_ = false;
+  bool askedToGoBack_ = false;  // a SetPos was sent to this instance
+  bool inStep_ = true;          // the data that comes next is known
+  bool sawEnd_ = false;
+  bool wentWell_ = true;
+  int refusedReads_ = 0;
+  std::size_t position_ = 0;                     // in data_, of the next block
+  std::uint64_t blockNo_ = 0;                    // delivered last
+  std::uint64_t streamAt_ = 0;                   // the position that GetPos is to answer
+  std::map<std::uint64_t, std::size_t> starts_;  // of the blocks delivered
+  std::optional<std::uint64_t> noted_;           // the host's own record of its checkpoint
+  std::map<std::uint64_t, std::size_t> notedStarts_;
+  std::vector<std::string> problems_;
+};
+
+}  // namespace tallow::test

@@ -1,0 +1,183 @@
+// Whole jobs, again and again, while one imported function fails at its first, second, … call.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <limits>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "faults.hpp"
+#include "job_plans.hpp"
+#include "job_run.hpp"
+#include "memory_count.hpp"
+#include "schedule.hpp"
+#include "support/host.hpp"
+#include "support/import_hook.hpp"
+#include "support/surroundings.hpp"
+#include "system_libraries.hpp"
+#include "unswept_imports.hpp"
+#include "watchdog.hpp"
+
+namespace tallow::test {
+namespace {
+
+constexpr unsigned kLongestRun = 120;  // seconds
+constexpr std::size_t kEachCall = std::numeric_limits<std::size_t>::max();
+
+// What a process holds when no module is loaded.
+struct Holdings {
+  long blocks = blocksHeld();
+  std::size_t handles = openHandles();
+};
+
+std::string describe(const std::vector<std::string>& problems) {
+  std::string text;
+  for (const std::string& problem : problems) text += "\n  " + problem;
+  return text;
+}
+
+class Sweep : public testing::TestWithParam<JobPlan> {
+ protected:
+  static void SetUpTestSuite() {
+    keepSystemLibraries();
+    static const bool watched = (startWatchdog(kLongestRun), true);
+    static_cast<void>(watched);
+  }
+
+  // One run of the plan; the number of failures injected.
+  std::size_t run(const Fault* fault, std::size_t first, bool andAllAfter) {
+    const std::string name =
+        GetParam().name + (fault == nullptr
+                               ? ", nothing fails"
+                               : ", " + fault->function + " " + fault->failure + " at call " +
+                                     std::to_string(first) + (andAllAfter ? " and after" : ""));
+    SCOPED_TRACE(name);
+    watchRun(name);
+    clearFolder();
+    std::size_t injected = 0;
+    std::vector<std::string> problems;
+    bool wentAsPlanned = false;
+    {
+      JobRun job(GetParam(), fault, folder_.path());
+      if (fault != nullptr) faultSchedule().arm(first, andAllAfter, fault->most);
+      GetParam().script(job);
+      faultSchedule().disarm();
+      wentAsPlanned = job.wentAsPlanned();
+      injected = fault != nullptr ? faultSchedule().injected() : 0;
+      job.finishInPeace();
+      problems = job.problems();
+    }
+    ++runs_;
+    EXPECT_THAT(problems, testing::IsEmpty()) << describe(problems);
+    if (fault == nullptr) {
+      EXPECT_TRUE(wentAsPlanned);
+    }
+    return injected;
+  }
+
+  void expectNothingHeld(const Holdings& before, const std::string& what) {
+    EXPECT_EQ(blocksHeld(), before.blocks) << "heap blocks, " << what;
+    // The system may take a moment over the handles of a thread of the writer's.
+    std::size_t handles = openHandles();
+    for (int i = 0; i < 100 && handles > before.handles; ++i) {
+      Sleep(1);
+      handles = openHandles();
+    }
+    EXPECT_LE(handles, before.handles) << "handles, " << what;
+  }
+
+  // Fails the function at each call of the plan or, if `tries` ends that, at the first calls and
+  // ever sparser after them; the call alone, and the call with all that follow.
+  void sweep(const Fault& fault, std::size_t tries) {
+    for (const bool andAllAfter : {false, true}) {
+      std::size_t first = 1;
+      for (std::size_t tried = 0; tried < tries; ++tried) {
+        const Holdings before;
+        const std::size_t injected = run(&fault, first, andAllAfter);
+        expectNothingHeld(before, fault.function + " " + fault.failure + " at call " +
+                                      std::to_string(first) + (andAllAfter ? " and after" : ""));
+        if (HasFailure() || (injected == 0 && first == 1)) return;
+        if (injected == 0) break;
+        first += tries == kEachCall ? 1 : tried + 1;
+      }
+    }
+  }
+
+  void sweepAll(std::size_t tries) {
+    // What the system takes once: at a first job, and at a first load that is refused.
+    run(nullptr, 0, false);
+    const auto memory = std::find_if(faults().begin(), faults().end(),
+                                     [](const Fault& fault) { return fault.function == "malloc"; });
+    run(&*memory, 1, true);
+    const Holdings before;
+    run(nullptr, 0, false);
+    expectNothingHeld(before, "nothing fails");
+    for (const Fault& fault : faults()) {
+      if (HasFatalFailure()) return;
+      sweep(fault, tries);
+    }
+    std::printf("%s: %zu runs\n", GetParam().name.c_str(), runs_);
+  }
+
+ private:
+  void clearFolder() {
+    WIN32_FIND_DATAA found = {};
+    const HANDLE search = FindFirstFileA(folder_.file("*").c_str(), &found);
+    if (search == INVALID_HANDLE_VALUE) return;
+    do {
+      DeleteFileA(folder_.file(found.cFileName).c_str());
+    } while (FindNextFileA(search, &found));
+    FindClose(search);
+  }
+
+  ScratchDirectory folder_;
+  ScopedCurrentDirectory current_{folder_.path()};
+  ScopedEnvironment noLogDirectory_{"NPLOGDIR", std::nullopt};
+  ScopedEnvironment temp_{"TEMP", folder_.path()};
+  std::size_t runs_ = 0;
+};
+
+std::string nameOf(const testing::TestParamInfo<JobPlan>& info) {
+  return info.param.name;
+}
+
+// Every import is swept, or named with the reason why it is not.
+TEST(FaultTable, NamesEveryImport) {
+#if defined(TALLOW_COVERAGE)
+  GTEST_SKIP() << "the module has the imports of its instruments";
+#endif
+  std::set<std::string> named;
+  for (const Fault& fault : faults()) named.insert(fault.function);
+  for (const Unswept& group : unsweptImports()) {
+    for (const std::string& function : group.functions) {
+      EXPECT_TRUE(named.insert(function).second) << function << " is named twice";
+    }
+  }
+  const Module module;
+  for (const std::string& import : importedNames(module.handle())) {
+    EXPECT_TRUE(named.contains(import)) << import << " is neither swept nor excepted";
+  }
+}
+
+TEST_P(Sweep, KeepsTheRulesWhateverFails) {
+  constexpr std::size_t kTries = 3;
+  sweepAll(kTries);
+}
+
+INSTANTIATE_TEST_SUITE_P(Quick, Sweep, testing::ValuesIn(jobPlans()), nameOf);
+
+using FullSweep = Sweep;
+
+TEST_P(FullSweep, KeepsTheRulesWhateverFails) {
+  sweepAll(kEachCall);
+}
+
+INSTANTIATE_TEST_SUITE_P(Full, FullSweep, testing::ValuesIn(jobPlans()), nameOf);
+
+}  // namespace
+}  // namespace tallow::test
