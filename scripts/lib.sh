@@ -127,6 +127,9 @@ start_wine() {
   flock --shared 9
   # The server must not hold on to our output or to the lock.
   wineserver -p </dev/null >/dev/null 2>&1 9>&- || true
+  # Nor must the services, which the first program starts and which live as long as the server:
+  # whoever waits for the end of that program's output would wait for theirs.
+  wine cmd /c exit </dev/null >/dev/null 2>&1 9>&- || fail "Wine does not run in $WINEPREFIX"
   at_exit stop_wine
 }
 
