@@ -170,6 +170,19 @@ class Checkpoints(tools_support.ToolTest):
         self.assertEqual(outcome.json["restartedFrom"], 25)
         self.assertFalse(self.exists("job.json.fbf"))
 
+    def test_goes_on_when_stopped_before_the_first_block(self):
+        feed = self.slow_feed(self.DATA[:500])
+        host = self.host(*STATE, init=OPTIONS + " Log_level=6 Log_directory=.")
+        wait_until(lambda: self.exists("namedpipes.log") and "Read 500 bytes" in self.log(),
+                   "the first bytes")
+        host.interrupt()
+        self.assertEnded(host.outcome(), 3)
+        feed.close()
+        self.assertEqual((self.state()["position"], self.state()["outputLength"]), (0, 0))
+        self.feed(self.DATA)
+        self.assertEnded(self.restart().outcome(), 0)
+        self.assertEqual(self.read("out"), self.DATA)
+
     def test_goes_on_after_its_process_was_terminated(self):
         feed = self.slow_feed(self.DATA[:25_500])
         host = self.host(*STATE)
@@ -239,6 +252,7 @@ class Checkpoints(tools_support.ToolTest):
         self.assertEnded(outcome, 1)
         self.assertIn("pmrcDelivery (16)", outcome.err)
         self.assertEqual(outcome.json["status"], "failed")
+        self.assertEqual(outcome.json["error"]["request"]["returnCode"], 16)
         self.assertEqual((self.read("out"), self.read("job.json")), before)
         self.feed(self.DATA)
         self.assertEnded(self.restart().outcome(), 0)
@@ -425,6 +439,8 @@ class Failures(tools_support.ToolTest):
                          ("Open", 34, "pmrcFailed"))
         self.assertIn("orders", request["failureText"])
         self.assertFalse(self.exists("out"))
+        self.assertEnded(self.host(*STATE).outcome(), 1)
+        self.assertFalse(self.exists("out"))
 
     def test_names_the_option_that_is_wrong(self):
         for init, words in (("Block_sze=1", "did you mean Block_size?"),
@@ -492,7 +508,7 @@ class Failures(tools_support.ToolTest):
                 ("NAME=VALUE", [*both, "--attribute", "X"]),
                 ("NAME=VALUE", [*both, "--attribute", "=X"]),
                 ("cut back", ["--pipe", self.pipe, "--out", "-", "--state", "s"]),
-                ("--init", [*both, "--init"])):
+                ("its own", [*both, "--state", "OUT"]), ("--init", [*both, "--init"])):
             with self.subTest(arguments):
                 self.assertFault(self.run_tool("tallow-host", *arguments), 2, words)
 

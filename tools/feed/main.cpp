@@ -64,14 +64,19 @@ std::optional<ExitStatus> readCommandLine(std::vector<std::string> arguments, Se
   return std::nullopt;
 }
 
+PipeWriter openPipe(const Settings& settings) {
+  const tools::Progress progress("waiting for the other end of " + settings.pipe);
+  const std::chrono::milliseconds patience = std::chrono::seconds(settings.waitSeconds);
+  return settings.serve ? PipeWriter::serve(settings.pipe, patience)
+                        : PipeWriter::connect(settings.pipe, patience);
+}
+
 ExitStatus run(std::vector<std::string> arguments) {
   Settings settings;
   if (const auto status = readCommandLine(std::move(arguments), settings)) return *status;
 
   InputStream input(settings.input);
-  const std::chrono::milliseconds patience = std::chrono::seconds(settings.waitSeconds);
-  PipeWriter pipe = settings.serve ? PipeWriter::serve(settings.pipe, patience)
-                                   : PipeWriter::connect(settings.pipe, patience);
+  PipeWriter pipe = openPipe(settings);
   const auto start = std::chrono::steady_clock::now();
   std::vector<std::byte> buffer(settings.chunk);
   std::uint64_t bytes = 0;

@@ -15,7 +15,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 using client::RequestFailed;
-using tools::ToolError;
 
 constexpr const char* kModuleName = "tallow-host";
 
@@ -112,7 +111,9 @@ client::Instance Job::open() {
     return module_.open(handle,
                         pipeNameIsUtf8(plan_.attributes) ? plan_.pipe : tools::toAnsi(plan_.pipe));
   } catch (const RequestFailed& error) {
-    if (error.request() == pmiPIDMOptInit) throw ToolError(initFailure(plan_, error));
+    if (error.request() == pmiPIDMOptInit) {
+      throw RequestRefused(initFailure(plan_, error), error);
+    }
     throw;
   }
 }
@@ -135,7 +136,7 @@ bool Job::restart() {
     instance_->setPos(position);
   } catch (const RequestFailed& error) {
     if (interrupt_.requested()) return false;
-    throw RestartRefused(restartFailure(plan_, error));
+    throw RequestRefused(restartFailure(plan_, error), error);
   }
   output_.start();
   counts_.blocks = position == 0 ? 0 : position - 1;

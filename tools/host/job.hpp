@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "common/module.hpp"
 #include "common/progress.hpp"
@@ -29,10 +30,15 @@ struct JobCounts {
 
 enum class JobEnd { kDone, kStopped };
 
-/// The module has refused to go back to the recorded position; nothing was changed.
-class RestartRefused : public tools::ToolError {
+/// A refusal of the module that needs more words than its own; nothing was changed by then.
+class RequestRefused : public tools::ToolError {
  public:
-  using ToolError::ToolError;
+  RequestRefused(const std::string& text, client::RequestFailed request)
+      : ToolError(text), request_(std::move(request)) {}
+  const client::RequestFailed& request() const noexcept { return request_; }
+
+ private:
+  client::RequestFailed request_;
 };
 
 /// Delivers the data of a plan. Failures are exceptions; counts() is good after them.

@@ -23,7 +23,10 @@ JobOutput JobOutput::forJob(const std::string& path, bool restartable) {
   const bool device = output.file_ && !output.file_->isOrdinary();
   if (device) return output;  // NUL and its like: nothing to rename
   if (restartable) {
-    if (!output.file_) output.file_ = OutputFile::create(path);
+    if (!output.file_) {
+      output.file_ = OutputFile::create(path);
+      output.created_ = true;
+    }
     return output;
   }
   output.partPath_ = path + ".part";
@@ -45,9 +48,11 @@ JobOutput JobOutput::forRestart(const std::string& path, std::uint64_t keptLengt
 }
 
 JobOutput::~JobOutput() {
-  if (!file_ || finished_ || partPath_.empty()) return;
+  if (!file_ || finished_) return;
+  const bool unused = created_ && !started_;
+  if (partPath_.empty() && !unused) return;
   file_.reset();
-  DeleteFileW(tools::toWide(partPath_).c_str());
+  DeleteFileW(tools::toWide(unused ? path_ : partPath_).c_str());
 }
 
 void JobOutput::start() {

@@ -18,7 +18,8 @@ namespace tallow::host {
 /// which goes when the job fails.
 class JobOutput {
  public:
-  /// Checks that the file can be written and touches nothing of its content before start().
+  /// Checks that the file can be written and touches nothing of its content before start(). A file
+  /// that was not there before is not left behind unless start() was reached.
   /// "-" is standard output.
   static JobOutput forJob(const std::string& path, bool restartable);
   /// A file that an earlier run of the job has begun.
@@ -48,6 +49,7 @@ class JobOutput {
   std::string partPath_;  // empty: the file is written directly
   std::optional<tools::OutputFile> file_;
   bool standardOutput_ = false;
+  bool created_ = false;  // the file itself, by us
   bool started_ = false;
   bool finished_ = false;
   std::uint64_t length_ = 0;

@@ -60,7 +60,8 @@ void runJob(const Settings& settings, const JobPlan& plan, Outcome& outcome) {
     } else {
       fail("stopped by Ctrl-C; no checkpoint was recorded, so the job has to start over");
     }
-  } catch (const RestartRefused& error) {
+  } catch (const RequestRefused& error) {
+    outcome.request = error.request();
     outcome.counts = job->counts();
     outcome.error = error.what();
   } catch (const client::RequestFailed& error) {

@@ -1,6 +1,7 @@
 #include "host/plan.hpp"
 
 #include <algorithm>
+#include <cwchar>
 #include <filesystem>
 #include <string_view>
 
@@ -36,6 +37,13 @@ void requireStateFolder(const std::string& statePath) {
   if (std::filesystem::is_directory(state.parent_path(), error)) return;
   throw tools::ToolError("cannot write " + statePath +
                          ": its folder does not exist; create it or name another with --state");
+}
+
+void refuseOneFileForTwo(const JobPlan& plan) {
+  if (!plan.keepsState()) return;
+  const std::wstring state = tools::toWide(fullPath(plan.statePath));
+  if (_wcsicmp(state.c_str(), tools::toWide(plan.output).c_str()) != 0) return;
+  throw MisuseError("--state and --out name the same file; give each its own");
 }
 
 void refuseFreshRunOverState(const Settings& settings) {
@@ -122,6 +130,7 @@ JobPlan makePlan(const Settings& settings) {
       plan.checkpointEvery = kUsualCheckpointDistance;
     }
   }
+  refuseOneFileForTwo(plan);
   const EffectiveOptions options = explainInitString(plan.userInit).effective;
   const bool namesFile = plan.keepsState() && !options.noFallback && options.fallbackFile.empty();
   plan.moduleInit = namesFile ? withFallbackFile(plan.userInit, plan.statePath) : plan.userInit;
