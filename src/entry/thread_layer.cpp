@@ -42,6 +42,8 @@ constinit std::size_t variablesUsed = 0;
 
 }  // namespace
 
+// The library's declarations say what is const, and that the names are reserved for it.
+// NOLINTBEGIN(readability-non-const-parameter, bugprone-reserved-identifier)
 extern "C" {
 
 int pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t*) {
@@ -146,3 +148,4 @@ void* __emutls_get_address(ThreadLocalVariable* variable) {
 }
 
 }  // extern "C"
+// NOLINTEND(readability-non-const-parameter, bugprone-reserved-identifier)

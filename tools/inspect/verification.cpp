@@ -151,7 +151,7 @@ std::optional<Anchor> findAnchor(const std::string& data, const std::string& fir
   Md5Context running{};
   fallback::md5Init(running);
   std::size_t hashed = 0;
-  for (auto at = data.begin(); first.size() > 0;) {
+  for (auto at = data.begin(); !first.empty();) {
     at = std::search(at, data.end(), searcher);
     if (at == data.end()) break;
     const auto end = static_cast<std::size_t>(at - data.begin()) + first.size();
