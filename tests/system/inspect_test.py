@@ -36,6 +36,9 @@ class Inspect(tools_support.ToolTest):
         self.assertNotIn("proved", outcome.text)
         self.assertNotIn("\x1b", outcome.text, "colour only on a terminal")
 
+    def test_takes_a_path_that_begins_with_a_slash(self):
+        self.assertEnded(self.inspect(str(self.folder / self.leave_file())), 0)
+
     def test_marks_proofs(self):
         outcome = self.inspect(self.leave_file(), "--verify", "data")
         self.assertEnded(outcome, 0)

@@ -77,6 +77,8 @@ void prepare(CLI::App& app, const std::string& examples) {
                        "Print the version and exit");
   app.set_help_flag("-h,--help", "Print this help and exit");
   app.footer(examples);
+  // "/tmp/orders" is a file, not an option.
+  app.allow_windows_style_options(false);
   app.get_formatter()->column_width(34);
 }
 

@@ -74,6 +74,17 @@ char letterOfGroup(const FallbackFile& file, const std::optional<Verification>& 
   return letter;
 }
 
+/// Paints equal letters together: some terminals count the colours' own characters.
+std::string paintedRuns(const std::string& row, Colour colour) {
+  std::string text;
+  for (std::size_t from = 0; from < row.size();) {
+    const std::size_t to = std::min(row.find_first_not_of(row[from], from), row.size());
+    text += painted(std::string_view(row).substr(from, to - from), colourOf(row[from]), colour);
+    from = to;
+  }
+  return text;
+}
+
 std::string syncText(const fallback::SyncPoints& points) {
   std::string text = "[sync:";
   for (const fallback::SyncPoint& point : points) {
@@ -89,16 +100,16 @@ std::string drawLine(const FallbackFile& file, const std::optional<Verification>
   const std::uint64_t letters = std::min(file.slotCount, kMostLetters);
   std::string line = painted("[head]", kBlue, colour);
   line += painted(syncText(*file.syncPoints), kGreen, colour) + "[";
+  std::string row;
   for (std::uint64_t i = 0; i < letters; ++i) {
     // Divided first: the product could pass 64 bits in a file of that many records.
     const auto edge = [&](std::uint64_t k) {
       return file.slotCount / letters * k + file.slotCount % letters * k / letters;
     };
-    const char letter = letterOfGroup(file, verification, edge(i), edge(i + 1));
-    line += painted(std::string_view(&letter, 1), colourOf(letter), colour);
+    row += letterOfGroup(file, verification, edge(i), edge(i + 1));
   }
-  if (file.tailBytes > 0) line += painted("+", colourOf('+'), colour);
-  return line + "]";
+  if (file.tailBytes > 0) row += '+';
+  return line + paintedRuns(row, colour) + "]";
 }
 
 }  // namespace tallow::inspect
