@@ -19,7 +19,7 @@ using tallow::diag::LogLevel;
 
 void filteredTraceLine(benchmark::State& state) {
   unsigned long long blockNo = 0;
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     tallow::diag::log(LogLevel::kTrace, MessageId::kTrace,
                       "Read %d bytes from pipe for block no. %I64u.", 1048576, ++blockNo);
   }
@@ -27,7 +27,7 @@ void filteredTraceLine(benchmark::State& state) {
 BENCHMARK(filteredTraceLine);
 
 void filteredMessage(benchmark::State& state) {
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     tallow::diag::logMessage<MessageId::kRestarted>(LogLevel::kPosition);
     benchmark::ClobberMemory();  // the level is looked at each time
   }
@@ -36,7 +36,7 @@ BENCHMARK(filteredMessage);
 
 void writtenLine(benchmark::State& state) {
   unsigned long long blockNo = 0;
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     tallow::diag::log(LogLevel::kError, MessageId::kTrace,
                       "Read %d bytes from pipe for block no. %I64u.", 1048576, ++blockNo);
   }
@@ -48,7 +48,7 @@ void openWriteClose(benchmark::State& state) {
   const std::string path = std::string(std::getenv("NPLOGDIR")) + "\\floor.log";
   const char line[] =
       "Sat Nov 21 11:00:00 2026 320 Error 9999 Read 1048576 bytes from pipe for block no. 1234.\n";
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     std::FILE* file = std::fopen(path.c_str(), "a");
     std::fwrite(line, 1, std::strlen(line), file);
     std::fclose(file);

@@ -35,7 +35,7 @@ Md5Digest hashOurs(const std::vector<std::uint8_t>& data) {
 
 void ours(benchmark::State& state) {
   const std::vector<std::uint8_t> data = sampleData(static_cast<std::size_t>(state.range(0)));
-  for (auto _ : state) benchmark::DoNotOptimize(hashOurs(data));
+  while (state.KeepRunning()) benchmark::DoNotOptimize(hashOurs(data));
   state.SetBytesProcessed(state.iterations() * state.range(0));
 }
 BENCHMARK(ours)->Arg(1 << 20);
@@ -49,7 +49,7 @@ Md5Digest hashOpenSsl(const std::vector<std::uint8_t>& data) {
 
 void openSsl(benchmark::State& state) {
   const std::vector<std::uint8_t> data = sampleData(static_cast<std::size_t>(state.range(0)));
-  for (auto _ : state) benchmark::DoNotOptimize(hashOpenSsl(data));
+  while (state.KeepRunning()) benchmark::DoNotOptimize(hashOpenSsl(data));
   state.SetBytesProcessed(state.iterations() * state.range(0));
 }
 BENCHMARK(openSsl)->Arg(1 << 20);
@@ -64,7 +64,7 @@ void oursAgainstOpenSsl(benchmark::State& state) {
     return static_cast<double>(std::clock() - start);
   };
   std::vector<double> ratios;
-  for (auto _ : state) {
+  while (state.KeepRunning()) {
     const double own = time(hashOurs);
     ratios.push_back(time(hashOpenSsl) / own);
   }

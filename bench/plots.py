@@ -11,7 +11,7 @@ import sys
 
 MIB = 1 << 20
 WIDTH, HEIGHT = 320, 240  # of a panel
-LEFT, RIGHT, TOP, BOTTOM = 52, 12, 34, 44
+LEFT, RIGHT, TOP, BOTTOM = 52, 20, 34, 44
 COLOURS = ("#1f5fa8", "#c2571a")
 
 
@@ -127,15 +127,21 @@ def growth(results, folder):
 
 
 def soak(results, folder):
-    samples = results["samples"]
+    # The last one is taken when the writer has ended.
+    samples = results["samples"][:-1]
     times = [sample["seconds"] for sample in samples]
     end = ceiling(times[-1])
     labels = [(step / 4, f"{end * step / 4:g}") for step in range(5)]
     positions = [time / end for time in times]
-    rates = [(later["bytes"] - earlier["bytes"]) / MIB / (later["seconds"] - earlier["seconds"])
-             for earlier, later in zip(samples, samples[1:])]
+    steps = list(zip(samples, samples[1:]))
+    mebibytes = [(later["bytes"] - earlier["bytes"]) / MIB for earlier, later in steps]
     write_plots(os.path.join(folder, "soak.svg"), [
-        panel("throughput (MiB/s)", "seconds", labels, positions[1:], [("", rates)]),
+        panel("throughput (MiB/s)", "seconds", labels, positions[1:],
+              [("", [amount / (later["seconds"] - earlier["seconds"])
+                     for amount, (earlier, later) in zip(mebibytes, steps)])]),
+        panel("processor time (ms per MiB)", "seconds", labels, positions[1:],
+              [("", [1000 * (later["processorTime"] - earlier["processorTime"]) / amount
+                     for amount, (earlier, later) in zip(mebibytes, steps)])]),
         panel("working set (MiB)", "seconds", labels, positions,
               [("", [sample["workingSet"] / MIB for sample in samples])]),
         panel("open handles", "seconds", labels, positions,

@@ -4,7 +4,8 @@
 Usage: bench/soak.py BUILD GIGABYTES RESULTS
 
 Every block is compared with what was sent. Status 0 if all of the data was equal, memory and handles
-did not grow and the last quarter ran as fast as the first.
+did not grow and the last quarter ran as fast as the first (or, where other programs take turns with
+it, cost no more processor time).
 """
 import json
 import os
@@ -22,17 +23,23 @@ def verdict(samples):
     warm = [sample for sample in samples if sample["bytes"] >= WARM]
     memory = [sample["workingSet"] for sample in warm]
     handles = [sample["handles"] for sample in warm]
-    rates = [(later["bytes"] - earlier["bytes"]) / (later["seconds"] - earlier["seconds"]) / 1e6
-             for earlier, later in zip(samples, samples[1:])]
-    quarter = max(1, len(rates) // 4)
-    first, last = statistics.median(rates[:quarter]), statistics.median(rates[-quarter:])
+    steps = list(zip(samples, samples[1:]))
+    quarter = len(steps) // 4
+    speeds, costs = [], []
+    for part in (steps[:quarter], steps[-quarter:]):
+        speeds.append(statistics.median((later["bytes"] - earlier["bytes"]) / 1e6 /
+                                        (later["seconds"] - earlier["seconds"])
+                                        for earlier, later in part))
+        costs.append((part[-1][1]["processorTime"] - part[0][0]["processorTime"]) * 1000 * run.MIB /
+                     (part[-1][1]["bytes"] - part[0][0]["bytes"]))
     return [
         (f"working set {min(memory) / run.MIB:.1f} to {max(memory) / run.MIB:.1f} MiB, at the end "
          f"{memory[-1] / memory[0] - 1:+.1%}", memory[-1] <= 1.02 * memory[0]),
         (f"open handles {min(handles)} to {max(handles)}, at the end {handles[-1] - handles[0]:+}",
          handles[-1] <= handles[0]),
-        (f"throughput {first:.0f} MB/s in the first quarter, {last:.0f} MB/s in the last",
-         last >= 0.8 * first),
+        (f"throughput {speeds[0]:.0f} MB/s in the first quarter, {speeds[1]:.0f} MB/s in the last; "
+         f"processor time {costs[0]:.2f} and {costs[1]:.2f} ms per MiB",
+         speeds[1] >= 0.8 * speeds[0] or costs[1] <= 1.1 * costs[0]),
     ]
 
 

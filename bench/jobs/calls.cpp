@@ -13,20 +13,40 @@ namespace tallow::bench {
 
 namespace {
 
-using Counts = std::map<std::string, std::int64_t>;
-constexpr const char* kBlocks = "blocks";
+struct Calls {
+  std::int64_t count = 0;
+  double seconds = 0;
+};
+using CallTable = std::map<std::string, Calls>;
 
-// Counts the calls of one function that a library imports, as long as it lives.
+constexpr const char* kJob = "job";  // its blocks and the time they took
+
+class Timer {
+ public:
+  explicit Timer(Calls& calls) : calls_(calls) {}
+  ~Timer() {
+    ++calls_.count;
+    calls_.seconds += stopwatch_.seconds();
+  }
+  Timer(const Timer&) = delete;
+  Timer& operator=(const Timer&) = delete;
+
+ private:
+  Calls& calls_;
+  Stopwatch stopwatch_;
+};
+
+// Counts and times the calls of one function that a library imports, as long as it lives.
 template <class Tag, class Signature>
 class Counter;
 
 template <class Tag, class Result, class... Arguments>
 class Counter<Tag, Result(Arguments...)> {
  public:
-  Counter(const char* library, const char* function, Counts& counts)
+  Counter(const char* library, const char* function, CallTable& table)
       : hook_(GetModuleHandleA(library), function,
-              [this, &count = counts[std::string(library) + " " + function]](Arguments... given) {
-                ++count;
+              [this, &calls = table[std::string(library) + " " + function]](Arguments... given) {
+                const Timer timer(calls);
                 return hook_.original(given...);
               }) {}
 
@@ -35,29 +55,30 @@ class Counter<Tag, Result(Arguments...)> {
 };
 
 // What the module and the run-time library ask of the system during one job.
-Counts countCalls(JobRunner& runner, const Shape& shape, const Stream& stream) {
-  Counts counts;
+CallTable watchCalls(JobRunner& runner, const Shape& shape, const Stream& stream) {
+  CallTable table;
   const char* own = "tallowin.dll";
   const char* runTime = "msvcrt.dll";
-  const Counter<struct A, std::remove_pointer_t<decltype(&::Sleep)>> a(own, "Sleep", counts);
-  const Counter<struct B, std::remove_pointer_t<decltype(&::ReadFile)>> b(own, "ReadFile", counts);
+  const Counter<struct A, std::remove_pointer_t<decltype(&::Sleep)>> a(own, "Sleep", table);
+  const Counter<struct B, std::remove_pointer_t<decltype(&::ReadFile)>> b(own, "ReadFile", table);
   const Counter<struct C, std::remove_pointer_t<decltype(&::ReadFile)>> c(runTime, "ReadFile",
-                                                                          counts);
+                                                                          table);
   const Counter<struct D, std::remove_pointer_t<decltype(&::WriteFile)>> d(runTime, "WriteFile",
-                                                                           counts);
+                                                                           table);
   const Counter<struct E, std::remove_pointer_t<decltype(&::CreateFileW)>> e(runTime, "CreateFileW",
-                                                                             counts);
+                                                                             table);
   const Counter<struct F, std::remove_pointer_t<decltype(&::CloseHandle)>> f(runTime, "CloseHandle",
-                                                                             counts);
+                                                                             table);
   const Counter<struct G, std::remove_pointer_t<decltype(&::FlushFileBuffers)>> g(
-      runTime, "FlushFileBuffers", counts);
+      runTime, "FlushFileBuffers", table);
   const Counter<struct H, std::remove_pointer_t<decltype(&::SetFilePointer)>> h(
-      runTime, "SetFilePointer", counts);
-  const Counter<struct I, void*(std::size_t)> i(own, "malloc", counts);
-  const Counter<struct J, void*(std::size_t, std::size_t)> j(own, "calloc", counts);
-  const Counter<struct K, void*(void*, std::size_t)> k(own, "realloc", counts);
-  counts[kBlocks] = static_cast<std::int64_t>(runner.run(shape, stream).blocks);
-  return counts;
+      runTime, "SetFilePointer", table);
+  const Counter<struct I, void*(std::size_t)> i(own, "malloc", table);
+  const Counter<struct J, void*(std::size_t, std::size_t)> j(own, "calloc", table);
+  const Counter<struct K, void*(void*, std::size_t)> k(own, "realloc", table);
+  const Timing timing = runner.run(shape, stream);
+  table[kJob] = {static_cast<std::int64_t>(timing.blocks), timing.seconds};
+  return table;
 }
 
 }  // namespace
@@ -66,16 +87,17 @@ Json calls(JobRunner& runner, const Json& request) {
   Shape shape = request.at("shape");
   const Stream stream(
       static_cast<std::size_t>(std::max<std::uint64_t>(shape.blockSize, shape.chunk)));
-  countCalls(runner, shape, stream);  // the first job also sets the log up
-  const Counts once = countCalls(runner, shape, stream);
+  watchCalls(runner, shape, stream);  // the first job also sets the log up
+  const CallTable once = watchCalls(runner, shape, stream);
   shape.total *= 2;
-  const Counts twice = countCalls(runner, shape, stream);
-  const auto grown = [&](const std::string& name) {
-    return static_cast<double>(twice.at(name) - once.at(name));
-  };
-  Json result;
-  for (const auto& [name, count] : twice) result[name] = grown(name) / grown(kBlocks);
-  return {{"calls", result}};
+  const CallTable twice = watchCalls(runner, shape, stream);
+  const auto blocks = static_cast<double>(twice.at(kJob).count - once.at(kJob).count);
+  Json result = {{"calls", Json::object()}, {"seconds", Json::object()}};
+  for (const auto& [name, calls] : twice) {
+    result["calls"][name] = static_cast<double>(calls.count - once.at(name).count) / blocks;
+    result["seconds"][name] = (calls.seconds - once.at(name).seconds) / blocks;
+  }
+  return result;
 }
 
 }  // namespace tallow::bench

@@ -57,6 +57,7 @@ Json watch(JobRunner& runner, const Json& request) {
     nextSample += sampleEvery;
     samples.push_back({{"bytes", now.bytes},
                        {"seconds", now.seconds},
+                       {"processorTime", processorTime() - before},
                        {"workingSet", workingSet()},
                        {"handles", test::openHandles()}});
   });

@@ -14,7 +14,8 @@ using Json = nlohmann::json;
 Json compare(JobRunner& runner, const Json& request);
 
 // {shape, sampleEvery: bytes}: one job, each block compared with what was sent.
-// {timing, processorTime, samples: [{bytes, seconds, workingSet, handles}]}
+// {timing, processorTime, samples: [{bytes, seconds, processorTime,
+// workingSet, handles}]}
 Json watch(JobRunner& runner, const Json& request);
 
 // {blocks, pairs}: the file's blocks through SetPos and Read, and by fread and MD5 alone.
@@ -30,7 +31,7 @@ Json openClose(JobRunner& runner, const Json& request);
 Json positions(JobRunner& runner, const Json& request);
 
 // {shape}: calls into the system per block: what a job of twice the length makes more of.
-// {calls: {name: number}}
+// {calls: {name: number}, seconds: {name: number}}
 Json calls(JobRunner& runner, const Json& request);
 
 }  // namespace tallow::bench

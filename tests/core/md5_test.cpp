@@ -74,7 +74,7 @@ TEST(Md5, GivesTheDigestsOfTheStandardsTestSuite) {
 TEST(Md5, AgreesWithThePlainFormAtEveryLengthUpToThreeBlocks) {
   Random random;
   SCOPED_TRACE("TALLOW_SEED=" + std::to_string(random.seed()));
-  for (std::size_t length = 0; length <= 3 * 64; ++length) {
+  for (std::size_t length = 0; length <= 192; ++length) {
     const std::string data = random.bytes(length);
     ASSERT_EQ(digestOf(data), test::plainMd5(data)) << length;
   }

@@ -23,17 +23,18 @@ inline std::array<std::uint8_t, 16> plainMd5(std::string data, std::uint64_t pre
   std::array<std::uint32_t, 4> state = {0x67452301, 0xefcdab89, 0x98badcfe, 0x10325476};
   for (std::size_t block = 0; block < data.size(); block += 64) {
     auto [a, b, c, d] = state;
-    for (unsigned i = 0; i < 64; ++i) {
-      const std::pair<std::uint32_t, unsigned> choices[4] = {{(b & c) | (~b & d), i},
-                                                             {(b & d) | (c & ~d), 5 * i + 1},
-                                                             {b ^ c ^ d, 3 * i + 5},
-                                                             {c ^ (b | ~d), 7 * i}};
+    for (std::size_t i = 0; i < 64; ++i) {
+      const std::pair<std::uint32_t, std::size_t> choices[4] = {{(b & c) | (~b & d), i},
+                                                                {(b & d) | (c & ~d), 5 * i + 1},
+                                                                {b ^ c ^ d, 3 * i + 5},
+                                                                {c ^ (b | ~d), 7 * i}};
       const auto [function, index] = choices[i / 16];
       std::uint32_t word = 0;
-      for (unsigned byte = 4; byte-- > 0;) {
+      for (std::size_t byte = 4; byte-- > 0;) {
         word = word << 8 | static_cast<std::uint8_t>(data[block + index % 16 * 4 + byte]);
       }
-      const auto sine = static_cast<std::uint32_t>(std::fabs(std::sin(i + 1.0)) * 4294967296.0);
+      const auto sine = static_cast<std::uint32_t>(std::fabs(std::sin(static_cast<double>(i + 1))) *
+                                                   4294967296.0);
       const std::uint32_t sum = a + function + word + sine;
       a = d;
       d = c;
