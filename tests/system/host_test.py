@@ -2,8 +2,6 @@
 """tallow-host as a person uses it: jobs, options, failures, Ctrl-C."""
 
 import os
-import pty
-import re
 import shutil
 import subprocess
 
@@ -557,26 +555,22 @@ class Explanations(tools_support.ToolTest):
 
 class Terminal(tools_support.ToolTest):
     def test_shows_progress_where_a_terminal_is(self):
-        master, terminal = pty.openpty()
-        self.addCleanup(os.close, master)
         feed = self.slow_feed(data_of(12_500))
-        host = subprocess.Popen(["wine", BIN / "tallow-host.exe", "--pipe", self.pipe, "--out",
-                                 "out", "--init", OPTIONS], cwd=self.folder, stdin=terminal,
-                                stdout=terminal, stderr=terminal)
-        os.close(terminal)
-        seen = b""
-
-        def shows():
-            nonlocal seen
-            seen += os.read(master, 4096)
-            # Wine hides the cursor while it writes, and skips blanks on an empty line.
-            plain = re.sub(rb"\x1b\[\?25[lh]", b"", seen).replace(b"\x1b[K\x1b[1C", b" ")
-            return b"read 12.0 KB, 12 blocks" in plain
-
-        wait_until(shows, "the progress line")
+        host = self.on_terminal("tallow-host", "--pipe", self.pipe, "--out", "out", "--init",
+                                OPTIONS)
+        host.wait_for(b"read 12.0 KB, 12 blocks")
         feed.process.stdin.close()
-        wait_until(lambda: host.poll() is not None, "the end of the job")
-        self.assertEqual(host.returncode, 0)
+        host.wait_for(b"done: 13 blocks")
+
+    def test_stops_at_ctrl_c(self):
+        feed = self.slow_feed(data_of(12_500))
+        host = self.on_terminal("tallow-host", "--pipe", self.pipe, "--out", "out", "--init",
+                                OPTIONS, *STATE)
+        host.wait_for(b"read 12.0 KB, 12 blocks")
+        host.press_ctrl_c()
+        host.wait_for(b"--restart")
+        self.assertEqual(host.process.wait(tools_support.LIMIT), 3)
+        feed.close()
 
 
 if __name__ == "__main__":

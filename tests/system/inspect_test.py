@@ -39,6 +39,10 @@ class Inspect(tools_support.ToolTest):
     def test_takes_a_path_that_begins_with_a_slash(self):
         self.assertEnded(self.inspect(str(self.folder / self.leave_file())), 0)
 
+    def test_paints_the_picture_on_a_terminal(self):
+        program = self.on_terminal("tallow-inspect", self.leave_file())
+        program.wait_for(b"\x1b[32mN\x1b[0m")
+
     def test_marks_proofs(self):
         outcome = self.inspect(self.leave_file(), "--verify", "data")
         self.assertEnded(outcome, 0)

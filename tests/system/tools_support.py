@@ -1,15 +1,20 @@
 """What the tests of the programs share: starting them as a person would, under Wine."""
 
 import contextlib
+import fcntl
 import itertools
 import json
 import os
 import pathlib
+import pty
+import re
+import select
 import shutil
 import signal
 import subprocess
 import sys
 import tempfile
+import termios
 import time
 import unittest
 import xml.etree.ElementTree
@@ -109,6 +114,42 @@ class Program:
         return file.read()
 
 
+class TerminalProgram:
+    """A program of ours on a terminal of its own."""
+
+    def __init__(self, folder, name, arguments):
+        self.master, terminal = pty.openpty()
+        self.seen = b""
+        self.process = subprocess.Popen(
+            ["wine", str(BIN / (name + ".exe")), *map(str, arguments)], cwd=folder, stdin=terminal,
+            stdout=terminal, stderr=terminal, env=_ENVIRONMENT, start_new_session=True,
+            preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0))
+        os.close(terminal)
+
+    def press_ctrl_c(self):
+        os.write(self.master, b"\x03")
+
+    def wait_for(self, words):
+        """Waits until these bytes have been shown."""
+        deadline = time.monotonic() + LIMIT
+        while words not in self.shown():
+            ready, _, _ = select.select([self.master], [], [], deadline - time.monotonic())
+            if not ready:
+                raise AssertionError(f"waited in vain for {words} in {self.shown()[-2000:]}")
+            self.seen += os.read(self.master, 4096)
+
+    def shown(self):
+        # Wine hides the cursor while it writes, and skips blanks on an empty line.
+        plain = re.sub(rb"\x1b\[\?25[lh]", b"", self.seen)
+        return plain.replace(b"\x1b[K\x1b[1C", b" ")
+
+    def close(self):
+        os.close(self.master)
+        if self.process.poll() is None:
+            self.process.kill()
+        self.process.wait(LIMIT)
+
+
 class ToolTest(unittest.TestCase):
     """Each test has a folder of its own, and no program outlives it."""
 
@@ -130,6 +171,11 @@ class ToolTest(unittest.TestCase):
 
     def run_tool(self, name, *arguments, **keywords):
         return self.start(name, *arguments, **keywords).outcome()
+
+    def on_terminal(self, name, *arguments):
+        program = TerminalProgram(self.folder, name, arguments)
+        self.programs.append(program)
+        return program
 
     def host(self, *arguments, init=OPTIONS, output="out", **keywords):
         """Starts a host on this test's pipe."""
