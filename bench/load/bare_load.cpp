@@ -1,6 +1,6 @@
-// bare_load CONNECTION TABLE COLUMNS ROWS FILE: the floor under tallow-load. Parses the file with the
-// same parser and inserts through the same driver in the same batches, and does nothing else: no
-// pipe, no module, no checkpoint, no check of what it reads. Prints rows and seconds.
+// bare_load CONNECTION TABLE COLUMNS ROWS FILE: the floor under tallow-load. Parses the file with
+// the same parser and inserts through the same driver in the same batches, and does nothing else:
+// no pipe, no module, no checkpoint, no check of what it reads. Prints rows and seconds.
 #include <csv.h>
 
 #include <array>
@@ -37,10 +37,9 @@ struct Load {
     for (std::size_t i = 0; i < columns; ++i) names.push_back("c" + std::to_string(i));
     insertion.prepare(tallow::load::insertStatement(table, names, rowCount));
     for (std::size_t i = 0; i < lengths.size(); ++i) {
-      insertion.handle().check(
-          SQLBindParameter(insertion.handle().get(), static_cast<SQLUSMALLINT>(i + 1),
-                           SQL_PARAM_INPUT, SQL_C_CHAR, SQL_VARCHAR, kCell, 0, &cells[i * kCell],
-                           kCell, &lengths[i]));
+      insertion.handle().check(SQLBindParameter(
+          insertion.handle().get(), static_cast<SQLUSMALLINT>(i + 1), SQL_PARAM_INPUT, SQL_C_CHAR,
+          SQL_VARCHAR, kCell, 0, &cells[i * kCell], kCell, &lengths[i]));
     }
   }
 

@@ -5,6 +5,9 @@
 #include <string>
 #include <vector>
 
+#include "load/byte_scan.hpp"
+#include "load/short_copy.hpp"
+
 namespace tallow::load {
 namespace {
 
@@ -45,6 +48,43 @@ TEST(Ascii, IsSevenBits) {
 
 TEST(Utf16, HasEveryCharacter) {
   EXPECT_EQ(wide("a\xC3\xA9\xE6\xBC\xA2\xF0\x9F\x98\x80"), u"a\u00e9\u6f22\U0001F600");
+}
+
+TEST(ShortCopy, CopiesEveryLengthAndNoMore) {
+  const std::string from = "abcdefghijklmnopqrstuvwxyz";
+  for (std::size_t length = 0; length <= from.size(); ++length) {
+    std::string to(from.size(), '.');
+    copyShort(to.data(), from.data(), length);
+    EXPECT_EQ(to, from.substr(0, length) + std::string(from.size() - length, '.'));
+  }
+}
+
+TEST(LineScan, FindsTheBreakAtEveryPlace) {
+  for (std::size_t at = 0; at < 50; ++at) {
+    for (const char lineBreak : {'\n', '\r'}) {
+      std::string text(60, 'x');
+      text[at] = lineBreak;
+      text[at + 1] = '\n';
+      ByteKinds kinds;
+      EXPECT_EQ(scanLine(text, kinds), at);
+      EXPECT_FALSE(kinds.nonAscii || kinds.nul);
+    }
+  }
+}
+
+TEST(LineScan, SeesOnlyWhatComesBeforeTheBreak) {
+  for (std::size_t at = 0; at < 40; ++at) {
+    std::string text(60, 'x');
+    text[20] = '\n';
+    text[at] = at == 20 ? '\n' : '\xFF';
+    ByteKinds kinds;
+    EXPECT_EQ(scanLine(text, kinds), 20U);
+    EXPECT_EQ(kinds.nonAscii, at < 20) << at;
+    text[at] = at == 20 ? '\n' : '\0';
+    kinds = {};
+    scanLine(text, kinds);
+    EXPECT_EQ(kinds.nul, at < 20) << at;
+  }
 }
 
 }  // namespace

@@ -33,11 +33,10 @@ std::string environment(const wchar_t* name) {
 }
 
 std::string defaultFolder() {
-  if (const std::string temp = environment(L"TEMP"); !temp.empty()) return temp;
-  if (const std::string windows = environment(L"WINDIR"); !windows.empty()) {
-    return windows + "\\temp";
-  }
-  return "c:\\";
+  std::string folder = environment(L"TEMP");
+  if (!folder.empty()) return folder;
+  folder = environment(L"WINDIR");
+  return folder.empty() ? "c:\\" : folder + "\\temp";
 }
 
 }  // namespace

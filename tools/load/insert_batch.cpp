@@ -1,8 +1,8 @@
 #include "load/insert_batch.hpp"
 
-#include <cstring>
 #include <utility>
 
+#include "load/short_copy.hpp"
 #include "load/sql_text.hpp"
 #include "load/utf8.hpp"
 
@@ -32,7 +32,10 @@ InsertBatch::InsertBatch(const Connection& connection, std::string table,
 }
 
 void InsertBatch::add(std::uint64_t number, const Row& row) {
-  if (numbers_.empty()) longValues_.clear();
+  if (numbers_.empty() && !longValues_.empty()) {
+    longValues_.clear();
+    ++version_;
+  }
   std::size_t cell = numbers_.size() * columns_.size();
   for (const Field& field : row.fields) {
     if (field.isNull || (nullText_ && field.text == *nullText_)) {
@@ -46,19 +49,23 @@ void InsertBatch::add(std::uint64_t number, const Row& row) {
 }
 
 void InsertBatch::store(std::size_t cell, std::string_view text, bool ascii) {
-  if (!ascii && !wide_[cell] && !isAscii(text)) wide_[cell] = 1;
+  if (!ascii && !wide_[cell] && !isAscii(text)) {
+    wide_[cell] = 1;
+    ++version_;
+  }
   const std::size_t room = wide_[cell] ? text.size() * sizeof(char16_t) : text.size();
   char* target = &cells_[cell * kCell];
   if (room > kCell) {
     std::string& longValue = longValues_[cell];
     longValue.resize(room);
     target = longValue.data();
+    ++version_;
   }
   if (wide_[cell]) {
     const std::size_t units = toUtf16(text, reinterpret_cast<char16_t*>(target));
     lengths_[cell] = static_cast<SQLLEN>(units * sizeof(char16_t));
   } else {
-    std::memcpy(target, text.data(), text.size());
+    copyShort(target, text.data(), text.size());
     lengths_[cell] = static_cast<SQLLEN>(text.size());
   }
 }
@@ -76,8 +83,7 @@ void InsertBatch::insert() {
 
 void InsertBatch::insertPiece(std::size_t first, std::size_t rows) {
   Prepared& insertion = prepared(rows);
-  const std::size_t firstCell = first * columns_.size();
-  for (std::size_t i = 0; i < rows * columns_.size(); ++i) bind(insertion, i, firstCell + i);
+  bindAll(insertion, first * columns_.size());
   try {
     insertion.statement.executePrepared(Step::kInsert);
   } catch (const DatabaseError& error) {
@@ -96,6 +102,13 @@ InsertBatch::Prepared& InsertBatch::prepared(std::size_t rows) {
     insertion = std::move(fresh);
   }
   return *insertion;
+}
+
+void InsertBatch::bindAll(Prepared& insertion, std::size_t firstCell) {
+  if (insertion.version == version_ && insertion.firstCell == firstCell) return;
+  for (std::size_t i = 0; i < insertion.bound.size(); ++i) bind(insertion, i, firstCell + i);
+  insertion.version = version_;
+  insertion.firstCell = firstCell;
 }
 
 /// Lets the parameter point to the cell's value, unless it does already.

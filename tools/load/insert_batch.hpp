@@ -59,11 +59,14 @@ class InsertBatch {
     explicit Prepared(const Connection& connection) : statement(connection) {}
     Statement statement;
     std::vector<Binding> bound;  // by parameter
+    std::uint64_t version = 0;   // of the cells' places, when they were bound
+    std::size_t firstCell = 0;   // that the first parameter points to
   };
 
   void store(std::size_t cell, std::string_view text, bool ascii);
   Prepared& prepared(std::size_t rows);
   void insertPiece(std::size_t first, std::size_t rows);
+  void bindAll(Prepared& insertion, std::size_t firstCell);
   void bind(Prepared& insertion, std::size_t parameter, std::size_t cell);
 
   const Connection& connection_;
@@ -76,6 +79,7 @@ class InsertBatch {
   std::vector<char> wide_;       // by cell: it takes UTF-16
   std::vector<SQLLEN> lengths_;  // by cell: bytes of its value; SQL_NULL_DATA for null
   std::map<std::size_t, std::string> longValues_;  // by cell: bytes of a value that is longer
+  std::uint64_t version_ = 1;                      // grows when a value may lie elsewhere
   std::vector<std::uint64_t> numbers_;             // of the collected rows
   std::map<std::size_t, std::unique_ptr<Prepared>> statements_;  // by rows
 };

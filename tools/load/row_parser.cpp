@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <new>
+#include <utility>
 
+#include "load/short_copy.hpp"
 #include "load/utf8.hpp"
 
 namespace tallow::load {
@@ -46,8 +48,8 @@ void RowParser::reset() {
   resetCsv();
   setInput({});
   carried_.clear();
-  values_.clear();
-  spans_.clear();
+  valuesUsed_ = 0;
+  fields_.clear();
   kinds_ = {};
   begun_ = heldReturn_ = rowEnded_ = malformed_ = emitted_ = false;
   offset_ = lines_ = rowLines_ = 0;
@@ -105,8 +107,8 @@ void RowParser::settleRow() {
   rowLines_ = 0;
   rowStart_ = cursor_;
   carried_.clear();
-  values_.clear();
-  spans_.clear();
+  valuesUsed_ = 0;
+  fields_.clear();
   kinds_ = {};
 }
 
@@ -170,7 +172,7 @@ bool RowParser::endLine(bool blank, Row& row) {
     settleRow();
     return false;
   }
-  if (blank) spans_.push_back({0, 0, true});
+  if (blank) fields_.push_back({{}, true});
   if (!blank && !rowEnded_ && !malformed_) return false;
   emit(row);
   return true;
@@ -187,10 +189,7 @@ void RowParser::emit(Row& row) {
   checkLength(row.raw.size());
   row.defect = defectOf(row.raw);
   row.isAscii = !kinds_.nonAscii;
-  row.fields.clear();
-  for (const Span& span : spans_) {
-    row.fields.push_back({std::string_view(values_).substr(span.begin, span.length), span.isNull});
-  }
+  std::swap(row.fields, fields_);
   if (malformed_) resetCsv();
   emitted_ = true;
 }
@@ -203,8 +202,27 @@ RowDefect RowParser::defectOf(std::string_view raw) const {
 
 void RowParser::onField(void* text, std::size_t length, void* self) {
   auto& parser = *static_cast<RowParser*>(self);
-  parser.spans_.push_back({parser.values_.size(), length, text == nullptr});
-  if (text != nullptr) parser.values_.append(static_cast<const char*>(text), length);
+  if (text == nullptr) {
+    parser.fields_.push_back({{}, true});
+    return;
+  }
+  if (parser.values_.size() - parser.valuesUsed_ < length) parser.makeRoom(length);
+  char* value = parser.values_.data() + parser.valuesUsed_;
+  copyShort(value, static_cast<const char*>(text), length);
+  parser.fields_.push_back({{value, length}, false});
+  parser.valuesUsed_ += length;
+}
+
+/// Lets the values grow, which moves those that the row has already.
+void RowParser::makeRoom(std::size_t length) {
+  const char* before = values_.data();
+  std::vector<char> larger(2 * (valuesUsed_ + length));
+  std::copy_n(before, valuesUsed_, larger.data());
+  for (Field& field : fields_) {
+    if (field.isNull) continue;
+    field.text = {larger.data() + (field.text.data() - before), field.text.size()};
+  }
+  values_ = std::move(larger);
 }
 
 void RowParser::onRow(int /*terminator*/, void* self) {

@@ -74,12 +74,6 @@ class RowParser {
   std::uint64_t bytes() const noexcept { return offset_ + carried_.size(); }
 
  private:
-  struct Span {
-    std::size_t begin = 0;
-    std::size_t length = 0;
-    bool isNull = false;
-  };
-
   static void onField(void* text, std::size_t length, void* self);
   static void onRow(int terminator, void* self);
 
@@ -94,6 +88,7 @@ class RowParser {
   void emit(Row& row);
   RowDefect defectOf(std::string_view raw) const;
   void feed(std::string_view text);
+  void makeRoom(std::size_t length);
   void keepRest();
   void checkLength(std::size_t length) const;
 
@@ -115,8 +110,9 @@ class RowParser {
   std::uint64_t offset_ = 0;    // of the row at hand
   std::uint64_t lines_ = 0;     // before the row at hand
   std::uint64_t rowLines_ = 0;  // inside the row at hand
-  std::string values_;          // the texts of the row's fields, one behind the other
-  std::vector<Span> spans_;
+  std::vector<char> values_;    // the texts of the row's fields, one behind the other
+  std::size_t valuesUsed_ = 0;  // of these bytes
+  std::vector<Field> fields_;
 };
 
 /// How many line breaks lie before the quote that `row` opens and does not close.

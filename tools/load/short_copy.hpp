@@ -1,0 +1,32 @@
+// A copy that is quick for the few bytes that most values have.
+#pragma once
+
+#include <cstddef>
+#include <cstring>
+
+namespace tallow::load {
+
+/// memcpy without the call for up to 16 bytes: two pieces that overlap in the middle.
+inline void copyShort(char* to, const char* from, std::size_t length) noexcept {
+  const auto twoPieces = [&](auto piece) {
+    constexpr std::size_t kSize = sizeof piece;
+    auto last = piece;
+    std::memcpy(&piece, from, kSize);
+    std::memcpy(&last, from + length - kSize, kSize);
+    std::memcpy(to, &piece, kSize);
+    std::memcpy(to + length - kSize, &last, kSize);
+  };
+  if (length > 16) {
+    std::memcpy(to, from, length);
+  } else if (length >= 8) {
+    twoPieces(0ULL);
+  } else if (length >= 4) {
+    twoPieces(0U);
+  } else if (length > 0) {
+    to[0] = from[0];
+    to[length / 2] = from[length / 2];
+    to[length - 1] = from[length - 1];
+  }
+}
+
+}  // namespace tallow::load
