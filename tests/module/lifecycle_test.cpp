@@ -67,6 +67,31 @@ TEST_F(Init, TakesTheLongestModuleName) {
   EXPECT_EQ(host.init(logOptions(), input).code, pmrcSuccess);
 }
 
+// The room for the name ends where the next field begins, whatever its length says.
+class TooLongName : public JobTest, public testing::WithParamInterface<std::uint32_t> {};
+
+TEST_P(TooLongName, EndsWithItsField) {
+  initialise();
+  std::string options = "Block_size=77";
+  GuardedMemory block(sizeof(TallowInitBlock));
+  block.put(42, std::uint16_t{TALLOW_INTERFACE_LEVEL_1});
+  block.put(44, std::uint16_t{TALLOW_INTERFACE_LEVEL_2});
+  block.put(46, GetParam());
+  block.put(823, static_cast<std::uint32_t>(options.size()));
+  block.put(827, options.data());
+  block.remember();
+  TallowRequestBlock request{};
+  request.requestCode = pmiPIDMOptInit;
+  loaded->entry()(&request, block.data());
+  EXPECT_EQ(request.returnCode + 0, pmrcSuccess);
+  constexpr std::array kWritable{ByteRange{34, 8}, ByteRange{822, 1}};
+  EXPECT_EQ(block.changesOutside(kWritable), "");
+  EXPECT_EQ(block.get<char>(822), '\0');
+}
+
+INSTANTIATE_TEST_SUITE_P(Init, TooLongName,
+                         testing::Values(769u, 770u, 5000u, 0x80000000u, 0xffffffffu));
+
 TEST_F(Init, TwoOfThemAreIndependent) {
   initialise("Block_size=100");
   void* first = host.moduleHandle;

@@ -1,4 +1,5 @@
 // The log file: where it stands, what gets in, and what is summed up.
+#include <algorithm>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
@@ -231,6 +232,16 @@ TEST_F(Log, NeverFailsARequest) {
   EXPECT_EQ(host.request(pmiPIDMOptWrite, nullptr).code, pmrcNotSupported);
   EXPECT_EQ(host.request(pmiPIDMOptShut, nullptr).code, pmrcSuccess);
   EXPECT_FALSE(hasLog(inner));
+}
+
+TEST_F(Log, IsGivenUpWhereItsPathWouldBeTooLong) {
+  std::string directory = scratch.path();
+  while (directory.size() < 246) {
+    directory += '\\' + std::string(std::min<std::size_t>(50, 246 - directory.size()), 'd');
+    ASSERT_TRUE(CreateDirectoryA(directory.c_str(), nullptr)) << directory;
+  }
+  ASSERT_EQ(host.init("Log_directory='" + directory + "'").code, pmrcSuccess);
+  EXPECT_EQ(host.request(pmiPIDMOptWrite, nullptr).code, pmrcNotSupported);
 }
 
 TEST_F(Log, MayBeReadWhileALineIsWritten) {
