@@ -57,6 +57,7 @@ struct Stream {
   std::uint32_t blockSize = 0;
   std::string pipe;
   std::optional<PipeEnd> writer;
+  bool served = false;  // the writer has the server's end
   std::vector<std::uint64_t> positions;  // that GetPos answered
 };
 
@@ -144,13 +145,14 @@ class Chaos {
   void write(HANDLE pipe) {
     if (reading_ == nullptr) return;
     std::optional<PipeEnd>& writer = reading_->writer;
-    if (!writer) {
+    if (!writer && !reading_->served) {
       try {
         writer.emplace(PipeEnd::connect(reading_->pipe));
       } catch (const std::runtime_error&) {
         return;  // not the server's end, or nobody's
       }
     }
+    if (!writer) return;
     DWORD waiting = 0;
     PeekNamedPipe(pipe, nullptr, 0, nullptr, &waiting, nullptr);
     const DWORD room = 2 * std::min<DWORD>(reading_->blockSize, 30'000);
@@ -267,6 +269,7 @@ class Chaos {
     if (stream.pipe.starts_with(R"(\\.\pipe\tallow)") && dice_.oneIn(2)) {
       try {
         stream.writer.emplace(PipeEnd::serve(stream.pipe));
+        stream.served = true;
       } catch (const std::runtime_error&) {
         // The name is in use.
       }
