@@ -1,0 +1,69 @@
+#!/usr/bin/env python3
+"""A job whose fallback file fills a disk of its own: a memory disk of half a megabyte."""
+
+import contextlib
+import os
+import pathlib
+import shutil
+import subprocess
+import sys
+
+sys.path.append(str(pathlib.Path(__file__).resolve().parent.parent / "system"))
+
+import tools_support  # noqa: E402
+from tools_support import data_of  # noqa: E402
+
+DISK = "size=512k"
+
+
+def mounted(folder):
+    """Whether this machine lets us mount a disk there."""
+    command = ["mount", "-t", "tmpfs", "-o", DISK, "tallow-test", str(folder)]
+    return shutil.which("mount") is not None and subprocess.run(
+        command, stderr=subprocess.DEVNULL, check=False).returncode == 0
+
+
+class FullDisk(tools_support.ToolTest):
+    def setUp(self):
+        super().setUp()
+        self.disk = self.folder / "disk"
+        self.disk.mkdir()
+        if not mounted(self.disk):
+            self.skipTest("mounting a disk needs rights that this user does not have; short "
+                          "writes are injected by fault_sweep")
+        self.addCleanup(subprocess.run, ["umount", "-l", str(self.disk)], check=False)
+
+    def run_job(self, data, checkpoint_every):
+        options = ("Block_size=8000 Log_level=4 Log_directory=. Fallback_Directory=disk "
+                   "Fallback_file=job.fbf")
+        self.feed(data)
+        outcome = self.host("--state", "job.json", "--checkpoint-every", checkpoint_every,
+                            init=options).outcome()
+        self.assertEnded(outcome, 0)
+        self.assertEqual(self.read("out"), data)
+
+    def logged(self, message):
+        return sum(f" {message} " in line for line in self.log().splitlines())
+
+    def left(self):
+        return [path.name for path in self.disk.iterdir()]
+
+    def test_costs_the_restart_and_not_the_data(self):
+        # The file begins at the checkpoint of block 80 and the disk is full before the next one.
+        self.run_job(data_of(1_400_000), 80)
+        self.assertEqual(self.logged(51), 1)
+        self.assertEqual(self.left(), [])
+
+    def test_full_from_the_start_costs_no_data(self):
+        stuffing = os.open(self.disk / "stuffing", os.O_CREAT | os.O_WRONLY)
+        with contextlib.suppress(OSError):
+            while True:
+                os.write(stuffing, bytes(4096))
+        os.close(stuffing)
+        self.run_job(data_of(200_000), 10)
+        self.assertGreater(self.logged(51) + self.logged(79), 0)
+        self.assertEqual(self.left(), ["stuffing"])
+
+
+if __name__ == "__main__":
+    tools_support.main()
