@@ -57,7 +57,7 @@ struct Stream {
   std::uint32_t blockSize = 0;
   std::string pipe;
   std::optional<PipeEnd> writer;
-  bool served = false;  // the writer has the server's end
+  bool served = false;                   // the writer has the server's end
   std::vector<std::uint64_t> positions;  // that GetPos answered
 };
 
