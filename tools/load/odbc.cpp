@@ -104,6 +104,8 @@ Connection::~Connection() {
 
 void Connection::commit() {
   connection_.check(SQLEndTran(SQL_HANDLE_DBC, connection_.get(), SQL_COMMIT));
+  // A driver that has noticed the break before sees no transaction to commit, and answers success.
+  if (isDead()) throw DatabaseError({"08S01", 0, "the connection broke before the commit"});
 }
 
 void Connection::rollback() {
