@@ -22,3 +22,13 @@ endfunction()
 
 tallow_add_fallback_tests(fallback_file_test)
 tallow_add_fallback_tests(restart_safety_test)
+tallow_add_fallback_tests(golden_file_test)
+foreach(golden full_blocks sized_blocks)
+  configure_file(golden/${golden}.fbf ${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/golden/${golden}.fbf
+                 COPYONLY)
+endforeach()
+tallow_add_script_test(golden/golden_files_test.py)
+
+tallow_add_tests(large_file_test SOURCES large_file_test.cpp
+                 LIBRARIES tallow_test_support tallow_job_model DEPENDS tallowin tallowinenu
+                 LABELS full TIMEOUT 900 OWN_MAIN)

@@ -1,0 +1,169 @@
+// The reference host is ended at a random moment and restarted, again and again, until its job is
+// done. A failure names the seed of its job; TALLOW_SEED runs that one again, TALLOW_JOBS says how
+// many.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <optional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "module/model/digest_oracle.hpp"
+#include "module/model/file_model.hpp"
+#include "support/pipe_ends.hpp"
+#include "support/surroundings.hpp"
+#include "system/feeding_pipe.hpp"
+
+namespace tallow::test {
+namespace {
+
+constexpr std::uint64_t kQuickJobs = 50;
+constexpr int kMostDeaths = 8;
+constexpr std::uint64_t kNoBlock = ~std::uint64_t{0};
+
+struct Totals {
+  int jobs = 0;
+  int deaths = 0;
+  int restarts = 0;
+  int filesChecked = 0;
+  int signaturesChecked = 0;
+};
+
+std::string contentOf(const std::string& name) {
+  std::ifstream file(name, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+bool exists(const std::string& name) {
+  return GetFileAttributesA(name.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+class CrashingJob {
+ public:
+  CrashingJob(std::uint64_t seed, Totals& totals) : random_(seed), totals_(totals) {
+    blockSize_ = between(200, 4096);
+    data_ = sampleData(between(0, blockSize_ * 40), seed);
+    checkpointEvery_ = between(1, 6);
+    signatureCheck_ = between(0, 2);
+  }
+
+  void run() {
+    for (int deaths = 0; !testing::Test::HasFailure(); ++deaths) {
+      if (attempt(deaths < kMostDeaths && between(1, 100) <= 90)) break;
+      checkFile();
+      ++totals_.deaths;
+    }
+    EXPECT_EQ(contentOf(output()), data_);
+    EXPECT_FALSE(exists(file())) << "the fallback file of a finished job";
+    ++totals_.jobs;
+  }
+
+ private:
+  std::size_t between(std::size_t low, std::size_t high) {
+    return low + static_cast<std::size_t>(random_() % (high - low + 1));
+  }
+  std::string output() const { return folder_.file("out.bin"); }
+  std::string state() const { return folder_.file("job.json"); }
+  std::string file() const { return state() + ".fbf"; }
+
+  std::vector<std::string> commandLine() {
+    std::vector<std::string> words{programDirectory() + "\\tallow-host.exe", "--state", state()};
+    if (exists(state())) {
+      words.emplace_back("--restart");
+      ++totals_.restarts;
+    } else {
+      words.insert(words.end(), {"--pipe", pipeName_, "--out", output(), "--checkpoint-every",
+                                 std::to_string(checkpointEvery_), "--init",
+                                 "Block_size=" + std::to_string(blockSize_) +
+                                     " Signature_check=" + std::to_string(signatureCheck_)});
+    }
+    if (between(1, 3) == 1) words.insert(words.end(), {"--rewind", "2"});
+    return words;
+  }
+
+  // True when the job was done, false when the host was ended.
+  bool attempt(bool kill) {
+    FeedingPipe pipe(pipeName_, static_cast<std::uint32_t>(blockSize_));
+    const std::string said = folder_.file("said.txt");
+    const std::vector<std::string> words = commandLine();
+    std::string line;
+    for (const std::string& word : words) line += word + ' ';
+    SCOPED_TRACE(line + "for " + std::to_string(data_.size()) + " bytes");
+    Process host(words, said);
+    const std::size_t at = between(0, data_.size() + data_.size() / 5);
+    const bool onTheWay = kill && at <= data_.size();
+    const auto pause = static_cast<DWORD>(between(0, 3));
+    pipe.feed(data_, between(1, blockSize_ * 3), onTheWay ? std::optional(at) : std::nullopt,
+              [&host, pause] {
+                if (pause != 0) Sleep(pause);
+                host.end();
+              });
+    if (kill && !onTheWay) {
+      pipe.join();
+      if (!host.waitFor(static_cast<DWORD>(between(0, 15)))) host.end();
+    }
+    const unsigned code = host.exitCode();
+    EXPECT_TRUE(code == 0 || host.wasEnded()) << code << ": " << contentOf(said);
+    return code == 0;
+  }
+
+  // Every signature in the file must be that of the data up to its block.
+  void checkFile() {
+    const std::string bytes = contentOf(file());
+    if (bytes.size() < 346) return;
+    ++totals_.filesChecked;
+    const bool hasSignatures = bytes[37] != '\0';
+    EXPECT_EQ(hasSignatures, signatureCheck_ != 0);
+    for (const std::size_t at : {std::size_t{298}, std::size_t{322}}) {
+      const std::uint64_t block = numberOf64(std::string_view(bytes).substr(at));
+      const std::string signature = bytes.substr(at + 8, 16);
+      const std::string expected =
+          hasSignatures && block != kNoBlock ? systemMd5(hashedUpTo(block)) : std::string(16, '\0');
+      EXPECT_EQ(signature, expected) << "sync point of block " << block;
+      if (hasSignatures && block != kNoBlock) ++totals_.signaturesChecked;
+    }
+  }
+  // A last block that the end of the pipe has cut short is not hashed.
+  std::string_view hashedUpTo(std::uint64_t block) const {
+    const std::size_t end = static_cast<std::size_t>(block) * blockSize_;
+    const std::size_t whole = data_.size() / blockSize_ * blockSize_;
+    return std::string_view(data_).substr(0, std::min(end, whole));
+  }
+
+  std::mt19937_64 random_;
+  Totals& totals_;
+  ScratchDirectory folder_;
+  std::string pipeName_ = uniquePipeName();
+  std::size_t blockSize_;
+  std::size_t checkpointEvery_;
+  std::size_t signatureCheck_;
+  std::string data_;
+};
+
+std::optional<std::uint64_t> numberFromEnvironment(const char* name) {
+  const char* value = std::getenv(name);
+  if (value == nullptr) return std::nullopt;
+  return std::strtoull(value, nullptr, 10);
+}
+
+TEST(CrashingHost, EndsWithEveryByteInItsPlace) {
+  const auto given = numberFromEnvironment("TALLOW_SEED");
+  const std::uint64_t first = given ? *given : std::random_device()() * std::uint64_t{1000000};
+  const std::uint64_t count = numberFromEnvironment("TALLOW_JOBS").value_or(given ? 1 : kQuickJobs);
+  std::cout << count << " jobs from TALLOW_SEED=" << first << '\n';
+  Totals totals;
+  for (std::uint64_t seed = first; seed < first + count && !HasFailure(); ++seed) {
+    SCOPED_TRACE("TALLOW_SEED=" + std::to_string(seed));
+    CrashingJob(seed, totals).run();
+  }
+  std::cout << totals.jobs << " jobs, " << totals.deaths << " deaths, " << totals.restarts
+            << " restarts; " << totals.signaturesChecked << " signatures right in "
+            << totals.filesChecked << " files left behind\n";
+}
+
+}  // namespace
+}  // namespace tallow::test

@@ -1,0 +1,233 @@
+// The process dies inside each call in turn that changes the fallback file: before it, behind it,
+// and, where bytes are written, with half of them written. What comes after is a restart that goes
+// on rightly or is refused.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "module/model/pipe_script.hpp"
+#include "support/child_process.hpp"
+#include "support/host.hpp"
+#include "support/import_hook.hpp"
+#include "support/pipe_ends.hpp"
+#include "support/surroundings.hpp"
+
+namespace tallow::test {
+namespace {
+
+constexpr unsigned kDied = 0x51;
+constexpr int kRefused = 20;
+constexpr int kFailed = 21;
+constexpr std::size_t kBlockSize = 64;
+
+std::string jobData() {
+  return sampleData(kBlockSize * 10 + 11);
+}
+
+enum class Moment { kBefore, kHalf, kBehind };
+
+// Ends the process in the N-th call that changes a file of the module.
+class Death {
+  template <typename Call>
+  auto around(Call call) {
+    const bool isLast = left_ > 0 && --left_ == 0;
+    if (isLast && moment_ == Moment::kBefore) die();
+    const auto result = call();
+    if (isLast) die();
+    return result;
+  }
+  [[noreturn]] static void die() {
+    TerminateProcess(GetCurrentProcess(), kDied);
+    std::abort();
+  }
+
+ public:
+  Death(HMODULE module, int call, Moment moment)
+      : left_(call),
+        moment_(moment),
+        open_(module, "_fsopen",
+              [this](const char* name, const char* mode, int share) {
+                return around([&] { return open_.original(name, mode, share); });
+              }),
+        write_(module, "fwrite",
+               [this](const void* data, std::size_t size, std::size_t items, std::FILE* stream) {
+                 const bool isHalf = moment_ == Moment::kHalf && left_ == 1;
+                 return around([&] {
+                   return write_.original(data, size, isHalf ? items / 2 : items, stream);
+                 });
+               }),
+        flush_(
+            module, "fflush",
+            [this](std::FILE* stream) { return around([&] { return flush_.original(stream); }); }),
+        close_(
+            module, "fclose",
+            [this](std::FILE* stream) { return around([&] { return close_.original(stream); }); }),
+        remove_(module, "remove", [this](const char* name) {
+          return around([&] { return remove_.original(name); });
+        }) {}
+
+ private:
+  int left_;
+  Moment moment_;
+  Hook<struct OpenTag, std::FILE*(const char*, const char*, int)> open_;
+  Hook<struct WriteTag, std::size_t(const void*, std::size_t, std::size_t, std::FILE*)> write_;
+  Hook<struct FlushTag, int(std::FILE*)> flush_;
+  Hook<struct CloseTag, int(std::FILE*)> close_;
+  Hook<struct RemoveTag, int(const char*)> remove_;
+};
+
+std::string contentOf(const std::string& name) {
+  std::ifstream file(name, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void replaceContent(const std::string& name, const std::string& content) {
+  {
+    std::ofstream file(name + ".new", std::ios::binary);
+    file << content;
+  }
+  MoveFileExA((name + ".new").c_str(), name.c_str(), MOVEFILE_REPLACE_EXISTING);
+}
+
+// A host that keeps its position and the length of its output in a file, as a host should.
+class SmallHost {
+ public:
+  explicit SmallHost(const std::vector<std::string>& arguments)
+      : folder_(arguments[0]),
+        options_(arguments[1]),
+        read_(module_.handle(), "ReadFile",
+              [this](HANDLE, void* buffer, DWORD size, DWORD* count, OVERLAPPED*) {
+                const PipeScript::Outcome got = pipe_.read(size);
+                *count = static_cast<DWORD>(got.data.copy(static_cast<char*>(buffer), size));
+                SetLastError(got.error);
+                return got.error == 0 ? TRUE : FALSE;
+              }),
+        death_(module_.handle(), std::stoi(arguments[2]),
+               static_cast<Moment>(std::stoi(arguments[3]))) {}
+
+  int run() {
+    pipe_.data(jobData());
+    if (host_
+            .init("Block_size=64 Fallback_Directory='" + folder_ + "' Fallback_file=job.fbf " +
+                  options_)
+            .code != 0) {
+      return kFailed;
+    }
+    if (host_.open(R"(\\.\pipe\)" + folder_.substr(folder_.rfind('\\') + 1)).code != 0)
+      return kFailed;
+    const std::string state = contentOf(folder_ + "\\state");
+    if (!state.empty()) {
+      const std::size_t blank = state.find(' ');
+      saved_ = std::stoull(state);
+      savedLength_ = std::stoull(state.substr(blank));
+      if (host_.setPos(saved_).code != 0) return kRefused;
+      cutBack();
+      confirm_ = saved_ != 0;
+    }
+    return deliver();
+  }
+
+ private:
+  int deliver() {
+    for (;;) {
+      const ReadAnswer answer = host_.read();
+      if (answer.code == pmrcEOF) break;
+      if (answer.code != 0) return kFailed;
+      output_ += answer.data;
+      replaceContent(folder_ + "\\out", output_);
+      if (confirm_) {
+        confirm_ = false;
+        host_.getPos();
+      } else if (++blocks_ % 3 == 0) {
+        checkpoint(answer.data.size());
+      } else if (blocks_ == 8) {
+        if (host_.setPos(saved_).code != 0) return kFailed;
+        cutBack();
+      }
+    }
+    DeleteFileA((folder_ + "\\state").c_str());
+    return host_.close().code == 0 ? 0 : kFailed;
+  }
+  void checkpoint(std::size_t blockLength) {
+    saved_ = host_.getPos().position;
+    savedLength_ = output_.size() - blockLength;
+    replaceContent(folder_ + "\\state",
+                   std::to_string(saved_) + ' ' + std::to_string(savedLength_));
+  }
+  void cutBack() { output_ = contentOf(folder_ + "\\out").substr(0, savedLength_); }
+
+  std::string folder_;
+  std::string options_;
+  Module module_;
+  Host host_{module_};
+  PipeScript pipe_;
+  Hook<struct ReadFileTag, BOOL(HANDLE, void*, DWORD, DWORD*, OVERLAPPED*)> read_;
+  Death death_;
+  std::string output_;
+  std::uint64_t saved_ = 0;
+  std::size_t savedLength_ = 0;
+  bool confirm_ = false;
+  int blocks_ = 0;
+};
+
+const ChildWork kSmallHost("small host", [](const std::vector<std::string>& arguments) {
+  return SmallHost(arguments).run();
+});
+
+class TornCall : public testing::TestWithParam<const char*> {
+ protected:
+  unsigned runHost(const ScratchDirectory& folder, int call, Moment moment) {
+    return runChild("small host", {folder.path(), GetParam(), std::to_string(call),
+                                   std::to_string(static_cast<int>(moment))});
+  }
+
+  // A restart, and a new start when it is refused, that must come to the end.
+  void finish(const ScratchDirectory& folder) {
+    unsigned code = runHost(folder, 0, Moment::kBefore);
+    if (code == kRefused) {
+      ++refused_;
+      DeleteFileA(folder.file("state").c_str());
+      code = runHost(folder, 0, Moment::kBefore);
+    }
+    ASSERT_EQ(code, 0u);
+    ASSERT_EQ(contentOf(folder.file("out")), jobData());
+    EXPECT_EQ(GetFileAttributesA(folder.file("job.fbf").c_str()), INVALID_FILE_ATTRIBUTES);
+  }
+
+  int refused_ = 0;
+};
+
+TEST_P(TornCall, NeverBringsWrongData) {
+  int deaths = 0;
+  for (const Moment moment : {Moment::kBefore, Moment::kHalf, Moment::kBehind}) {
+    for (int call = 1;; ++call) {
+      SCOPED_TRACE("death in call " + std::to_string(call) + ", moment " +
+                   std::to_string(static_cast<int>(moment)));
+      const ScratchDirectory folder;
+      const unsigned code = runHost(folder, call, moment);
+      if (code == 0) break;  // the job has fewer calls
+      ASSERT_EQ(code, kDied);
+      ++deaths;
+      ASSERT_NO_FATAL_FAILURE(finish(folder));
+    }
+  }
+  std::cout << deaths << " deaths, " << refused_ << " restarts refused\n";
+  EXPECT_GT(deaths, 30);
+  // Full blocks can be counted again, so their job need not start over.
+  if (std::string_view(GetParam()).find("Need_Full_Block=no") == std::string_view::npos) {
+    EXPECT_EQ(refused_, 0);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(All, TornCall,
+                         testing::Values("", "Signature_check=0",
+                                         "Need_Full_Block=no Signature_check=2"));
+
+}  // namespace
+}  // namespace tallow::test
