@@ -2,6 +2,7 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdint>
 #include <ctime>
 #include <iterator>
@@ -33,9 +34,17 @@ Md5Digest hashOurs(const std::vector<std::uint8_t>& data) {
   return tallow::fallback::md5Final(context);
 }
 
+// The counter `fastest` is the time of the quickest run, which nothing else slowed down.
 void ours(benchmark::State& state) {
+  using Clock = std::chrono::steady_clock;
   const std::vector<std::uint8_t> data = sampleData(static_cast<std::size_t>(state.range(0)));
-  while (state.KeepRunning()) benchmark::DoNotOptimize(hashOurs(data));
+  auto fastest = Clock::duration::max();
+  while (state.KeepRunning()) {
+    const Clock::time_point start = Clock::now();
+    benchmark::DoNotOptimize(hashOurs(data));
+    fastest = std::min(fastest, Clock::now() - start);
+  }
+  state.counters["fastest"] = std::chrono::duration<double>(fastest).count();
   state.SetBytesProcessed(state.iterations() * state.range(0));
 }
 BENCHMARK(ours)->Arg(1 << 20);

@@ -31,12 +31,23 @@ class Bench:
         self.processors = sorted(os.sched_getaffinity(0))
         self.folder = tempfile.mkdtemp(prefix="tallow-bench.", dir="/dev/shm")
         self.samples = {}
+        self.real_time = True
 
-    def pin(self, processors):
-        """Pins this process, what it starts, and the Wine server, which moves a pipe's bytes."""
-        os.sched_setaffinity(0, processors)
-        for process in wine_servers():
+    def settle(self, processors, policy):
+        """Pins this process, what it starts, and the Wine server, which moves a pipe's bytes. With
+        real-time priority, which needs root, other programs don't take turns with them."""
+        for process in (0, *wine_servers()):
             os.sched_setaffinity(process, processors)
+            try:
+                os.sched_setscheduler(process, policy, os.sched_param(policy != os.SCHED_OTHER))
+            except PermissionError:
+                self.real_time = False
+
+    def pin(self):
+        self.settle({self.processors[-1]}, os.SCHED_FIFO)
+
+    def release(self):
+        self.settle(self.processors, os.SCHED_OTHER)
 
     def scratch(self, name=""):
         """A new folder in the scratch folder, as Wine's programs name it."""
@@ -130,10 +141,10 @@ def measure_md5(bench, table):
     for _ in range(5):
         runs = bench.micro(native, *arguments)
         ratios += [run["ratio"] for run in runs["oursAgainstOpenSsl"]]
-        fastest["native"] += [run["real_time"] for run in runs["ours"]]
+        fastest["native"] += [run["fastest"] for run in runs["ours"]]
         runs = bench.micro(bench.command("md5_bench"), *arguments)
-        fastest["module"] += [run["real_time"] for run in runs["ours"]]
-    bench.samples["md5"] = {"ratios": ratios, "nanoseconds": fastest}
+        fastest["module"] += [run["fastest"] for run in runs["ours"]]
+    bench.samples["md5"] = {"ratios": ratios, "fastest": fastest}
     table.add("MD5: speed against OpenSSL", statistics.median(ratios), ">=", 1.05)
     # The same code in two processes: the fastest runs, which nothing else slowed down.
     table.add("MD5: speed in the module against native",
@@ -153,7 +164,7 @@ def measure_log(bench, table):
     table.add("filtered message", middle["filteredMessage"], "<", 20, "ns")
     # Below its target, a line does something again that could be prepared once.
     table.add("written log line: speed against open, write, close",
-              middle["openWriteClose"] / middle["writtenLine"], ">=", 0.80)
+              min(times["openWriteClose"]) / min(times["writtenLine"]), ">=", 0.80)
 
 
 def measure_whole_jobs(bench, table):
@@ -248,7 +259,7 @@ def grow(bench):
     for exponent in range(26, 34):  # 64 MiB to 8 GiB
         grown(bench, f"job of {(1 << exponent) // MIB} MiB", {"total": 1 << exponent})
     commit(bench)
-    bench.pin(bench.processors)
+    bench.release()
     for count in range(1, 9):
         side_by_side(bench, count)
 
@@ -315,12 +326,13 @@ def main():
     bench = Bench(build, native_build)
     report = {"machine": machine()}
     try:
-        bench.pin({bench.processors[-1]})
+        bench.pin()
         report["figures"] = grow(bench) if growing else measure(bench)
     finally:
-        bench.pin(bench.processors)
+        bench.release()
         shutil.rmtree(bench.folder)
     report["samples"] = bench.samples
+    report["machine"]["realTime"] = bench.real_time
     report["machine"]["loadAtEnd"] = os.getloadavg()[0]
     with open(results, "w", encoding="utf-8") as file:
         json.dump(report, file, indent=1)

@@ -49,10 +49,12 @@ def main():
     bench = run.Bench(build, "")
     report = {"machine": run.machine()}
     try:
+        bench.pin()
         # Stops at the first block that differs.
         answer = bench.jobs("soak", scenario="watch", timeout=24 * 3600,
                             shape={"total": total}, sampleEvery=total // 160)
     finally:
+        bench.release()
         shutil.rmtree(bench.folder)
     report["machine"]["loadAtEnd"] = os.getloadavg()[0]
     report.update(answer)
