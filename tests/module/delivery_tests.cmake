@@ -8,7 +8,7 @@ target_include_directories(tallow_job_model PUBLIC ${PROJECT_SOURCE_DIR}/tests)
 target_link_libraries(tallow_job_model PUBLIC tallow_build)
 
 tallow_add_tests(model_test SOURCES model_test.cpp LIBRARIES tallow_test_support tallow_job_model
-                 DEPENDS tallowin tallowinenu OWN_MAIN)
+                 DEPENDS tallowin tallowinenu TIMEOUT 900 OWN_MAIN)
 # The same with another 50,000 sequences.
 add_test(NAME model_test_full COMMAND model_test --gtest_brief=1
          WORKING_DIRECTORY ${TALLOW_TEST_WORK}/model_test)

@@ -1,7 +1,7 @@
 # Jobs whose host is ended without warning.
 tallow_add_tests(crash_test SOURCES crash_test.cpp feeding_pipe.cpp
                  LIBRARIES tallow_test_support tallow_job_model
-                 DEPENDS tallowin tallowinenu tallow-host OWN_MAIN)
+                 DEPENDS tallowin tallowinenu tallow-host TIMEOUT 900 OWN_MAIN)
 tallow_add_tests(torn_call_test SOURCES torn_call_test.cpp
                  LIBRARIES tallow_test_support tallow_job_model DEPENDS tallowin tallowinenu
                  ARGUMENTS --gtest_filter=*/0 TIMEOUT 900 OWN_MAIN)
