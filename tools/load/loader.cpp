@@ -67,7 +67,10 @@ void Loader::run() {
     if (error.status() != ExitStatus::kFailed) throw;
     fail(error.what());
   } catch (const DatabaseError& error) {
-    const std::string text = std::string("the database says: ") + error.what();
+    const std::string text =
+        session_ ? std::string("the database says: ") + error.what()
+                 : std::string("cannot use the database: ") + error.what() +
+                       "; check --to, and that its user may make the table tallow_checkpoint";
     const bool untold = options_.mode == RunMode::kRestart || taking_;
     if (!taken_ && untold && isLost(error)) throw ToolError(text, ExitStatus::kRestartable);
     fail(text);
@@ -128,7 +131,7 @@ Beginning Loader::look() {
   const bool counts = options_.mode == RunMode::kStartOver && recorded && table_;
   const std::uint64_t tableRows = counts ? countRows(session_->connection(), *table_) : 0;
   session_->rollback();
-  const Beginning beginning =
+  Beginning beginning =
       decideBeginning(options_.mode, options_.job, recorded, options_.settings, tableRows);
   if (beginning.kind == Beginning::Kind::kAlreadyDone) session_->adopt(*recorded);
   return beginning;
@@ -365,6 +368,7 @@ void Loader::useColumns(const std::vector<std::string>& columns) {
   parser_.setSingleColumn(columns.size() == 1);
   Connection& connection = session_->connection();
   std::vector<std::string> quoted;
+  quoted.reserve(columns.size());
   for (const std::string& column : columns) {
     quoted.push_back(quoteName(column, connection.quote()));
   }
@@ -432,16 +436,22 @@ AfterReconnection Loader::reconnectInTime(const DatabaseError& first) {
   while (const std::optional<milliseconds> pause = budget_.nextPause()) {
     std::this_thread::sleep_for(*pause);
     const steady_clock::time_point start = steady_clock::now();
-    try {
-      return session_->reconnect();
-    } catch (const DatabaseError& error) {
-      if (!isLost(error)) throw;
-      reason = error.what();
-    }
+    if (const auto outcome = tryToReconnect(reason)) return *outcome;
     budget_.spend(std::chrono::duration_cast<milliseconds>(steady_clock::now() - start));
   }
   throw ToolError("the database has been out of reach for " +
                   std::to_string(options_.retrySeconds) + " seconds: " + reason);
+}
+
+/// Nothing, and the reason, when it is worth another attempt.
+std::optional<AfterReconnection> Loader::tryToReconnect(std::string& reason) {
+  try {
+    return session_->reconnect();
+  } catch (const DatabaseError& error) {
+    if (!isLost(error)) throw;
+    reason = error.what();
+    return std::nullopt;
+  }
 }
 
 /// All that is in memory and in the rejects files becomes what the database says.

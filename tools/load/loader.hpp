@@ -77,6 +77,7 @@ class Loader {
   void goBack();
   void reconnect(const DatabaseError& error);
   AfterReconnection reconnectInTime(const DatabaseError& first);
+  std::optional<AfterReconnection> tryToReconnect(std::string& reason);
   void restoreCommitted();
   void sendBack();
 
