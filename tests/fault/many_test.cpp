@@ -155,6 +155,7 @@ TEST_F(Many, ProcessesShareAFallbackDirectory) {
   std::vector<unsigned> results(kProcesses, 77);
   {
     std::vector<std::unique_ptr<WriterThread>> parents;
+    parents.reserve(kProcesses);
     for (int i = 0; i < kProcesses; ++i) {
       parents.push_back(std::make_unique<WriterThread>([&results, i, this] {
         results[static_cast<std::size_t>(i)] =

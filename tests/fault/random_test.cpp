@@ -57,13 +57,13 @@ struct Stream {
   std::uint32_t blockSize = 0;
   std::string pipe;
   std::optional<PipeEnd> writer;
-  bool served = false;                   // the writer has the server's end
+  bool mayConnect = true;                // the writer may connect to the module's end
   std::vector<std::uint64_t> positions;  // that GetPos answered
 };
 
 class Chaos {
  public:
-  explicit Chaos(std::uint64_t seed) : dice_(seed), folder_(), current_(folder_.path()) {
+  explicit Chaos(std::uint64_t seed) : dice_(seed), current_(folder_.path()) {
     for (int i = 0; i < 5; ++i) names_.push_back(uniquePipeName());
     names_.push_back(uniquePipeName() + "\xc3\xa4\xe2\x82\xac");
   }
@@ -145,7 +145,7 @@ class Chaos {
   void write(HANDLE pipe) {
     if (reading_ == nullptr) return;
     std::optional<PipeEnd>& writer = reading_->writer;
-    if (!writer && !reading_->served) {
+    if (!writer && reading_->mayConnect) {
       try {
         writer.emplace(PipeEnd::connect(reading_->pipe));
       } catch (const std::runtime_error&) {
@@ -269,7 +269,7 @@ class Chaos {
     if (stream.pipe.starts_with(R"(\\.\pipe\tallow)") && dice_.oneIn(2)) {
       try {
         stream.writer.emplace(PipeEnd::serve(stream.pipe));
-        stream.served = true;
+        stream.mayConnect = false;
       } catch (const std::runtime_error&) {
         // The name is in use.
       }
@@ -280,6 +280,10 @@ class Chaos {
     if (code != pmrcSuccess) return;
     stream.instance = host().instance;
     stream.blockSize = host().blockSize;
+    // Where several have the name, a writer could come to the wrong one and wait for ever.
+    for (Stream& other : streams_) {
+      if (other.pipe == stream.pipe) stream.mayConnect = other.mayConnect = false;
+    }
     streams_.push_back(std::move(stream));
     if (streams_.size() > kMostOpen) close();
   }
