@@ -114,7 +114,7 @@ Ending load(Loader& loader) {
   return ending;
 }
 
-ExitStatus run(std::vector<std::string> arguments) {
+ExitStatus run(const std::vector<std::string>& arguments) {
   LoadOptions options;
   if (const auto status = readCommandLine(arguments, options)) return *status;
   SetConsoleCtrlHandler(onInterrupt, TRUE);

@@ -220,7 +220,7 @@ bool Statement::fetch() {
 
 std::optional<std::string> Statement::text(SQLUSMALLINT column) {
   std::wstring value;
-  std::vector<SQLWCHAR> piece(16 * 1024);
+  std::vector<SQLWCHAR> piece(std::size_t{16} * 1024);
   SQLRETURN result = SQL_SUCCESS_WITH_INFO;
   while (result == SQL_SUCCESS_WITH_INFO) {
     SQLLEN bytes = 0;

@@ -15,7 +15,7 @@ constexpr unsigned char kOptions = CSV_STRICT | CSV_STRICT_FINI | CSV_EMPTY_IS_N
 
 /// Bytes given to the library at once. Its buffer grows by a fixed step, which is set anew for each
 /// piece, so that a long value costs linear time.
-constexpr std::size_t kPiece = 64 * 1024;
+constexpr std::size_t kPiece = std::size_t{64} * 1024;
 
 /// The library strips what this calls space; blanks belong to the value here.
 int isNeverSpace(unsigned char /*character*/) {
