@@ -127,6 +127,60 @@ TEST_F(Name, OfAnAbsentFileGivesNoMessageAtOpen) {
   EXPECT_TRUE(exists(path()));
 }
 
+// A directory in which every numbered name of the pipe is taken, by a folder, but for the
+// `missing`.
+class CrowdedDirectory {
+ public:
+  CrowdedDirectory(HMODULE module, std::string stem, unsigned missing)
+      : stem_(std::move(stem)),
+        missing_(missing),
+        first_(module, "FindFirstFileA",
+               [this](const char*, WIN32_FIND_DATAA* found) -> HANDLE {
+                 number_ = 0;
+                 next(*found);
+                 return this;
+               }),
+        next_(module, "FindNextFileA",
+              [this](HANDLE, WIN32_FIND_DATAA* found) -> BOOL { return next(*found); }),
+        close_(module, "FindClose", [](HANDLE) -> BOOL { return TRUE; }) {}
+
+ private:
+  BOOL next(WIN32_FIND_DATAA& found) {
+    constexpr unsigned kNames = 0x10000;
+    if (number_ == missing_) ++number_;
+    if (number_ >= kNames) {
+      SetLastError(ERROR_NO_MORE_FILES);
+      return FALSE;
+    }
+    found = {};
+    found.dwFileAttributes = FILE_ATTRIBUTE_DIRECTORY;
+    std::snprintf(found.cFileName, sizeof(found.cFileName), "%s%04x.fbf", stem_.c_str(), number_++);
+    return TRUE;
+  }
+
+  std::string stem_;
+  unsigned missing_;
+  unsigned number_ = 0;
+  Hook<struct FindFirstTag, HANDLE(const char*, WIN32_FIND_DATAA*)> first_;
+  Hook<struct FindNextTag, BOOL(HANDLE, WIN32_FIND_DATAA*)> next_;
+  Hook<struct FindCloseTag, BOOL(HANDLE)> close_;
+};
+
+TEST_F(Name, WithNoneOfAllNumbersFreeIsNoted) {
+  const CrowdedDirectory crowded(module(), stemOf(pipeName), 0x10000);
+  openJob({}, "");
+  EXPECT_EQ(count(log.newEntries(), message(2, 79)), 1);
+  deliver(3);
+}
+
+TEST_F(Name, WithOneNumberFreeIsStillTheLast) {
+  const CrowdedDirectory crowded(module(), stemOf(pipeName), 0x1234);
+  openJob({}, "");
+  EXPECT_EQ(count(log.newEntries(), message(2, 79)), 0);
+  checkpoint();
+  EXPECT_TRUE(exists(files.file(defaultName())));
+}
+
 TEST_F(Name, IsInTheDirectoryThatTempNames) {
   host().init("Log_level=0 Block_size=16");
   ASSERT_EQ(host().open(pipeName).code, 0u);

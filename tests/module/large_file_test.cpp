@@ -1,6 +1,4 @@
-// What needs gigabytes or tens of thousands of files; for the full run.
-#include <array>
-
+// What needs gigabytes; for the full run.
 #include "module/fallback_fixture.hpp"
 
 namespace tallow::test {
@@ -58,36 +56,6 @@ TEST_F(LargeFile, IsReplayedBeyondTwoGigabytes) {
   ASSERT_EQ(host().setPos(133).code, 0u);
   expectBlocks(133, kBlocks);
   EXPECT_EQ(host().read().code, pmrcEOF);
-}
-
-class NumberedNames : public FallbackTest {
- protected:
-  static constexpr unsigned kNames = 0x10000;
-
-  std::string name(unsigned number) const {
-    unsigned sum = 0;
-    for (const char character : pipeName) sum += static_cast<unsigned char>(character);
-    std::array<char, 16> digits{};
-    std::snprintf(digits.data(), digits.size(), "%04x%04x", sum & 0xffff, number);
-    return files.file(pipeName.substr(pipeName.rfind('\\') + 1) + digits.data() + ".fbf");
-  }
-};
-
-TEST_F(NumberedNames, AllTakenLeaveTheJobWithoutAFile) {
-  for (unsigned number = 0; number < kNames; ++number) putFile(name(number), "");
-  openJob({}, "");
-  EXPECT_EQ(count(log.newEntries(), message(2, 79)), 1);
-  deliver(3);
-  host().close();
-
-  // One that is free is enough, though the last is the one that is used.
-  DeleteFileA(name(0x1234).c_str());
-  send(data);
-  ASSERT_EQ(host().open(pipeName).code, 0u);
-  EXPECT_EQ(count(log.newEntries(), message(2, 79)), 0);
-  checkpoint();
-  EXPECT_FALSE(exists(name(0x1234)));
-  EXPECT_EQ(contentOf(name(kNames - 1)).size(), kDataStart);
 }
 
 }  // namespace
