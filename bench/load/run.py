@@ -187,8 +187,8 @@ def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("build", type=pathlib.Path)
     parser.add_argument("results", type=pathlib.Path)
-    parser.add_argument("--rows", type=int, default=400_000)
-    parser.add_argument("--runs", type=int, default=5)
+    parser.add_argument("--rows", type=int, default=2_000_000)
+    parser.add_argument("--runs", type=int, default=3)
     arguments = parser.parse_args()
     build = arguments.build.resolve()
 
