@@ -19,8 +19,9 @@ Process::Process(const std::vector<std::string>& words, const std::string& said)
   PROCESS_INFORMATION process{};
   const bool started = CreateProcessA(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr,
                                       nullptr, &startup, &process) != FALSE;
+  const DWORD error = GetLastError();
   CloseHandle(output);
-  if (!started) throw std::runtime_error("cannot start " + command);
+  if (!started) throw std::runtime_error(std::to_string(error) + ": cannot start " + command);
   CloseHandle(process.hThread);
   handle_ = process.hProcess;
 }
@@ -48,15 +49,13 @@ FeedingPipe::FeedingPipe(std::string name, std::uint32_t bufferSize)
 }
 
 FeedingPipe::~FeedingPipe() {
-  if (thread_.joinable()) {
-    join();
-  } else {
-    CloseHandle(handle_);
-  }
+  if (!isFeeding_) CloseHandle(handle_);
+  join();
 }
 
 void FeedingPipe::feed(std::string_view data, std::size_t piece, std::optional<std::size_t> at,
                        std::function<void()> onByte) {
+  isFeeding_ = true;  // the thread closes the handle
   thread_ = std::thread([this, data, piece, at, onByte = std::move(onByte)] {
     ConnectNamedPipe(handle_, nullptr);
     std::size_t done = 0;
@@ -80,6 +79,7 @@ void FeedingPipe::feed(std::string_view data, std::size_t piece, std::optional<s
 }
 
 void FeedingPipe::join() {
+  if (!thread_.joinable()) return;
   // A reader that never came leaves the thread waiting for one.
   const HANDLE reader =
       CreateFileA(name_.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);

@@ -54,12 +54,13 @@ class FeedingPipe {
   // written, if ever. `data` must live as long as the pipe.
   void feed(std::string_view data, std::size_t piece, std::optional<std::size_t> at,
             std::function<void()> onByte);
-  // When the reader is gone.
+  // To be called when the reader is gone, or has all.
   void join();
 
  private:
   std::string name_;
   HANDLE handle_;
+  bool isFeeding_ = false;
   std::thread thread_;
 };
 

@@ -196,7 +196,7 @@ class TornCall : public testing::TestWithParam<const char*> {
       code = runHost(folder, 0, Moment::kBefore);
     }
     ASSERT_EQ(code, 0u);
-    ASSERT_EQ(contentOf(folder.file("out")), jobData());
+    ASSERT_TRUE(contentOf(folder.file("out")) == jobData()) << "the output differs";
     EXPECT_EQ(GetFileAttributesA(folder.file("job.fbf").c_str()), INVALID_FILE_ATTRIBUTES);
   }
 
