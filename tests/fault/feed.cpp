@@ -87,8 +87,9 @@ void Feed::giveAllBeside(std::string_view data) {
 
 void Feed::end() {
   if (beside_ != nullptr) {
-    CancelIoEx(pipe_, nullptr);
-    WaitForSingleObject(beside_, INFINITE);
+    // Again and again, since the thread may not have begun to write yet.
+    constexpr DWORD kLook = 5;  // milliseconds
+    while (WaitForSingleObject(beside_, kLook) == WAIT_TIMEOUT) CancelIoEx(pipe_, nullptr);
     CloseHandle(std::exchange(beside_, nullptr));
     pipe_ = INVALID_HANDLE_VALUE;
     underway_ = false;

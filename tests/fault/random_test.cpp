@@ -154,7 +154,8 @@ class Chaos {
     }
     if (!writer) return;
     DWORD waiting = 0;
-    PeekNamedPipe(pipe, nullptr, 0, nullptr, &waiting, nullptr);
+    // Not connected: what is written would wait in another pipe.
+    if (!PeekNamedPipe(pipe, nullptr, 0, nullptr, &waiting, nullptr)) return;
     const DWORD room = 2 * std::min<DWORD>(reading_->blockSize, 30'000);
     if (waiting < room && !dice_.oneIn(5)) {
       try {

@@ -34,6 +34,21 @@ TEST_F(Signature, IsRightBehindAReplayFromTheFilesFirstBlock) {
   EXPECT_EQ(newer(), (SyncPoint{2, signature(2)}));
 }
 
+TEST_F(Signature, IsRightBehindAReplayFromAFirstBlockInTheMiddleOfTheData) {
+  openJob();
+  deliver(2);
+  checkpoint();
+  deliver(2);
+  checkpoint();
+  goTo(2);
+  deliver(3);
+  EXPECT_EQ(checkpoint(), 4u);
+  EXPECT_EQ(newer(), (SyncPoint{4, signature(4)}));
+  deliver(1);
+  EXPECT_EQ(checkpoint(), 5u);
+  EXPECT_EQ(newer(), (SyncPoint{5, signature(5)}));
+}
+
 TEST_F(Signature, IsRightAfterASecondReplayFromACheckpointInTheReplay) {
   openJob();
   deliver(1);
