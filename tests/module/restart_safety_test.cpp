@@ -6,6 +6,21 @@ namespace {
 
 using testing::ElementsAre;
 
+class Replay : public FallbackTest {};
+
+TEST_F(Replay, GoesToWhereTheNextRecordBelongs) {
+  openJob();
+  deliver(2);
+  checkpoint();
+  deliver(2);
+  goTo(2);
+  deliver(2);
+  log.newLines();
+  deliver(1);
+  const auto afterLast = std::to_string(kDataStart + 3 * kBlockSize);
+  EXPECT_EQ(log.newEntries().back(), trace(6, "Seeking to fallback file offset " + afterLast));
+}
+
 class Signature : public FallbackTest {};
 
 TEST_F(Signature, CountsReplayedBlocksOnce) {
