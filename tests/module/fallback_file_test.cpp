@@ -119,6 +119,18 @@ TEST_F(Name, IsTheStemWithTheLastNumber) {
   EXPECT_TRUE(exists(files.file(defaultName())));
 }
 
+TEST_F(Name, CountsTheBytesOfThePipeNameAsSigned) {
+  pipeName += "\xe4";
+  int sum = -256;  // of the last byte, beside its value without a sign
+  for (const char byte : pipeName) sum += static_cast<unsigned char>(byte);
+  char digits[8];
+  std::snprintf(digits, sizeof digits, "%04x", sum & 0xffff);
+  openJob({}, "");
+  checkpoint();
+  const std::string lastPart = pipeName.substr(pipeName.rfind('\\') + 1);
+  EXPECT_TRUE(exists(files.file(lastPart + digits + "ffff.fbf")));
+}
+
 TEST_F(Name, OfAnAbsentFileGivesNoMessageAtOpen) {
   openJob();
   EXPECT_THAT(log.newEntries(), ElementsAre(requestLine("pmiPIDMOptOpen", 2),

@@ -21,6 +21,32 @@ TEST_F(Replay, GoesToWhereTheNextRecordBelongs) {
   EXPECT_EQ(log.newEntries().back(), trace(6, "Seeking to fallback file offset " + afterLast));
 }
 
+TEST_F(Replay, CountsTheLengthOfEachRecordThatHasOne) {
+  openJob("Need_Full_Block=no");
+  deliver(2);
+  checkpoint();
+  deliver(2);
+  goTo(2);
+  deliver(2);
+  log.newLines();
+  deliver(1);
+  const auto afterLast = std::to_string(kDataStart + 3 * (kBlockSize + 4));
+  EXPECT_EQ(log.newEntries().back(), trace(6, "Seeking to fallback file offset " + afterLast));
+}
+
+TEST_F(Replay, OfALastBlockAsksThePipeForMore) {
+  data.resize(kBlockSize + 5);
+  openJob();
+  script.emptyWrite();
+  script.data("more");
+  deliver(1);
+  checkpoint();
+  deliver(1);  // ended by the empty write
+  goTo(1);
+  deliver(2);
+  EXPECT_EQ(host().read().data, "more");
+}
+
 class Signature : public FallbackTest {};
 
 TEST_F(Signature, CountsReplayedBlocksOnce) {
@@ -408,6 +434,14 @@ TEST_F(FailedRestart, WithTooLittleDataIsUsedUp) {
   leaveFile(3);
   data.resize(kBlockSize * 2);
   openJob();
+  EXPECT_EQ(host().setPos(3).code, pmrcBadPosition);
+  expectUsedUp();
+}
+
+TEST_F(FailedRestart, WithDataThatEndsInsideAnEarlierBlockIsUsedUp) {
+  leaveFile(3, 1, "Signature_check=0");
+  data.resize(kBlockSize + 3);
+  openJob("Signature_check=0");
   EXPECT_EQ(host().setPos(3).code, pmrcBadPosition);
   expectUsedUp();
 }
