@@ -34,7 +34,8 @@ std::size_t distance(std::string_view a, std::string_view b) {
 }
 
 bool sameWord(std::string_view a, std::string_view b) {
-  return a.size() == b.size() && distance(a, b) == 0;
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                    [](char x, char y) { return lower(x) == lower(y); });
 }
 
 std::string canonicalName(std::string_view keyword) {
@@ -161,11 +162,10 @@ std::string nearestOption(std::string_view keyword) {
   std::size_t best = limit + 1;
   std::string_view nearest;
   for (const config::OptionName& name : config::optionNames()) {
-    const std::size_t edits = distance(keyword, name.keyword);
     // A word cut short is near too: "Block" is meant for "Block_size".
     const bool begins = keyword.size() >= 3 && keyword.size() < name.keyword.size() &&
-                        distance(keyword, name.keyword.substr(0, keyword.size())) == 0;
-    const std::size_t score = begins ? 1 : edits;
+                        sameWord(keyword, name.keyword.substr(0, keyword.size()));
+    const std::size_t score = begins ? 1 : distance(keyword, name.keyword);
     if (score < best) {
       best = score;
       nearest = name.keyword;
