@@ -131,6 +131,10 @@ start_wine() {
   # whoever waits for the end of that program's output would wait for theirs.
   wine cmd /c exit </dev/null >/dev/null 2>&1 9>&- || fail "Wine does not run in $WINEPREFIX"
   at_exit stop_wine
+  # The desktop is the same trap: its process starts with the first program that has to do with
+  # windows and lives until the last of them ends. A clock that nobody sees keeps it alive from here.
+  env -u DISPLAY wine clock </dev/null >/dev/null 2>&1 9>&- &
+  disown
 }
 
 stop_wine() {
