@@ -97,7 +97,7 @@ class Cases:
         calls, _ = self.count_calls(job())
         for call in (calls // 3, calls // 2, calls * 2 // 3):
             killed = job()
-            self.assertEqual(killed.run(fault=f"die {call}").status, harness.KILLED)
+            self.check_killed(killed, call)
             self.assertGreater(killed.record()[0], 2)
             self.check_done(killed.finish(), killed, f"killed at call {call}")
 
@@ -126,6 +126,10 @@ class Cases:
                 self.assertNotEqual(outcome.status, 2, outcome)
             self.check_rows(job, f"load {number}, seed {seed}, {kills} kills")
 
+    def check_killed(self, job, call):
+        outcome = job.run(fault=f"die {call}")
+        self.assertEqual(outcome.status, harness.KILLED, f"killed at call {call}: {outcome}")
+
     def count_calls(self, job):
         outcome = job.run(fault="count")
         self.check_done(outcome, job)
@@ -140,7 +144,7 @@ class Cases:
         self.assertGreater(calls, 40)
         for call in range(1, calls + 1, 1 if FULL else 7):
             job = self.fresh_small_job()
-            self.assertEqual(job.run(fault=f"die {call}").status, harness.KILLED, call)
+            self.check_killed(job, call)
             self.check_done(job.finish(), job, f"killed at call {call}")
 
     def test_second_kill_at_every_call_of_the_restart(self):
@@ -150,7 +154,7 @@ class Cases:
             second = 1
             while True:
                 job = self.fresh_small_job()
-                self.assertEqual(job.run(fault=f"die {first}").status, harness.KILLED)
+                self.check_killed(job, first)
                 restart = [] if job.record() is None else ["--restart"]
                 outcome = job.run(*restart, fault=f"die {second}")
                 context = f"killed at call {first}, then at {second}"
