@@ -304,6 +304,52 @@ TEST_F(Search, PassesOverFilesOfOthersAndStopsAtTheFirstOfItsOwn) {
                                                      message(4, 88)));
 }
 
+// The directory searches of an Open, in the order in which they began and ended.
+class SearchHandles {
+ public:
+  explicit SearchHandles(HMODULE module)
+      : begin_(module, "FindFirstFileA",
+               [this](const char* pattern, WIN32_FIND_DATAA* found) {
+                 const HANDLE handle = begin_.original(pattern, found);
+                 if (handle != INVALID_HANDLE_VALUE) begun.push_back(handle);
+                 return handle;
+               }),
+        end_(module, "FindClose", [this](HANDLE handle) {
+          ended.push_back(handle);
+          return end_.original(handle);
+        }) {}
+
+  std::vector<HANDLE> begun;
+  std::vector<HANDLE> ended;
+
+ private:
+  Hook<struct BeginTag, HANDLE(const char*, WIN32_FIND_DATAA*)> begin_;
+  Hook<struct EndTag, BOOL(HANDLE)> end_;
+};
+
+TEST_F(Search, IsEndedOnceWhenAFileIsTakenOver) {
+  putFile(defaultName(), restartable());
+  const SearchHandles handles(module());
+  EXPECT_EQ(count(openAndReadLog(), message(4, 88)), 1);
+  EXPECT_THAT(handles.begun, testing::SizeIs(1));
+  EXPECT_EQ(handles.ended, handles.begun);
+}
+
+TEST_F(Search, IsEndedOnceWhenNoFileIsTakenOver) {
+  putFile(defaultName(), restartable(99));
+  const SearchHandles handles(module());
+  EXPECT_EQ(count(openAndReadLog(), message(4, 88)), 0);
+  EXPECT_THAT(handles.begun, testing::SizeIs(1));
+  EXPECT_EQ(handles.ended, handles.begun);
+}
+
+TEST_F(Search, ThatFindsNothingEndsNothing) {
+  const SearchHandles handles(module());
+  openAndReadLog();
+  EXPECT_THAT(handles.begun, IsEmpty());
+  EXPECT_THAT(handles.ended, IsEmpty());
+}
+
 TEST_F(Search, LogsWhatWasExpectedBehindARefusal) {
   std::string foreign = restartable();
   foreign[40] = 'P';
