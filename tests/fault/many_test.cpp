@@ -62,7 +62,9 @@ TEST_F(Many, JobsInOneProcessKeepNothing) {
     const Holdings looked;  // looking takes memory too, the first time
   }
   const Holdings before;
+  const std::size_t memory = workingSet();
   for (int i = 0; i < cycles && !HasFatalFailure(); ++i) cycle();
+  EXPECT_LT(workingSet(), memory + workingSetGrowthIn(cycles));
   const Holdings after;
   EXPECT_EQ(after.handles, before.handles);
   EXPECT_EQ(after.blocks, before.blocks);

@@ -63,7 +63,9 @@ class Reload : public testing::Test {
       const Holdings looked;  // looking takes memory too, the first time
     }
     const Holdings before;
+    const std::size_t memory = workingSet();
     for (int count = 0; count < cycles; ++count) cycle();
+    EXPECT_LT(workingSet(), memory + workingSetGrowthIn(cycles));
     EXPECT_EQ(Holdings(), before);
   }
 };

@@ -89,5 +89,16 @@ TEST(Surroundings, SeeHeapMemoryThatStaysTaken) {
   EXPECT_EQ(heapBlocks(), before);
 }
 
+TEST(Surroundings, SeeAPageThatEachCycleKeeps) {
+  constexpr int kCycles = 100;
+  constexpr std::size_t kPage = 4096;
+  const std::size_t before = workingSet();
+  auto* const kept = static_cast<volatile char*>(
+      VirtualAlloc(nullptr, kCycles * kPage, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE));
+  for (std::size_t page = 0; page < kCycles; ++page) kept[page * kPage] = 1;
+  EXPECT_GT(workingSet(), before + workingSetGrowthIn(kCycles));
+  VirtualFree(const_cast<char*>(kept), 0, MEM_RELEASE);
+}
+
 }  // namespace
 }  // namespace tallow::test

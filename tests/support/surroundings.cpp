@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include <psapi.h>
+
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -145,6 +147,14 @@ std::size_t heapBytes() {
   std::size_t bytes = 0;
   visitHeapBlocks([&](std::size_t size) { bytes += size; });
   return bytes;
+}
+
+std::size_t workingSet() {
+  PROCESS_MEMORY_COUNTERS counters{};
+  if (!GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof(counters))) {
+    throw std::runtime_error("the system does not tell the working set");
+  }
+  return counters.WorkingSetSize;
 }
 
 }  // namespace tallow::test

@@ -63,5 +63,14 @@ class ScopedCurrentDirectory {
 std::size_t openHandles();
 std::size_t heapBlocks();
 std::size_t heapBytes();
+std::size_t workingSet();  // bytes
+
+// What the working set may grow by in that many cycles: the system counts in pages and a little
+// late, while a cycle that keeps anything of its own keeps a page sooner or later.
+constexpr std::size_t workingSetGrowthIn(int cycles) {
+  constexpr std::size_t kPage = 4096;
+  constexpr std::size_t kCyclesToAPage = 4;
+  return static_cast<std::size_t>(cycles) / kCyclesToAPage * kPage;
+}
 
 }  // namespace tallow::test
