@@ -62,6 +62,17 @@ void Feed::give(std::string_view data, std::size_t chunk) {
   if (isTaken() && given_ == data.size()) end();
 }
 
+bool Feed::offer(std::string_view data) {
+  OVERLAPPED writing = {};
+  if (WriteFile(pipe_, data.data(), static_cast<DWORD>(data.size()), nullptr, &writing))
+    return true;
+  if (GetLastError() != ERROR_IO_PENDING) return false;
+  CancelIo(pipe_);
+  DWORD written = 0;
+  return GetOverlappedResult(pipe_, &writing, &written, TRUE) ||
+         GetLastError() == ERROR_OPERATION_ABORTED;
+}
+
 void Feed::writeLeft() {
   OVERLAPPED writing = {};
   writing.hEvent = CreateEventA(nullptr, TRUE, FALSE, nullptr);

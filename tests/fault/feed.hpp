@@ -27,6 +27,9 @@ class Feed {
   // Gives the reader what comes next: chunk bytes, or everything if chunk is 0; behind the last
   // byte the end. Does nothing while the reader has not taken what it was given before.
   void give(std::string_view data, std::size_t chunk);
+  // Gives the reader what there is room for, now and without waiting; the rest is lost. False when
+  // there is no reader.
+  bool offer(std::string_view data);
   // Gives the reader everything and the end, also while it is in a request that waits for them.
   void giveAllBeside(std::string_view data);
   // Lets the reader have the end now; what it has not taken may be lost.

@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "feed.hpp"
 #include "support/host.hpp"
 #include "support/import_hook.hpp"
 #include "support/pipe_ends.hpp"
@@ -50,13 +51,23 @@ class Dice {
   std::mt19937_64 engine_;
 };
 
+// As the narrow calls take the name.
+std::wstring wide(const std::string& name) {
+  std::wstring text(name.size(), L'\0');
+  text.resize(static_cast<std::size_t>(
+      MultiByteToWideChar(CP_ACP, 0, name.data(), static_cast<int>(name.size()), text.data(),
+                          static_cast<int>(text.size()))));
+  return text;
+}
+
 // An open pipe, or the hope for one.
 struct Stream {
   void* module = nullptr;
   void* instance = nullptr;
   std::uint32_t blockSize = 0;
   std::string pipe;
-  std::optional<PipeEnd> writer;
+  // Where several streams have one pipe's name, its reader may be another's: it never waits.
+  std::unique_ptr<Feed> writer = nullptr;
   bool mayConnect = true;                // the writer may connect to the module's end
   std::vector<std::uint64_t> positions;  // that GetPos answered
 };
@@ -144,13 +155,11 @@ class Chaos {
 
   void write(HANDLE pipe) {
     if (reading_ == nullptr) return;
-    std::optional<PipeEnd>& writer = reading_->writer;
+    std::unique_ptr<Feed>& writer = reading_->writer;
     if (!writer && reading_->mayConnect) {
-      try {
-        writer.emplace(PipeEnd::connect(reading_->pipe));
-      } catch (const std::runtime_error&) {
-        return;  // not the server's end, or nobody's
-      }
+      auto connecting = std::make_unique<Feed>();
+      if (!connecting->connect(wide(reading_->pipe))) return;  // not the server's end, or nobody's
+      writer = std::move(connecting);
     }
     if (!writer) return;
     DWORD waiting = 0;
@@ -158,13 +167,9 @@ class Chaos {
     if (!PeekNamedPipe(pipe, nullptr, 0, nullptr, &waiting, nullptr)) return;
     const DWORD room = 2 * std::min<DWORD>(reading_->blockSize, 30'000);
     if (waiting < room && !dice_.oneIn(5)) {
-      try {
-        writer->write(sampleData(1 + dice_.roll(room - waiting)));
-      } catch (const std::runtime_error&) {
-        writer.reset();
-      }
+      if (!writer->offer(sampleData(1 + dice_.roll(room - waiting)))) writer.reset();
     } else if (dice_.oneIn(4)) {
-      writer->close();
+      writer->end();
     }
   }
 
@@ -269,7 +274,9 @@ class Chaos {
     stream.pipe = randomPipeName();
     if (stream.pipe.starts_with(R"(\\.\pipe\tallow)") && dice_.oneIn(2)) {
       try {
-        stream.writer.emplace(PipeEnd::serve(stream.pipe));
+        auto serving = std::make_unique<Feed>();
+        serving->serve(wide(stream.pipe));
+        stream.writer = std::move(serving);
         stream.mayConnect = false;
       } catch (const std::runtime_error&) {
         // The name is in use.
@@ -281,7 +288,7 @@ class Chaos {
     if (code != pmrcSuccess) return;
     stream.instance = host().instance;
     stream.blockSize = host().blockSize;
-    // Where several have the name, a writer could come to the wrong one and wait for ever.
+    // Where several have the name, a writer could come to the wrong one.
     for (Stream& other : streams_) {
       if (other.pipe == stream.pipe) stream.mayConnect = other.mayConnect = false;
     }
@@ -379,6 +386,7 @@ class Chaos {
   ScratchDirectory folder_;
   ScopedCurrentDirectory current_;
   ScopedEnvironment noLogDirectory_{"NPLOGDIR", std::nullopt};
+  ScopedEnvironment temp_{"TEMP", folder_.path()};
   std::vector<std::string> names_;
   std::unique_ptr<Loaded> loaded_;
   std::vector<void*> modules_;

@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "thread_stack.hpp"
+
 namespace tallow::test {
 namespace {
 
@@ -16,6 +18,7 @@ constexpr UINT kCrashed = 99;
 char current[512] = "no run";
 std::atomic<unsigned> runs{0};
 unsigned limit = 0;
+HANDLE watched = nullptr;
 
 LONG WINAPI nameTheRun(EXCEPTION_POINTERS* exception) {
   std::fprintf(stderr, "crash (%08lx) in %s\n", exception->ExceptionRecord->ExceptionCode, current);
@@ -37,7 +40,8 @@ DWORD WINAPI watch(void*) {
     still = runs == seen ? still + 1 : 0;
     seen = runs;
     if (still >= limit && seen != 0) {
-      std::fprintf(stderr, "hang in %s\n", current);
+      std::fprintf(stderr, "hang in %s, at\n", current);
+      printStack(watched);
       TerminateProcess(GetCurrentProcess(), kHung);
     }
   }
@@ -47,6 +51,8 @@ DWORD WINAPI watch(void*) {
 
 void startWatchdog(unsigned seconds) {
   limit = seconds;
+  DuplicateHandle(GetCurrentProcess(), GetCurrentThread(), GetCurrentProcess(), &watched, 0, FALSE,
+                  DUPLICATE_SAME_ACCESS);
   SetUnhandledExceptionFilter(nameTheRun);
   std::signal(SIGABRT, nameTheAbortedRun);
   CloseHandle(CreateThread(nullptr, 0, watch, nullptr, 0, nullptr));

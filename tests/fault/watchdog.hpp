@@ -1,12 +1,13 @@
-// Ends the test program when a run hangs or crashes, with the run's name.
+// Ends the test program when a run hangs or crashes, with the run's name and, for a hang, the calls
+// that it stands in.
 #pragma once
 
 #include <string>
 
 namespace tallow::test {
 
-// Watches from now on: a run that takes longer than `seconds`, or an exception that nobody handles,
-// ends the process with a line that names the run.
+// Watches the calling thread from now on: a run that takes longer than `seconds`, or an exception
+// that nobody handles, ends the process with a line that names the run.
 void startWatchdog(unsigned seconds);
 
 // Notes which run begins now.
