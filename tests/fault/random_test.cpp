@@ -398,7 +398,7 @@ class Chaos {
 
 TEST(Random, RequestsKeepTheRules) {
   keepSystemLibraries();
-  constexpr unsigned kLongestRequest = 120;  // seconds
+  constexpr unsigned kLongestRequest = 300;  // seconds
   startWatchdog(kLongestRequest);
   const char* given = std::getenv("TALLOW_SEED");
   const std::uint64_t seed =

@@ -26,7 +26,7 @@
 namespace tallow::test {
 namespace {
 
-constexpr unsigned kLongestRun = 120;  // seconds
+constexpr unsigned kLongestRun = 300;  // seconds
 constexpr std::size_t kEachCall = std::numeric_limits<std::size_t>::max();
 
 // What a process holds when no module is loaded.

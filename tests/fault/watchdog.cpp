@@ -31,16 +31,35 @@ void nameTheAbortedRun(int) {
   TerminateProcess(GetCurrentProcess(), kCrashed);
 }
 
+// That the watched thread has used.
+double processorSeconds() {
+  constexpr double kTicks = 1e7;  // a second
+  FILETIME created = {};
+  FILETIME ended = {};
+  FILETIME kernel = {};
+  FILETIME user = {};
+  GetThreadTimes(watched, &created, &ended, &kernel, &user);
+  const auto ticks = [](const FILETIME& time) {
+    return static_cast<double>(ULARGE_INTEGER{{time.dwLowDateTime, time.dwHighDateTime}}.QuadPart);
+  };
+  return (ticks(kernel) + ticks(user)) / kTicks;
+}
+
 DWORD WINAPI watch(void*) {
   constexpr DWORD kLook = 1000;  // milliseconds
   unsigned seen = 0;
   unsigned still = 0;
+  double usedBefore = 0;
   for (;;) {
     Sleep(kLook);
+    const double used = processorSeconds();
+    if (runs != seen) usedBefore = used;
     still = runs == seen ? still + 1 : 0;
     seen = runs;
     if (still >= limit && seen != 0) {
-      std::fprintf(stderr, "hang in %s, at\n", current);
+      // A thread that waits uses no time; one that has used a little had to share the machine.
+      std::fprintf(stderr, "hang in %s (%.2f of %u seconds on a processor), at\n", current,
+                   used - usedBefore, still);
       printStack(watched);
       TerminateProcess(GetCurrentProcess(), kHung);
     }
