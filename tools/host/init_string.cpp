@@ -165,6 +165,8 @@ std::string nearestOption(std::string_view keyword) {
     // A word cut short is near too: "Block" is meant for "Block_size".
     const bool begins = keyword.size() >= 3 && keyword.size() < name.keyword.size() &&
                         sameWord(keyword, name.keyword.substr(0, keyword.size()));
+    const auto [shorter, longer] = std::minmax({keyword.size(), name.keyword.size()});
+    if (!begins && longer - shorter >= best) continue;  // so many edits at least
     const std::size_t score = begins ? 1 : distance(keyword, name.keyword);
     if (score < best) {
       best = score;
