@@ -229,9 +229,11 @@ class Process:
         return self.process.poll() is None
 
     def kill(self):
-        with contextlib.suppress(ProcessLookupError):
-            os.killpg(self.process.pid, signal.SIGKILL)
-        self.process.wait(PATIENCE)
+        # Once it has been waited for, its number may be that of another process.
+        if self.process.returncode is None:
+            with contextlib.suppress(ProcessLookupError):
+                os.killpg(self.process.pid, signal.SIGKILL)
+            self.process.wait(PATIENCE)
         if self.process.stdin:
             with contextlib.suppress(BrokenPipeError):
                 self.process.stdin.close()
