@@ -103,7 +103,7 @@ class CrashingJob {
                 host.end();
               });
     if (kill && !onTheWay) {
-      pipe.join();
+      pipe.waitUntilGivenTo(host);
       if (!host.waitFor(static_cast<DWORD>(between(0, 15)))) host.end();
     }
     const unsigned code = host.exitCode();

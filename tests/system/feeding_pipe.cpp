@@ -1,6 +1,7 @@
 #include "system/feeding_pipe.hpp"
 
 #include <algorithm>
+#include <array>
 #include <stdexcept>
 
 namespace tallow::test {
@@ -51,6 +52,7 @@ FeedingPipe::FeedingPipe(std::string name, std::uint32_t bufferSize)
 FeedingPipe::~FeedingPipe() {
   if (!isFeeding_) CloseHandle(handle_);
   join();
+  CloseHandle(allGiven_);
 }
 
 void FeedingPipe::feed(std::string_view data, std::size_t piece, std::optional<std::size_t> at,
@@ -75,7 +77,14 @@ void FeedingPipe::feed(std::string_view data, std::size_t piece, std::optional<s
       }
     }
     CloseHandle(handle_);
+    SetEvent(allGiven_);
   });
+}
+
+void FeedingPipe::waitUntilGivenTo(const Process& reader) const {
+  const std::array<HANDLE, 2> events{allGiven_, reader.handle()};
+  constexpr DWORD kLongest = 120'000;
+  WaitForMultipleObjects(static_cast<DWORD>(events.size()), events.data(), FALSE, kLongest);
 }
 
 void FeedingPipe::join() {

@@ -30,6 +30,7 @@ class Process {
   }
   // Whether end() has met it alive; its exit code need not say so when it was on its way out.
   bool wasEnded() const { return ended_; }
+  HANDLE handle() const { return handle_; }
   // False when it still runs after that time.
   bool waitFor(DWORD milliseconds) const {
     return WaitForSingleObject(handle_, milliseconds) == WAIT_OBJECT_0;
@@ -54,13 +55,16 @@ class FeedingPipe {
   // written, if ever. `data` must live as long as the pipe.
   void feed(std::string_view data, std::size_t piece, std::optional<std::size_t> at,
             std::function<void()> onByte);
-  // To be called when the reader is gone, or has all.
+  // Waits until all has been given, and the end, or the reader has ended.
+  void waitUntilGivenTo(const Process& reader) const;
+  // To be called when the reader is gone: it takes the place of one that never came.
   void join();
 
  private:
   std::string name_;
   HANDLE handle_;
   bool isFeeding_ = false;
+  HANDLE allGiven_ = CreateEventA(nullptr, TRUE, FALSE, nullptr);
   std::thread thread_;
 };
 

@@ -240,6 +240,30 @@ class Checkpoints(tools_support.ToolTest):
         self.assertIn("done already", outcome.text)
         self.assertEqual(self.restart("--json").outcome().json["status"], "done")
 
+    def restart_of_a_done_job(self, *arguments, init=OPTIONS, left="job.json.fbf"):
+        """Restarts a job whose process died behind its note of the end, in front of Close."""
+        self.feed(self.DATA)
+        self.assertEnded(self.host(*STATE, *arguments, init=init).outcome(), 0)
+        self.write(left, b"left")
+        self.assertEnded(self.restart().outcome(), 0)
+
+    def test_deletes_the_fallback_file_that_a_done_job_left(self):
+        self.restart_of_a_done_job()
+        self.assertFalse(self.exists("job.json.fbf"))
+
+    def test_deletes_the_file_that_a_done_job_left_in_the_folder_named(self):
+        os.mkdir(self.folder / "there")
+        self.restart_of_a_done_job(init=OPTIONS + " FD=there", left="there/job.json.fbf")
+        self.assertFalse(self.exists("there/job.json.fbf"))
+
+    def test_keeps_the_fallback_file_of_a_done_job_when_asked(self):
+        self.restart_of_a_done_job("--attribute", "PRESERVE_RESTART_INFO=YES")
+        self.assertTrue(self.exists("job.json.fbf"))
+
+    def test_keeps_a_fallback_file_of_the_users_own_behind_a_done_job(self):
+        self.restart_of_a_done_job(init=OPTIONS + " Ff=mine.fbf FD=.", left="mine.fbf")
+        self.assertTrue(self.exists("mine.fbf"))
+
     def test_refuses_changed_data_and_touches_nothing(self):
         self.stop_half_way()
         before = self.read("out"), self.read("job.json")

@@ -1,7 +1,9 @@
 // tallow-host: the reference host. Loads the module, reads a pipe to its end, keeps checkpoints.
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <optional>
+#include <system_error>
 
 #include "common/module.hpp"
 #include "common/program.hpp"
@@ -25,6 +27,17 @@ std::filesystem::path modulePath(const Settings& settings) {
 
 bool canBeRestarted(const JobPlan& plan, const JobCounts& counts) {
   return plan.restartPossible && counts.recordedPosition.has_value();
+}
+
+/// A host that dies between its note of the end and Close leaves the fallback file behind.
+void removeLeftFallbackFile(const JobPlan& plan) {
+  const bool isToStay =
+      std::any_of(plan.attributes.begin(), plan.attributes.end(), [](const Attribute& attribute) {
+        return attribute.name == "PRESERVE_RESTART_INFO" && attribute.value == "YES";
+      });
+  if (isToStay || plan.ownFallbackFile.empty()) return;
+  std::error_code ignored;  // the job is done all the same
+  std::filesystem::remove(tools::toWide(plan.ownFallbackFile), ignored);
 }
 
 /// What is left behind by a job that did not come to its end, and how to go on.
@@ -83,6 +96,7 @@ ExitStatus run(std::vector<std::string> arguments) {
   for (const std::string& warning : plan.warnings) tools::printError("warning: " + warning);
   Outcome outcome;
   if (plan.restart && plan.restart->finished) {
+    removeLeftFallbackFile(plan);
     outcome.status = ExitStatus::kDone;
     outcome.counts.blockSize = plan.restart->blockSize;
     outcome.counts.blocks = plan.restart->position;

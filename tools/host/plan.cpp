@@ -24,11 +24,14 @@ std::string fullPath(const std::string& path) {
 /// Names the fallback file beside the state file. Stands in front of the user's own options, so
 /// that these keep their meaning whatever they end with, and a folder that they name wins. The
 /// module finds a file again in any working folder only when it is named.
-std::string withFallbackFile(const std::string& userInit, const std::string& statePath) {
-  const std::filesystem::path state = std::filesystem::absolute(tools::toWide(statePath));
+void nameFallbackFile(JobPlan& plan, const EffectiveOptions& options) {
+  const std::filesystem::path state = std::filesystem::absolute(tools::toWide(plan.statePath));
   const std::string folder = tools::toUtf8(state.parent_path().wstring());
   const std::string name = tools::toUtf8(state.filename().wstring()) + ".fbf";
-  return "Fallback_Directory=\"" + folder + "\" Fallback_file=\"" + name + "\" " + userInit;
+  plan.moduleInit =
+      "Fallback_Directory=\"" + folder + "\" Fallback_file=\"" + name + "\" " + plan.userInit;
+  plan.ownFallbackFile = fullPath(
+      (options.fallbackDirectory.empty() ? folder : options.fallbackDirectory) + "\\" + name);
 }
 
 void requireStateFolder(const std::string& statePath) {
@@ -133,7 +136,8 @@ JobPlan makePlan(const Settings& settings) {
   refuseOneFileForTwo(plan);
   const EffectiveOptions options = explainInitString(plan.userInit).effective;
   const bool namesFile = plan.keepsState() && !options.noFallback && options.fallbackFile.empty();
-  plan.moduleInit = namesFile ? withFallbackFile(plan.userInit, plan.statePath) : plan.userInit;
+  plan.moduleInit = plan.userInit;
+  if (namesFile) nameFallbackFile(plan, options);
   plan.restartPossible = plan.keepsState() && options.needFullBlock && !options.noFallback;
   refuseHopelessRestart(plan, options);
   addWarnings(plan, options);

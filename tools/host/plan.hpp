@@ -16,6 +16,7 @@ struct JobPlan {
   std::string output;  // full path, or "-"
   std::string userInit;
   std::string moduleInit;  // userInit, with a name for the fallback file in front when it needs one
+  std::string ownFallbackFile;  // full path of the file of that name; empty when the user named it
   std::vector<Attribute> attributes;
   std::string statePath;  // empty: none
   std::uint64_t checkpointEvery = 0;
