@@ -38,11 +38,9 @@ struct HandleList {
 
 using QuerySystemInformation = LONG(NTAPI*)(ULONG what, void* answer, ULONG size, ULONG* needed);
 
-void setVariable(const std::string& name, const std::optional<std::string>& value) {
+bool setVariable(const std::string& name, const std::optional<std::string>& value) noexcept {
   // An empty value removes the variable in the run-time library, as in the system.
-  if (_putenv_s(name.c_str(), value ? value->c_str() : "") != 0) {
-    throw std::runtime_error("cannot set " + name);
-  }
+  return _putenv_s(name.c_str(), value ? value->c_str() : "") == 0;
 }
 
 template <typename Visit>
@@ -96,10 +94,10 @@ std::string ScratchDirectory::file(std::string_view name) const {
   return path_ + '\\' + std::string(name);
 }
 
-ScopedEnvironment::ScopedEnvironment(std::string name, std::optional<std::string> value)
+ScopedEnvironment::ScopedEnvironment(std::string name, const std::optional<std::string>& value)
     : name_(std::move(name)) {
   if (const char* before = std::getenv(name_.c_str())) before_ = before;
-  setVariable(name_, value);
+  if (!setVariable(name_, value)) throw std::runtime_error("cannot set " + name_);
 }
 
 ScopedEnvironment::~ScopedEnvironment() {

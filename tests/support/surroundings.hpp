@@ -37,7 +37,7 @@ class ScratchDirectory {
 // library), set or, with nullopt, removed until the end of the scope.
 class ScopedEnvironment {
  public:
-  ScopedEnvironment(std::string name, std::optional<std::string> value);
+  ScopedEnvironment(std::string name, const std::optional<std::string>& value);
   ~ScopedEnvironment();
   ScopedEnvironment(const ScopedEnvironment&) = delete;
   ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
