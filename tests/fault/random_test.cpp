@@ -396,6 +396,19 @@ class Chaos {
   std::set<std::pair<int, std::uint32_t>> seen_;
 };
 
+// A wait here would be one of the thread that is to read.
+TEST(Writer, NeverWaitsForRoom) {
+  const std::wstring name = wide(uniquePipeName());
+  Feed writer;
+  writer.serve(name);
+  EXPECT_FALSE(writer.offer("nobody reads"));
+  const HANDLE reader =
+      CreateFileW(name.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+  for (int i = 0; i < 4; ++i) EXPECT_TRUE(writer.offer(std::string(50'000, 'x')));
+  CloseHandle(reader);
+  EXPECT_FALSE(writer.offer("nobody reads any more"));
+}
+
 TEST(Random, RequestsKeepTheRules) {
   keepSystemLibraries();
   constexpr unsigned kLongestRequest = 300;  // seconds
