@@ -15,6 +15,7 @@
 #include <tallow/tallow.h>
 
 #include <array>
+#include <atomic>
 #include <bit>
 #include <cstdint>
 #include <cstdio>
@@ -36,7 +37,7 @@ struct Plan {
 
 Plan plan;
 std::string reportPath;
-unsigned long calls = 0;
+std::atomic<unsigned long> calls = 0;  // the module has a thread of its own
 unsigned long commits = 0;
 bool answersLost = false;  // the next diagnostic is a lost connection
 
@@ -53,15 +54,14 @@ std::string environment(const char* name) {
 
 void writeReport() {
   if (std::FILE* file = std::fopen(reportPath.c_str(), "wb")) {
-    std::fprintf(file, "%lu %lu\n", calls, commits);
+    std::fprintf(file, "%lu %lu\n", calls.load(), commits);
     std::fclose(file);
   }
 }
 
 /// Every counted call comes by here first.
 void count() {
-  ++calls;
-  if (calls == plan.dieAt) TerminateProcess(GetCurrentProcess(), kKilled);
+  if (++calls == plan.dieAt) TerminateProcess(GetCurrentProcess(), kKilled);
 }
 
 template <auto slot>

@@ -116,7 +116,7 @@ class PostgresLoad(load_cases.Cases, unittest.TestCase):
             f" where datname = '{self.database.database}'"
         )
         source = write_rows(self.folder / "in.csv", 40000 if load_cases.FULL else 15000)
-        job = self.job(source, "--header", "--create", block=4096)
+        job = self.job(source, "--header", "--create", block=4096, every=5)
         ended = threading.Event()
         cuts = 0
 
@@ -126,7 +126,6 @@ class PostgresLoad(load_cases.Cases, unittest.TestCase):
                 self.server.psql("postgres", cut)
                 cuts += 1
 
-        harness.wait_until(lambda: True, "nothing")
         feed = job.feed()
         load = job.start("--retry", "120")
         harness.wait_until(lambda: (job.record() or (0,))[0] > 0, "a checkpoint")

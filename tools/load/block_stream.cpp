@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdio>
 #include <filesystem>
+#include <utility>
 
 #include "common/text.hpp"
 #include "host/init_string.hpp"
@@ -48,13 +49,15 @@ BlockStream::BlockStream(const std::string& modulePath, const std::string& initS
   module_.setAttribute(handle_, "CHARSET_NAME", "UTF8");
   module_.setAttribute(handle_, kKeepFallbackFile, "YES");
   instance_.emplace(module_.open(handle_, pipe));
-  buffer_.resize(instance_->blockSize());
+  for (std::vector<std::byte>& buffer : buffers_) buffer.resize(instance_->blockSize());
 }
 
 std::optional<std::string_view> BlockStream::read() {
-  const client::ReadResult result = instance_->read(buffer_);
+  std::swap(buffers_[0], buffers_[1]);
+  std::vector<std::byte>& buffer = buffers_[0];
+  const client::ReadResult result = instance_->read(buffer);
   if (result.atEnd()) return std::nullopt;
-  return std::string_view(reinterpret_cast<const char*>(buffer_.data()), result.length);
+  return std::string_view(reinterpret_cast<const char*>(buffer.data()), result.length);
 }
 
 void BlockStream::finish() {

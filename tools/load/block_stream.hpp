@@ -1,6 +1,7 @@
 // The job's data, block by block, as the module delivers it.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -20,7 +21,7 @@ class BlockStream {
   BlockStream(const std::string& modulePath, const std::string& initString,
               const std::string& pipe);
 
-  /// The next block, valid until the next call; nothing at the end of the data.
+  /// The next block, valid until the next call but one; nothing at the end of the data.
   std::optional<std::string_view> read();
   std::uint64_t getPos() { return instance_->getPos(); }
   void setPos(std::uint64_t position) { instance_->setPos(position); }
@@ -31,7 +32,7 @@ class BlockStream {
   client::Module module_;
   void* handle_ = nullptr;
   std::optional<client::Instance> instance_;
-  std::vector<std::byte> buffer_;
+  std::array<std::vector<std::byte>, 2> buffers_;  // in turn
 };
 
 /// Where the module keeps the job's fallback file, in UTF-8. The initialisation string must be one

@@ -174,7 +174,11 @@ void Loader::openRejects() {
 }
 
 void Loader::openStream() {
-  stream_ = std::make_unique<BlockStream>(options_.module, initString_, options_.settings.pipe);
+  // SQLite works inside this process. A second thread makes it lock and allocate in earnest, which
+  // costs more than reading ahead gains.
+  const bool ahead = dialect_ != Dialect::kSqlite;
+  stream_ =
+      std::make_unique<BlockReader>(options_.module, initString_, options_.settings.pipe, ahead);
 }
 
 void Loader::takeJob() {
@@ -273,11 +277,14 @@ void Loader::step() {
     stream_->getPos();
     return;
   }
+  pacer_.delivered(block_);
+  const bool due = pacer_.due();
+  // A header that is wrong ends the job, whatever follows it.
+  if (!due && progress_.header != Header::kDue) stream_->readAhead();
   parser_.setInput(*data);
   Row row;
   while (parser_.next(row)) handle(row);
-  pacer_.delivered(block_);
-  if (pacer_.due()) checkpoint(false);
+  if (due) checkpoint(false);
 }
 
 void Loader::finishData() {
@@ -466,6 +473,7 @@ void Loader::restoreCommitted() {
 /// Lets the stream deliver again what came behind the committed position.
 void Loader::sendBack() {
   const std::uint64_t committed = session_->committed().position;
+  if (stream_->dropReadAhead()) pacer_.delivered(block_ + 1);
   stream_->setPos(committed);
   pacer_.wentBack(committed);
   dropNext_ = committed > 0;

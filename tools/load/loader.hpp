@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "load/bad_row_search.hpp"
-#include "load/block_stream.hpp"
+#include "load/block_reader.hpp"
 #include "load/insert_batch.hpp"
 #include "load/job_session.hpp"
 #include "load/load_options.hpp"
@@ -94,7 +94,7 @@ class Loader {
   std::unique_ptr<JobSession> session_;
   std::optional<TargetTable> table_;
   std::unique_ptr<Rejects> rejects_;
-  std::unique_ptr<BlockStream> stream_;
+  std::unique_ptr<BlockReader> stream_;
   std::unique_ptr<InsertBatch> batch_;
 
   RowParser parser_;
