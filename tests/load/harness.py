@@ -228,6 +228,12 @@ class Process:
     def running(self):
         return self.process.poll() is None
 
+    def never_began(self):
+        """Whether Wine failed to start it, which a busy machine sees once in a thousand starts: our
+        programs have a reason for status 1 and say it."""
+        silent = not any(os.fstat(file.fileno()).st_size for file in (self.out, self.err))
+        return self.process.poll() == 1 and silent
+
     def kill(self):
         # Once it has been waited for, its number may be that of another process.
         if self.process.returncode is None:
@@ -325,9 +331,15 @@ class Job:
         feed = self.feed(source)
         load = self.start(*more, fault=fault)
         try:
-            if kill_after is not None:
+            end = time.monotonic() + (PATIENCE if kill_after is None else kill_after)
+            while load.running() and time.monotonic() < end:
                 with contextlib.suppress(subprocess.TimeoutExpired):
-                    load.process.wait(kill_after)
+                    load.process.wait(min(0.5, end - time.monotonic()))
+                if feed.never_began():
+                    feed = self.feed(source)
+                if load.never_began():
+                    load = self.start(*more, fault=fault)
+            if kill_after is not None:
                 load.kill()
             return Outcome(load)
         finally:
@@ -351,6 +363,19 @@ class Job:
         except (sqlite3.OperationalError, subprocess.CalledProcessError):
             return None
         return tuple(map(int, rows[0])) if rows else None
+
+    def state(self):
+        """All that a restart can know: what the database and the fallback file hold."""
+        name = self.pipe[9:]  # differs from job to job
+        contents = []
+        for table in ("tallow_checkpoint", self.table):
+            try:
+                contents.append(repr(self.database.query(f"select * from {table}")))
+            except (sqlite3.OperationalError, subprocess.CalledProcessError):
+                contents.append("")
+        for file in self.fallback.glob(f"*{name}*"):
+            contents.append(file.read_bytes().hex().replace(name.encode().hex(), ""))
+        return "\n".join(contents).replace(name, "")
 
     def finish(self, *more):
         """Runs the job to its end, from wherever it is."""
