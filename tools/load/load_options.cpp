@@ -139,39 +139,54 @@ std::optional<ExitStatus> readCommandLine(const std::vector<std::string>& argume
   tools::prepare(app, kExamples);
   app.add_option("--pipe", options.settings.pipe,
                  "Name of the pipe, for example \\\\.\\pipe\\orders")
-      ->required();
-  app.add_option("--to", options.connection, "ODBC connection string of the database")->required();
+      ->required()
+      ->option_text("NAME");
+  app.add_option("--to", options.connection, "ODBC connection string of the database")
+      ->required()
+      ->option_text("CONNECTION");
   app.add_option("--table", options.settings.table, "Table to load into, NAME or SCHEMA.NAME")
-      ->required();
+      ->required()
+      ->option_text("TABLE");
   app.add_option("--columns", columns,
                  "Columns that the fields go to, in their order, as A,B,C (default: those that the "
-                 "header names, or all of the table)");
+                 "header names, or all of the table)")
+      ->option_text("A,B,...");
   app.add_flag("--header", options.header, "The first row names the columns and is not loaded");
-  app.add_option("--delimiter", delimiter, "Character between fields, or tab (default ,)");
+  app.add_option("--delimiter", delimiter, "Character between fields, or tab (default ,)")
+      ->option_text("C");
   CLI::Option* null = app.add_option("--null", nullText,
-                                     "Text that means NULL; an unquoted empty field always does");
+                                     "Text that means NULL; an unquoted empty field always does")
+                          ->option_text("TEXT");
   app.add_flag("--create", options.create, "Make the table, with text columns, if it is missing");
   app.add_option("--job", options.job,
-                 "Name of the job in tallow_checkpoint (default: the pipe's last part)");
+                 "Name of the job in tallow_checkpoint (default: the pipe's last part)")
+      ->option_text("NAME");
   app.add_option("--checkpoint-every", options.checkpointEvery,
                  "Blocks from one commit to the next (default 16)")
-      ->check(CLI::Range(1, 1'000'000'000));
+      ->check(CLI::Range(1, 1'000'000'000))
+      ->option_text("BLOCKS");
   app.add_option("--batch", options.batch,
                  "Rows for each INSERT (default: 100, or less for many columns)")
-      ->check(CLI::Range(1, 32767));
+      ->check(CLI::Range(1, 32767))
+      ->option_text("ROWS");
   app.add_option("--rejects", options.rejects,
-                 "File for rows that cannot be loaded, as they came; FILE.reasons.csv says why");
+                 "File for rows that cannot be loaded, as they came; FILE.reasons.csv says why")
+      ->option_text("FILE");
   app.add_option("--max-rejects", options.maxRejects,
-                 "Rejected rows to put up with before the load stops (default 0)");
+                 "Rejected rows to put up with before the load stops (default 0)")
+      ->option_text("N");
   app.add_option("--retry", options.retrySeconds,
                  "Seconds to go on trying when the database is out of reach (default 60)")
-      ->check(CLI::Range(0, 1'000'000));
+      ->check(CLI::Range(0, 1'000'000))
+      ->option_text("SECONDS");
   app.add_flag("--restart", restart, "Go on with a job from what the database says of it");
   app.add_flag("--start-over", startOver, "Give up what is recorded of the job and begin it anew");
   app.add_option("--init", options.settings.init,
-                 "Initialisation string for the module, for example \"Block_size=65536\"");
+                 "Initialisation string for the module, for example \"Block_size=65536\"")
+      ->option_text("STRING");
   app.add_option("--module", options.module,
-                 "The module (default: tallowin.dll beside this program)");
+                 "The module (default: tallowin.dll beside this program)")
+      ->option_text("FILE");
   app.add_flag("--json", options.json, "Print the outcome as JSON");
   if (const auto status = tools::parse(app, arguments)) return status;
 
