@@ -21,6 +21,7 @@ csv.field_size_limit(1 << 30)
 BIN = pathlib.Path(os.environ["TALLOW_BINARY_DIR"]) / "bin"
 PATIENCE = 180  # seconds that any one wait may take
 KILLED = 137
+CANNOT_START = 126
 
 _numbers = iter(range(1, 1 << 30))
 _started = []  # processes of the test at hand
@@ -230,9 +231,9 @@ class Process:
 
     def never_began(self):
         """Whether Wine failed to start it, which a busy machine sees once in a thousand starts: our
-        programs have a reason for status 1 and say it."""
+        programs have a reason for status 1 and say it, and start_with has a status of its own."""
         silent = not any(os.fstat(file.fileno()).st_size for file in (self.out, self.err))
-        return self.process.poll() == 1 and silent
+        return self.process.poll() == CANNOT_START or (self.process.poll() == 1 and silent)
 
     def kill(self):
         # Once it has been waited for, its number may be that of another process.
