@@ -100,13 +100,13 @@ void refuseHopelessRestart(const JobPlan& plan, const EffectiveOptions& options)
 
 void addWarnings(JobPlan& plan, const EffectiveOptions& options) {
   if (plan.keepsState() && !options.needFullBlock) {
-    plan.warnings.push_back("this job cannot be restarted: Need_Full_Block is off");
+    plan.warnings.emplace_back("this job cannot be restarted: Need_Full_Block is off");
   }
   if (plan.keepsState() && options.noFallback) {
-    plan.warnings.push_back("this job cannot be restarted: No_FallBack is set");
+    plan.warnings.emplace_back("this job cannot be restarted: No_FallBack is set");
   }
   if (!options.needFullBlock && hasTimeout(plan.attributes)) {
-    plan.warnings.push_back(
+    plan.warnings.emplace_back(
         "a writer that pauses longer than TIMEOUT_SECONDS ends the data as if it were whole, "
         "since Need_Full_Block is off");
   }
