@@ -1,21 +1,14 @@
 // The job's blocks, read on a thread of their own while the rows of the one before are loaded.
 #pragma once
 
-#include <windows.h>
-
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
-#include <future>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <thread>
-#include <type_traits>
 
-#include "common/unique_handle.hpp"
 #include "load/block_stream.hpp"
+#include "load/worker_thread.hpp"
 
 namespace tallow::load {
 
@@ -47,20 +40,14 @@ class BlockReader {
   void finish();
 
  private:
-  using Block = std::optional<std::string_view>;
+  /// Does the work on the thread, if there is one, and waits for it.
+  void run(const std::function<void()>& work);
+  void waitForAhead();
 
-  template <typename Work>
-  std::future<std::invoke_result_t<Work>> begin(Work work);
-  void serve(const std::stop_token& stop);
-
-  std::optional<BlockStream> stream_;  // the thread's own
-  std::future<Block> ahead_;
-  tools::UniqueHandle threadHandle_;
-
-  std::mutex mutex_;
-  std::condition_variable_any changed_;
-  std::function<void()> work_;  // that waits for the thread
-  std::jthread thread_;
+  std::optional<BlockStream> stream_;      // the thread's own
+  std::optional<std::string_view> block_;  // that the latest read has brought
+  bool ahead_ = false;                     // a read is under way
+  std::optional<WorkerThread> thread_;
 };
 
 }  // namespace tallow::load
