@@ -32,6 +32,23 @@ ChildWork::ChildWork(const std::string& name, Function work) {
   allWork().emplace(name, std::move(work));
 }
 
+PROCESS_INFORMATION startProcess(const std::string& command, STARTUPINFOA& startup) {
+  constexpr int kTries = 3;
+  DWORD error = 0;
+  for (int i = 0; i < kTries; ++i) {
+    std::string line = command;
+    PROCESS_INFORMATION process{};
+    // Standard handles that are given have to be inherited.
+    const BOOL inherits = (startup.dwFlags & STARTF_USESTDHANDLES) != 0 ? TRUE : FALSE;
+    if (CreateProcessA(nullptr, line.data(), nullptr, nullptr, inherits, 0, nullptr, nullptr,
+                       &startup, &process)) {
+      return process;
+    }
+    error = GetLastError();
+  }
+  throw std::runtime_error(std::to_string(error) + ": cannot start " + command);
+}
+
 unsigned runChild(const std::string& name, const std::vector<std::string>& arguments) {
   std::array<char, MAX_PATH> program{};
   GetModuleFileNameA(nullptr, program.data(), static_cast<DWORD>(program.size()));
@@ -39,11 +56,7 @@ unsigned runChild(const std::string& name, const std::vector<std::string>& argum
   for (const std::string& argument : arguments) command += " \"" + argument + '"';
   STARTUPINFOA startup{};
   startup.cb = sizeof(startup);
-  PROCESS_INFORMATION process{};
-  if (!CreateProcessA(program.data(), command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
-                      &startup, &process)) {
-    throw std::runtime_error("cannot start the child");
-  }
+  const PROCESS_INFORMATION process = startProcess(command, startup);
   if (WaitForSingleObject(process.hProcess, kChildMilliseconds) != WAIT_OBJECT_0) {
     TerminateProcess(process.hProcess, kChildHung);
     WaitForSingleObject(process.hProcess, INFINITE);

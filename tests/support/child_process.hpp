@@ -1,6 +1,8 @@
 // The test program runs itself again as a child: for what ends a process, or must not share one.
 #pragma once
 
+#include <windows.h>
+
 #include <functional>
 #include <string>
 #include <vector>
@@ -18,6 +20,10 @@ class ChildWork {
 // the exception code when it crashes. A child that does not end within two
 // minutes is ended and answers 0xdead.
 unsigned runChild(const std::string& name, const std::vector<std::string>& arguments = {});
+
+// Starts a program; its handles are the caller's. A busy machine's Wine refuses about one start in
+// a thousand, so it is tried again. Throws std::runtime_error with the system's error number.
+PROCESS_INFORMATION startProcess(const std::string& command, STARTUPINFOA& startup);
 
 // The main function of all programs that use this library.
 int runTests(int argc, char** argv);

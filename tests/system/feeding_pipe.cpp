@@ -4,6 +4,8 @@
 #include <array>
 #include <stdexcept>
 
+#include "support/child_process.hpp"
+
 namespace tallow::test {
 
 Process::Process(const std::vector<std::string>& words, const std::string& said) {
@@ -17,12 +19,8 @@ Process::Process(const std::vector<std::string>& words, const std::string& said)
   startup.dwFlags = STARTF_USESTDHANDLES;
   startup.hStdOutput = output;
   startup.hStdError = output;
-  PROCESS_INFORMATION process{};
-  const bool started = CreateProcessA(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr,
-                                      nullptr, &startup, &process) != FALSE;
-  const DWORD error = GetLastError();
+  const PROCESS_INFORMATION process = startProcess(command, startup);
   CloseHandle(output);
-  if (!started) throw std::runtime_error(std::to_string(error) + ": cannot start " + command);
   CloseHandle(process.hThread);
   handle_ = process.hProcess;
 }
