@@ -113,22 +113,12 @@ class Chaos {
 
   void reload() {
     unload();
-    if (dice_.oneIn(2)) clearFolder();
+    if (dice_.oneIn(2)) folder_.removeFiles();
     loaded_ = std::make_unique<Loaded>();
     loaded_->read.emplace(loaded_->module.handle(), "ReadFile",
                           [this](HANDLE pipe, void* data, DWORD size, DWORD* count, OVERLAPPED*) {
                             return readPipe(pipe, data, size, count);
                           });
-  }
-
-  void clearFolder() {
-    WIN32_FIND_DATAA found = {};
-    const HANDLE search = FindFirstFileA(folder_.file("*").c_str(), &found);
-    if (search == INVALID_HANDLE_VALUE) return;
-    do {
-      DeleteFileA(folder_.file(found.cFileName).c_str());
-    } while (FindNextFileA(search, &found));
-    FindClose(search);
   }
 
   // The writer acts at the module's own look at the pipe, so that no look waits.

@@ -82,7 +82,7 @@ class Sweep : public testing::TestWithParam<JobPlan> {
                                      std::to_string(first) + (andAllAfter ? " and after" : ""));
     SCOPED_TRACE(name);
     watchRun(name);
-    clearFolder();
+    folder_.removeFiles();
     std::size_t injected = 0;
     std::vector<std::string> problems;
     bool wentAsPlanned = false;
@@ -168,16 +168,6 @@ class Sweep : public testing::TestWithParam<JobPlan> {
   }
 
  private:
-  void clearFolder() {
-    WIN32_FIND_DATAA found = {};
-    const HANDLE search = FindFirstFileA(folder_.file("*").c_str(), &found);
-    if (search == INVALID_HANDLE_VALUE) return;
-    do {
-      DeleteFileA(folder_.file(found.cFileName).c_str());
-    } while (FindNextFileA(search, &found));
-    FindClose(search);
-  }
-
   ScratchDirectory folder_;
   ScopedCurrentDirectory current_{folder_.path()};
   ScopedEnvironment noLogDirectory_{"NPLOGDIR", std::nullopt};

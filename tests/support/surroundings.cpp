@@ -72,6 +72,16 @@ std::string ScratchDirectory::file(std::string_view name) const {
   return path_ + '\\' + std::string(name);
 }
 
+void ScratchDirectory::removeFiles() const {
+  WIN32_FIND_DATAA found = {};
+  const HANDLE search = FindFirstFileA(file("*").c_str(), &found);
+  if (search == INVALID_HANDLE_VALUE) return;
+  do {
+    DeleteFileA(file(found.cFileName).c_str());
+  } while (FindNextFileA(search, &found));
+  FindClose(search);
+}
+
 ScopedEnvironment::ScopedEnvironment(std::string name, const std::optional<std::string>& value)
     : name_(std::move(name)) {
   if (const char* before = std::getenv(name_.c_str())) before_ = before;

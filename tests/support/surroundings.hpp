@@ -28,6 +28,7 @@ class ScratchDirectory {
 
   const std::string& path() const { return path_; }
   std::string file(std::string_view name) const;
+  void removeFiles() const;
 
  private:
   std::string path_;
