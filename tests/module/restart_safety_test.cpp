@@ -6,32 +6,29 @@ namespace {
 
 using testing::ElementsAre;
 
-class Replay : public FallbackTest {};
+class Replay : public FallbackTest {
+ protected:
+  // A replay of three records of that size ends where the fourth belongs.
+  void expectEndBehindThree(std::string_view options, std::size_t recordSize) {
+    openJob(options);
+    deliver(2);
+    checkpoint();
+    deliver(2);
+    goTo(2);
+    deliver(2);
+    log.newLines();
+    deliver(1);
+    const auto afterLast = std::to_string(kDataStart + 3 * recordSize);
+    EXPECT_EQ(log.newEntries().back(), trace(6, "Seeking to fallback file offset " + afterLast));
+  }
+};
 
 TEST_F(Replay, GoesToWhereTheNextRecordBelongs) {
-  openJob();
-  deliver(2);
-  checkpoint();
-  deliver(2);
-  goTo(2);
-  deliver(2);
-  log.newLines();
-  deliver(1);
-  const auto afterLast = std::to_string(kDataStart + 3 * kBlockSize);
-  EXPECT_EQ(log.newEntries().back(), trace(6, "Seeking to fallback file offset " + afterLast));
+  expectEndBehindThree({}, kBlockSize);
 }
 
 TEST_F(Replay, CountsTheLengthOfEachRecordThatHasOne) {
-  openJob("Need_Full_Block=no");
-  deliver(2);
-  checkpoint();
-  deliver(2);
-  goTo(2);
-  deliver(2);
-  log.newLines();
-  deliver(1);
-  const auto afterLast = std::to_string(kDataStart + 3 * (kBlockSize + 4));
-  EXPECT_EQ(log.newEntries().back(), trace(6, "Seeking to fallback file offset " + afterLast));
+  expectEndBehindThree("Need_Full_Block=no", kBlockSize + 4);
 }
 
 TEST_F(Replay, OfALastBlockAsksThePipeForMore) {

@@ -11,7 +11,7 @@ enum class ExitStatus : int {
   kDone = 0,
   kFailed = 1,
   kMisused = 2,      // the command line is wrong; nothing was started
-  kRestartable = 3,  // tallow-host only: stopped, and a checkpoint to restart from is recorded
+  kRestartable = 3,  // stopped, and there is a checkpoint to restart from
 };
 
 /// A failure that a person can act upon. The text is one line: what failed and what to do.
