@@ -3,6 +3,14 @@
 set -euo pipefail
 shopt -s inherit_errexit
 
+# Linux puts a program's heap at random into the gigabyte that begins at Wine's loader, and Wine needs
+# one page in there: where the heap lies on it, which is in one start of a few thousand, the program
+# ends before it begins. So our programs run without that randomness where the machine lets us choose.
+personality=$(cat /proc/self/personality 2>/dev/null || echo ffffffff)
+if ! ((0x$personality & 0x40000)) && setarch -R true 2>/dev/null; then # ADDR_NO_RANDOMIZE
+  exec setarch -R "$0" "$@"
+fi
+
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 cache=${XDG_CACHE_HOME:-$HOME/.cache}/tallow
 

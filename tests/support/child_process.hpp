@@ -21,8 +21,9 @@ class ChildWork {
 // minutes is ended and answers 0xdead.
 unsigned runChild(const std::string& name, const std::vector<std::string>& arguments = {});
 
-// Starts a program; its handles are the caller's. A busy machine's Wine refuses about one start in
-// a thousand, so it is tried again. Throws std::runtime_error with the system's error number.
+// Starts a program; its handles are the caller's. Where the layout of the address space is random
+// (see scripts/lib.sh), Wine fails to start about one in a few thousand, so it is tried again.
+// Throws std::runtime_error with the system's error number.
 PROCESS_INFORMATION startProcess(const std::string& command, STARTUPINFOA& startup);
 
 // The main function of all programs that use this library.

@@ -26,9 +26,9 @@ bool startsWithTime(std::string_view line) {
   constexpr std::string_view kShape = "aaa aaa 00 00:00:00 0000 ";
   if (line.size() < kShape.size()) return false;
   for (std::size_t i = 0; i < kShape.size(); ++i) {
-    const auto c = static_cast<unsigned char>(line[i]);
-    if (kShape[i] == 'a'   ? !std::isalpha(c)
-        : kShape[i] == '0' ? !std::isdigit(c)
+    const char c = line[i];
+    if (kShape[i] == 'a'   ? !std::isalpha(static_cast<unsigned char>(c))
+        : kShape[i] == '0' ? !std::isdigit(static_cast<unsigned char>(c))
                            : c != kShape[i]) {
       return false;
     }
