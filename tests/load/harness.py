@@ -117,6 +117,10 @@ class PostgresServer:
             probe.bind(("127.0.0.1", 0))
             self.port = probe.getsockname()[1]
         data = f"{self.folder}/data"
+        # As Debian sets it up, the driver would leave a log of each connection in /tmp.
+        drivers = pathlib.Path("/etc/odbcinst.ini").read_text(encoding="utf-8")
+        pathlib.Path(self.folder, "odbcinst.ini").write_text(drivers.replace("CommLog=1", "CommLog=0"))
+        os.environ["ODBCSYSINI"] = self.folder
         self.run("initdb", "-A", "trust", "-U", self.user, "-E", "UTF8", "--locale=C", "-D", data)
         self.start()
 
@@ -230,7 +234,7 @@ class Process:
         return self.process.poll() is None
 
     def never_began(self):
-        """Whether Wine failed to start it, which a busy machine sees once in a thousand starts: our
+        """Whether Wine failed to start it, which happens now and then (see scripts/lib.sh): our
         programs have a reason for status 1 and say it, and start_with has a status of its own."""
         silent = not any(os.fstat(file.fileno()).st_size for file in (self.out, self.err))
         return self.process.poll() == CANNOT_START or (self.process.poll() == 1 and silent)
@@ -365,6 +369,9 @@ class Job:
             return None
         return tuple(map(int, rows[0])) if rows else None
 
+    def fallback_files(self):
+        return list(self.fallback.glob(f"*{self.pipe[9:]}*"))
+
     def state(self):
         """All that a restart can know: what the database and the fallback file hold."""
         name = self.pipe[9:]  # differs from job to job
@@ -374,7 +381,7 @@ class Job:
                 contents.append(repr(self.database.query(f"select * from {table}")))
             except (sqlite3.OperationalError, subprocess.CalledProcessError):
                 contents.append("")
-        for file in self.fallback.glob(f"*{name}*"):
+        for file in self.fallback_files():
             contents.append(file.read_bytes().hex().replace(name.encode().hex(), ""))
         return "\n".join(contents).replace(name, "")
 

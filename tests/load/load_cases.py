@@ -151,6 +151,17 @@ class Cases:
             job = self.killed_job(call)
             self.check_done(job.finish(), job, f"killed at call {call}")
 
+    def test_restart_of_a_load_that_died_behind_its_last_commit(self):
+        calls, _ = self.count_calls(self.fresh_small_job())
+        left = 0
+        for call in range(calls - 9, calls + 1):
+            job = self.killed_job(call)
+            if job.record()[3]:
+                left += len(job.fallback_files())
+                self.check_done(job.run_alone("--restart"), job)
+                self.assertEqual(job.fallback_files(), [])
+        self.assertGreater(left, 0, "no death left a fallback file behind")
+
     def test_second_kill_at_every_call_of_the_restart(self):
         calls, _ = self.count_calls(self.fresh_small_job())
         # A restart knows only what the first kill has left, and most kills leave what the one before
@@ -407,7 +418,47 @@ class Cases:
         rows = job.record()[1]
         self.check_refused(job.run_alone("--start-over"), 1, f"remove those {rows}")
         self.database.execute("delete from rows")
-        self.check_done(job.run("--start-over"), job)
+        rejects = self.data("rejects.csv", b"of the first attempt")
+        reasons = self.data("rejects.csv.reasons.csv", b"of the first attempt")
+        self.check_done(job.run("--start-over", "--rejects", rejects), job)
+        self.assertEqual(rejects.read_bytes() + reasons.read_bytes(), b"")
+
+    def test_starting_over_removes_the_fallback_file(self):
+        job = self.interrupted_job()
+        self.database.execute("delete from rows")
+        self.assertNotEqual(job.fallback_files(), [])
+        load = job.start("--start-over")
+        # No new one takes its place before a writer comes.
+        harness.wait_until(lambda: not job.fallback_files(), "the removal")
+        load.kill()
+        self.check_done(job.run("--restart"), job)
+
+    def test_fallback_file_that_is_lost_during_the_load(self):
+        job = self.small_job(400)
+        content = job.source.read_bytes()
+        load = job.start()
+        with harness.SlowFeed(job) as feed:
+            feed.send(content[:6000])
+            harness.wait_until(lambda: (job.record() or (0,))[0] == 10, "the last checkpoint")
+            for file in job.fallback_files():
+                file.unlink()
+            feed.send(content[6000:])
+            feed.end()
+            outcome = harness.Outcome(load)
+        self.assertEqual(outcome.err.count("warning"), 1, outcome)
+        self.assertIn("is gone; the load goes on, but it could not be restarted", outcome.err)
+        self.check_done(outcome, job)
+
+    def test_restart_with_a_fallback_file_that_cannot_be_used(self):
+        job = self.interrupted_job()
+        before = job.record()
+        (file,) = job.fallback_files()
+        content = file.read_bytes()
+        file.write_bytes(content[:20])
+        self.check_refused(job.run("--restart"), 3, "cannot be used", "nothing was changed")
+        self.assertEqual(job.record(), before)
+        file.write_bytes(content)
+        self.check_done(job.run("--restart"), job)
 
     def test_restart_with_other_data(self):
         job = self.interrupted_job()
@@ -429,7 +480,7 @@ class Cases:
 
     def test_restart_without_fallback_file(self):
         job = self.interrupted_job()
-        for file in job.fallback.iterdir():
+        for file in job.fallback_files():
             file.unlink()
         self.check_refused(job.run("--restart"), 1, "--start-over")
 

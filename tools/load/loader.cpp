@@ -107,7 +107,10 @@ void Loader::begin() {
   if (beginning.kind == Beginning::Kind::kRefused) throw ToolError(beginning.reason);
   done_ = report_.wasDone = beginning.kind == Beginning::Kind::kAlreadyDone;
   goesOn_ = beginning.kind == Beginning::Kind::kGoOn;
-  if (done_) return;
+  if (done_) {
+    removeLeftFallbackFile();
+    return;
+  }
   prepareTable();
   if (options_.mode == RunMode::kStartOver) {
     takeJob();
@@ -201,6 +204,13 @@ void Loader::removeLeftovers() {
     throw ToolError("cannot remove " + path + ": " + tools::systemErrorText(GetLastError()) +
                     "; end the process that has it open, then start over again");
   }
+}
+
+/// A load that dies between its last commit and Close leaves it behind. One whose name the user chose
+/// may be another job's by now.
+void Loader::removeLeftFallbackFile() const {
+  const bool isOurs = initString_ != options_.settings.init;
+  if (isOurs) DeleteFileW(tools::toWide(fallbackPath_).c_str());
 }
 
 /// Brings the stream, and then all that is in memory or in files, to the committed position.

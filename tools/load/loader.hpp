@@ -59,6 +59,7 @@ class Loader {
   void openStream();
   void takeJob();
   void removeLeftovers();
+  void removeLeftFallbackFile() const;
   void position();
 
   void loadBlocks();
