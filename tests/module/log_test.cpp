@@ -1,5 +1,6 @@
 // The log file: where it stands, what gets in, and what is summed up.
 #include <algorithm>
+#include <cstdio>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
@@ -51,6 +52,31 @@ TEST_F(Log, IsSetUpAtLoadWhenTheVariableNamesItsDirectory) {
   EXPECT_THAT(lines[1].text, HasSubstr("log_test"));  // the host program
   EXPECT_THAT(lines[1].text, HasSubstr(messageText(102)));
   EXPECT_THAT(lines[1].text, HasSubstr(path));
+}
+
+TEST_F(Log, NamesTheHostByTheFirstWordOfItsCommandLine) {
+  std::string commandLine;
+  const Hook<struct CommandLineTag, char*()> getCommandLine(module(), "GetCommandLineA",
+                                                            [&] { return commandLine.data(); });
+  for (const char* separator : {" ", ",", "\t", "\n"}) {
+    commandLine = std::string("loader") + separator + "orders";
+    ASSERT_EQ(host.init("Log_directory=" + quoted(scratch.path())).code, pmrcSuccess);
+    const std::string banner = readLog(scratch.path()).back().text;
+    EXPECT_THAT(banner, HasSubstr("loader"));
+    EXPECT_THAT(banner, testing::Not(HasSubstr("orders")));
+  }
+}
+
+TEST_F(Log, HasEveryLineInTheFileBeforeItIsClosed) {
+  std::vector<std::string> atClose;
+  Hook<struct CloseTag, int(std::FILE*)> close(module(), "fclose", [&](std::FILE* file) {
+    atClose.push_back(wholeFile(scratch.file(kFile)));
+    return close.original(file);
+  });
+  ASSERT_EQ(host.init("Log_directory=" + quoted(scratch.path())).code, pmrcSuccess);
+  ASSERT_EQ(atClose.size(), 2U);
+  EXPECT_EQ(std::count(atClose[0].begin(), atClose[0].end(), '\n'), 1);
+  EXPECT_EQ(std::count(atClose[1].begin(), atClose[1].end(), '\n'), 2);
 }
 
 TEST_F(Log, StandsAtErrorsWhenNothingSaysOtherwise) {

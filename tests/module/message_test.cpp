@@ -29,6 +29,14 @@ TEST_F(Message, LongerThanTheLargestBufferIsCut) {
   }
 }
 
+TEST_F(Message, IsLoadedWhole) {
+  initialise();
+  for (const std::size_t length : {510u, 511u, 512u, 2047u, 2048u}) {
+    const OtherTexts texts(module(), 45, std::string(length, 't'));
+    EXPECT_EQ(host.open("no pipe").textLength, length);
+  }
+}
+
 // What a module asks for while it is being loaded, and is refused.
 struct FailedLoad {
   std::vector<std::string> libraries;
