@@ -8,7 +8,7 @@ shopt -s inherit_errexit
 # ends before it begins. So our programs run without that randomness where the machine lets us choose.
 personality=$(cat /proc/self/personality 2>/dev/null || echo ffffffff)
 if ! ((0x$personality & 0x40000)) && setarch -R true 2>/dev/null; then # ADDR_NO_RANDOMIZE
-  exec setarch -R "$0" "$@"
+  exec setarch -R "$BASH" "$0" "$@"
 fi
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
