@@ -373,8 +373,8 @@ TEST_F(TimerPeriod, IsGivenBackAtUnload) {
 // without unloading.
 const ChildWork kEndWithoutUnload("end without unload", [](const std::vector<std::string>& words) {
   const std::string& directory = words.at(0);
-  auto* module = new Module;  // never destroyed: the process ends first
-  Host host(*module);
+  Module module;
+  Host host(module);
   const std::string pipeName = uniquePipeName();
   if (host.init("Log_directory='" + directory + "' Log_level=6 Block_size=4 Fallback_file=f.fbf " +
                 "Fallback_Directory='" + directory + "'")
@@ -386,7 +386,7 @@ const ChildWork kEndWithoutUnload("end without unload", [](const std::vector<std
   writer.write("datadata");
   if (host.read().data != "data") return 3;
   if (host.getPos().code != pmrcSuccess) return 4;
-  ExitProcess(77);
+  ExitProcess(77);  // destroys nothing
 });
 
 using ProcessEnd = JobTest;

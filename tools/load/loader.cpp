@@ -206,8 +206,8 @@ void Loader::removeLeftovers() {
   }
 }
 
-/// A load that dies between its last commit and Close leaves it behind. One whose name the user chose
-/// may be another job's by now.
+/// A load that dies between its last commit and Close leaves it behind. One whose name the user
+/// chose may be another job's by now.
 void Loader::removeLeftFallbackFile() const {
   const bool isOurs = initString_ != options_.settings.init;
   if (isOurs) DeleteFileW(tools::toWide(fallbackPath_).c_str());
