@@ -1,5 +1,6 @@
 """The cases that hold on every database. A test program mixes them into its own class."""
 
+import contextlib
 import os
 import pathlib
 import random
@@ -205,37 +206,40 @@ class Cases:
                         outcome = job.finish()
                     self.check_done(outcome, job, context)
 
-    def test_another_loader_takes_the_job(self):
+    @contextlib.contextmanager
+    def load_half_way(self):
+        """A job that has committed its first rows, and what sends the rest and waits for the end."""
         job = self.small_job(400)
         content = job.source.read_bytes()
         load = job.start()
         with harness.SlowFeed(job) as feed:
             feed.send(content[:6000])
             harness.wait_until(lambda: (job.record() or (0,))[0] == 10, "the last checkpoint")
+
+            def finish():
+                feed.send(content[6000:])
+                feed.end()
+                return harness.Outcome(load)
+
+            yield job, finish
+
+    def test_another_loader_takes_the_job(self):
+        with self.load_half_way() as (job, finish):
             self.database.execute("update tallow_checkpoint set commit_number = commit_number + 1")
             before = job.record()
-            feed.send(content[6000:])
-            feed.end()
-            self.check_refused(harness.Outcome(load), 1, "another loader")
+            self.check_refused(finish(), 1, "another loader")
         self.assertEqual(job.record(), before)
         self.assertEqual(len(table_rows(self.database, "rows")), before[1])
         self.check_done(job.run("--restart"), job)
 
     def test_a_second_loader_beside_the_first(self):
-        job = self.small_job(400)
-        content = job.source.read_bytes()
-        first = job.start()
-        with harness.SlowFeed(job) as feed:
-            feed.send(content[:6000])
-            harness.wait_until(lambda: (job.record() or (0,))[0] == 10, "the last checkpoint")
+        with self.load_half_way() as (job, finish):
             before = job.record()
             # The pipe is in use, which comes out before the second loader takes the job.
             second = job.run_alone("--restart")
             self.check_refused(second, 3)
             self.assertEqual(job.record(), before)
-            feed.send(content[6000:])
-            feed.end()
-            self.check_done(harness.Outcome(first), job)
+            self.check_done(finish(), job)
 
     def test_restart_of_a_job_that_is_done(self):
         job = self.small_job()
@@ -434,17 +438,10 @@ class Cases:
         self.check_done(job.run("--restart"), job)
 
     def test_fallback_file_that_is_lost_during_the_load(self):
-        job = self.small_job(400)
-        content = job.source.read_bytes()
-        load = job.start()
-        with harness.SlowFeed(job) as feed:
-            feed.send(content[:6000])
-            harness.wait_until(lambda: (job.record() or (0,))[0] == 10, "the last checkpoint")
+        with self.load_half_way() as (job, finish):
             for file in job.fallback_files():
                 file.unlink()
-            feed.send(content[6000:])
-            feed.end()
-            outcome = harness.Outcome(load)
+            outcome = finish()
         self.assertEqual(outcome.err.count("warning"), 1, outcome)
         self.assertIn("is gone; the load goes on, but it could not be restarted", outcome.err)
         self.check_done(outcome, job)
