@@ -181,7 +181,9 @@ std::string nameOf(const testing::TestParamInfo<JobPlan>& info) {
 
 // Every import is swept, or named with the reason why it is not.
 TEST(FaultTable, NamesEveryImport) {
-  if (kCountsCoverage) GTEST_SKIP() << "the module has the imports of its instruments";
+#ifndef NDEBUG
+  GTEST_SKIP() << "assertions and instruments have imports that the module that ships has not";
+#endif
   std::set<std::string> named;
   for (const Fault& fault : faults()) named.insert(fault.function);
   for (const Unswept& group : unsweptImports()) {

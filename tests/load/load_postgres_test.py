@@ -58,7 +58,7 @@ class PostgresLoad(load_cases.Cases, unittest.TestCase):
         try:
             sleeping = (
                 "select count(*) from pg_stat_activity where datname = current_database()"
-                " and state = 'active' and lower(query) like 'commit%'"
+                " and wait_event = 'PgSleep' and lower(query) like 'commit%'"
             )
             harness.wait_until(
                 lambda: self.database.query(sleeping) == [("1",)], "the slow commit to begin"
