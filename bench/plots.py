@@ -9,6 +9,7 @@ import os
 import re
 import sys
 
+KIB = 1 << 10
 MIB = 1 << 20
 WIDTH, HEIGHT = 320, 240  # of a panel
 LEFT, RIGHT, TOP, BOTTOM = 52, 20, 34, 44
@@ -71,13 +72,6 @@ def write_plots(path, panels):
     print(path)
 
 
-def size_label(size):
-    for unit, name in ((1 << 30, "Gi"), (MIB, "Mi"), (1 << 10, "Ki")):
-        if size >= unit:
-            return f"{size // unit}{name}"
-    return str(size)
-
-
 def spread(count):
     return [(i + 0.5) / count for i in range(count)]
 
@@ -88,10 +82,10 @@ def growth(results, folder):
                 if name.startswith("blocks of")}
     by_job = {sample["request"]["shape"]["total"]: sample for name, sample in samples.items()
               if name.startswith("job of")}
-    for key, x_title, runs in (("block-size", "Block_size (bytes)", by_block),
-                               ("job-size", "job (bytes)", by_job)):
+    for key, x_title, unit, runs in (("block-size", "Block_size (KiB)", KIB, by_block),
+                                     ("job-size", "job (MiB)", MIB, by_job)):
         sizes = sorted(runs)
-        labels = list(zip(spread(len(sizes)), map(size_label, sizes)))
+        labels = [(at, size // unit) for at, size in zip(spread(len(sizes)), sizes)]
         timings = [runs[size]["timing"] for size in sizes]
         mebibytes = [timing["bytes"] / MIB for timing in timings]
         write_plots(os.path.join(folder, f"growth-{key}.svg"), [
