@@ -2,11 +2,11 @@
 #include <array>
 #include <fstream>
 #include <iterator>
-#include <semaphore>
 
 #include "fake_pipe.hpp"
 #include "fallback/md5.hpp"
 #include "job_fixture.hpp"
+#include "support/semaphore.hpp"
 
 namespace tallow::test {
 namespace {
@@ -96,7 +96,7 @@ TEST_F(FullBlocks, AreGatheredFromWhatTheWriterSends) {
 
 TEST_F(FullBlocks, WaitForTheRestOfABlock) {
   openJob("Block_size=10");
-  std::binary_semaphore firstHalfRead{0};
+  BinarySemaphore firstHalfRead;
   Hook<struct ReadTag, BOOL(HANDLE, void*, DWORD, DWORD*, OVERLAPPED*)> readFile(
       module(), "ReadFile",
       [&](HANDLE pipe, void* buffer, DWORD size, DWORD* count, OVERLAPPED* overlapped) {
@@ -124,7 +124,7 @@ TEST_F(FullBlocks, PollEveryMillisecondUntilAWriterConnects) {
 
 TEST_F(FullBlocks, WaitForARealWriter) {
   openJob("Block_size=4");
-  std::binary_semaphore polled{0};
+  BinarySemaphore polled;
   bool released = false;
   Hook<struct ReadTag, BOOL(HANDLE, void*, DWORD, DWORD*, OVERLAPPED*)> readFile(
       module(), "ReadFile",
