@@ -1,12 +1,12 @@
-// A binary semaphore of the system: waits in the one of the compiler's library now and then never
-// end.
+// A semaphore for the threads of a test.
 #pragma once
 
 #include <windows.h>
 
 namespace tallow::test {
 
-// Not taken at first.
+// Begins at zero: the first acquire waits for a release. Made of an event of the system, since
+// waits for the semaphore of the compiler's library now and then never end.
 class BinarySemaphore {
  public:
   BinarySemaphore() : event_(CreateEventA(nullptr, FALSE, FALSE, nullptr)) {}
