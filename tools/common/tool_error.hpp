@@ -6,12 +6,13 @@
 
 namespace tallow::tools {
 
-/// Exit statuses of every tool.
+/// Exit statuses of every tool: one table, fit for a loop that calls a program again.
 enum class ExitStatus : int {
   kDone = 0,
-  kFailed = 1,
-  kMisused = 2,      // the command line is wrong; nothing was started
-  kRestartable = 3,  // stopped, and there is a checkpoint to restart from
+  kFailed = 1,       // there is nothing to restart from
+  kMisused = 2,      // the command line asks for what cannot work; nothing was started or changed
+  kRestartable = 3,  // stopped; the same restart may help now
+  kMendFirst = 4,    // stopped; a restart helps once what the error line says has been mended
 };
 
 /// A failure that a person can act upon. The text is one line: what failed and what to do.

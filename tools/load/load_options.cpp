@@ -4,6 +4,7 @@
 
 #include "common/pipe_names.hpp"
 #include "common/program.hpp"
+#include "common/quoting.hpp"
 #include "host/init_string.hpp"
 
 namespace tallow::load {
@@ -71,33 +72,11 @@ void checkInitString(const std::string& text) {
   }
 }
 
-bool needsQuotes(const std::string& argument) {
-  return argument.empty() || argument.find_first_of(" \t\"&|<>^;,()") != std::string::npos;
-}
-
-/// As the rules of Windows command lines have it.
-std::string quotedArgument(const std::string& argument) {
-  if (!needsQuotes(argument)) return argument;
-  std::string text = "\"";
-  std::size_t backslashes = 0;
-  for (const char c : argument) {
-    if (c == '\\') {
-      ++backslashes;
-    } else {
-      if (c == '"') text.append(backslashes + 1, '\\');
-      backslashes = 0;
-    }
-    text += c;
-  }
-  text.append(backslashes, '\\');
-  return text + "\"";
-}
-
 std::string restartCommandOf(const std::vector<std::string>& arguments) {
   std::string command = "tallow-load";
   for (const std::string& argument : arguments) {
     if (argument == "--restart" || argument == "--start-over") continue;
-    command += " " + quotedArgument(argument);
+    command += " " + tools::quotedArgument(argument);
   }
   return command + " --restart";
 }
