@@ -181,9 +181,10 @@ void Statement::bindText(const std::optional<std::string>& value) {
 void Statement::bindNumber(std::uint64_t value) {
   Parameter& parameter = addParameter();
   parameter.number = static_cast<SQLBIGINT>(value);
+  parameter.length = sizeof parameter.number;
   statement_.check(SQLBindParameter(statement_.get(), static_cast<SQLUSMALLINT>(parameters_.size()),
                                     SQL_PARAM_INPUT, SQL_C_SBIGINT, SQL_BIGINT, 0, 0,
-                                    &parameter.number, 0, nullptr));
+                                    &parameter.number, 0, &parameter.length));
 }
 
 std::int64_t Statement::changedRows() const {
