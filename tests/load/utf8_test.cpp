@@ -1,4 +1,4 @@
-#include "load/utf8.hpp"
+#include "common/utf8.hpp"
 
 #include <gtest/gtest.h>
 
@@ -10,6 +10,10 @@
 
 namespace tallow::load {
 namespace {
+
+using tools::isAscii;
+using tools::isUtf8;
+using tools::toUtf16;
 
 std::u16string wide(std::string_view text) {
   std::u16string units(text.size(), u'\0');

@@ -10,6 +10,7 @@
 #include <new>
 
 #include "common/module.hpp"
+#include "common/printable.hpp"
 #include "common/text.hpp"
 #include "resources/version.h"
 
@@ -43,7 +44,7 @@ void writeToStandardError(const std::string& text) {
 }
 
 void printError(const std::string& text) {
-  writeToStandardError(programName + ": " + oneLine(text) + "\n");
+  writeToStandardError(programName + ": " + printable(oneLine(text)) + "\n");
 }
 
 int runProgram(const std::string& name, int argc, wchar_t** argv,

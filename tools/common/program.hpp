@@ -26,7 +26,7 @@ std::optional<ExitStatus> parse(CLI::App& app, std::vector<std::string> argument
 /// In one piece: the run-time library writes to standard error letter by letter.
 void writeToStandardError(const std::string& text);
 
-/// Writes one line, "name: text", to standard error.
+/// Writes one line, "name: text", to standard error, without anything that a terminal would obey.
 void printError(const std::string& text);
 
 }  // namespace tallow::tools

@@ -2,9 +2,9 @@
 
 #include <utility>
 
+#include "common/utf8.hpp"
 #include "load/short_copy.hpp"
 #include "load/sql_text.hpp"
-#include "load/utf8.hpp"
 
 namespace tallow::load {
 namespace {
@@ -49,7 +49,7 @@ void InsertBatch::add(std::uint64_t number, const Row& row) {
 }
 
 void InsertBatch::store(std::size_t cell, std::string_view text, bool ascii) {
-  if (!ascii && !wide_[cell] && !isAscii(text)) {
+  if (!ascii && !wide_[cell] && !tools::isAscii(text)) {
     wide_[cell] = 1;
     ++version_;
   }
@@ -62,7 +62,7 @@ void InsertBatch::store(std::size_t cell, std::string_view text, bool ascii) {
     ++version_;
   }
   if (wide_[cell]) {
-    const std::size_t units = toUtf16(text, reinterpret_cast<char16_t*>(target));
+    const std::size_t units = tools::toUtf16(text, reinterpret_cast<char16_t*>(target));
     lengths_[cell] = static_cast<SQLLEN>(units * sizeof(char16_t));
   } else {
     copyShort(target, text.data(), text.size());

@@ -4,8 +4,8 @@
 #include <new>
 #include <utility>
 
+#include "common/utf8.hpp"
 #include "load/short_copy.hpp"
-#include "load/utf8.hpp"
 
 namespace tallow::load {
 namespace {
@@ -197,7 +197,7 @@ void RowParser::emit(Row& row) {
 RowDefect RowParser::defectOf(std::string_view raw) const {
   if (malformed_) return RowDefect::kMisplacedQuote;
   if (kinds_.nul) return RowDefect::kHoldsNul;
-  return !kinds_.nonAscii || isUtf8(raw) ? RowDefect::kNone : RowDefect::kNotUtf8;
+  return !kinds_.nonAscii || tools::isUtf8(raw) ? RowDefect::kNone : RowDefect::kNotUtf8;
 }
 
 void RowParser::onField(void* text, std::size_t length, void* self) {

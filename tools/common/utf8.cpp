@@ -1,11 +1,11 @@
-#include "load/utf8.hpp"
+#include "common/utf8.hpp"
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 
-namespace tallow::load {
+namespace tallow::tools {
 namespace {
 
 /// Bytes at the front of `text` that are plain ASCII, in steps of eight.
@@ -23,7 +23,8 @@ bool isContinuation(unsigned char byte) noexcept {
   return (byte & 0xC0U) == 0x80U;
 }
 
-/// Length of the well-formed character that `text` begins with; 0 when it begins with none.
+}  // namespace
+
 std::size_t characterLength(std::string_view text) noexcept {
   const auto at = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
   const unsigned char lead = at(0);
@@ -40,8 +41,6 @@ std::size_t characterLength(std::string_view text) noexcept {
   if (lead == 0xF4 && at(1) > 0x8F) return 0;
   return length;
 }
-
-}  // namespace
 
 bool isAscii(std::string_view text) noexcept {
   text.remove_prefix(asciiPrefix(text));
@@ -87,4 +86,4 @@ std::size_t toUtf16(std::string_view text, char16_t* units) noexcept {
   return count;
 }
 
-}  // namespace tallow::load
+}  // namespace tallow::tools
