@@ -586,6 +586,17 @@ class Terminal(tools_support.ToolTest):
         feed.process.stdin.close()
         host.wait_for(b"done: 13 blocks")
 
+    def test_shows_what_it_waits_for(self):
+        host = self.on_terminal("tallow-host", "--pipe", self.pipe, "--out", "out", "--init",
+                                OPTIONS)
+        host.wait_for(b"waiting for data from a writer at " + self.pipe.encode())
+        self.assertNotIn(b"0 B", host.shown())
+        feed = self.slow_feed(data_of(12_500))
+        host.wait_for(b"read 12.0 KB, 12 blocks")
+        host.wait_for(b"nothing new for 0:0")
+        feed.process.stdin.close()
+        host.wait_for(b"done: 13 blocks")
+
     def test_stops_at_ctrl_c(self):
         feed = self.slow_feed(data_of(12_500))
         host = self.on_terminal("tallow-host", "--pipe", self.pipe, "--out", "out", "--init",

@@ -13,6 +13,7 @@ namespace tallow::tools {
 namespace {
 
 constexpr std::chrono::milliseconds kRedraw{250};
+constexpr double kSilence = 3;  // seconds without news that are worth a word
 
 /// Columns that may be used without wrapping.
 std::size_t terminalWidth() {
@@ -38,7 +39,8 @@ Progress::Progress(std::string label, std::optional<std::uint64_t> totalBytes, S
     : label_(std::move(label)),
       shows_(shows),
       totalBytes_(totalBytes),
-      start_(std::chrono::steady_clock::now()) {
+      start_(Clock::now()),
+      drawnSince_(start_) {
   if (!standardErrorIsTerminal()) return;
   drawer_ = std::jthread([this](const std::stop_token& stop) { draw(stop); });
 }
@@ -47,8 +49,14 @@ Progress::~Progress() = default;
 
 void Progress::setDetail(const std::function<std::string()>& detail) {
   if (!drawer_.joinable()) return;
-  const std::lock_guard lock(detailMutex_);
+  const std::lock_guard lock(mutex_);
   detail_ = detail();
+}
+
+void Progress::waitFor(std::string what) {
+  const std::lock_guard lock(mutex_);
+  waitingFor_ = std::move(what);
+  waitingAt_ = bytes_.load(std::memory_order_relaxed);
 }
 
 void Progress::draw(const std::stop_token& stop) {
@@ -57,8 +65,10 @@ void Progress::draw(const std::stop_token& stop) {
   std::unique_lock lock(mutex);
   std::size_t drawn = 0;
   while (!wake.wait_for(lock, stop, kRedraw, [] { return false; }) && !stop.stop_requested()) {
-    const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start_;
-    std::string text = line(elapsed.count()).substr(0, terminalWidth());
+    const Clock::time_point now = Clock::now();
+    const std::uint64_t bytes = bytes_.load(std::memory_order_relaxed);
+    if (std::exchange(drawnBytes_, bytes) != bytes) drawnSince_ = now;
+    std::string text = line(now).substr(0, terminalWidth());
     const std::size_t length = text.size();
     if (length < drawn) text.append(drawn - length, ' ');
     drawn = length;
@@ -67,9 +77,20 @@ void Progress::draw(const std::stop_token& stop) {
   if (drawn > 0) writeToStandardError("\r" + std::string(drawn, ' ') + "\r");
 }
 
-std::string Progress::line(double elapsed) const {
+std::string Progress::line(Clock::time_point now) const {
+  const double elapsed = std::chrono::duration<double>(now - start_).count();
+  const double silence = std::chrono::duration<double>(now - drawnSince_).count();
+  const std::lock_guard lock(mutex_);
+  if (!waitingFor_.empty() && drawnBytes_ == waitingAt_)
+    return waitingFor_ + ", " + formatDuration(silence);
   if (shows_ == Shows::kTime) return label_ + ", " + formatDuration(elapsed);
-  const std::uint64_t bytes = bytes_.load(std::memory_order_relaxed);
+  std::string text = amounts(drawnBytes_, elapsed);
+  if (!detail_.empty()) text += ", " + detail_;
+  if (silence >= kSilence) text += ", nothing new for " + formatDuration(silence);
+  return text;
+}
+
+std::string Progress::amounts(std::uint64_t bytes, double elapsed) const {
   const std::uint64_t fresh = bytes - firstBytes_.load(std::memory_order_relaxed);
   std::string text = label_ + " " + formatBytes(bytes);
   if (totalBytes_) text += " of " + formatBytes(*totalBytes_);
@@ -81,8 +102,6 @@ std::string Progress::line(double elapsed) const {
     const double left = static_cast<double>(*totalBytes_ - bytes) * elapsed;
     text += ", " + formatDuration(left / static_cast<double>(fresh)) + " left";
   }
-  const std::lock_guard lock(detailMutex_);
-  if (!detail_.empty()) text += ", " + detail_;
   return text;
 }
 

@@ -34,6 +34,8 @@ class Progress {
     bytes_.store(bytes, std::memory_order_relaxed);
     blocks_.store(blocks, std::memory_order_relaxed);
   }
+  /// Shows this ("waiting for a writer") and for how long, until update() brings more bytes.
+  void waitFor(std::string what);
   /// Text for the end of the line. Does nothing when nobody sees it.
   void setDetail(const std::function<std::string()>& detail);
   /// Where a restarted job goes on: what lies before does not count for the rate.
@@ -43,21 +45,28 @@ class Progress {
   }
 
  private:
+  using Clock = std::chrono::steady_clock;
+
   void draw(const std::stop_token& stop);
-  std::string line(double elapsed) const;
+  std::string line(Clock::time_point now) const;
+  std::string amounts(std::uint64_t bytes, double elapsed) const;
 
   enum class Shows { kAmounts, kTime };
   Progress(std::string label, std::optional<std::uint64_t> totalBytes, Shows shows);
 
   std::string label_;
   Shows shows_;
-  mutable std::mutex detailMutex_;
-  std::string detail_;
+  mutable std::mutex mutex_;
+  std::string detail_;           // guarded by mutex_
+  std::string waitingFor_;       // guarded by mutex_
+  std::uint64_t waitingAt_ = 0;  // bytes when the wait began; guarded by mutex_
   std::optional<std::uint64_t> totalBytes_;
   std::atomic<std::uint64_t> firstBytes_ = 0;
   std::atomic<std::uint64_t> bytes_ = 0;
   std::atomic<std::uint64_t> blocks_ = 0;
-  std::chrono::steady_clock::time_point start_;
+  Clock::time_point start_;
+  std::uint64_t drawnBytes_ = 0;  // the drawer's: the amount that it has seen last, and since when
+  Clock::time_point drawnSince_;
   std::jthread drawer_;
 };
 

@@ -3,6 +3,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 namespace tallow::tools {
 
@@ -14,6 +15,23 @@ enum class ExitStatus : int {
   kRestartable = 3,  // stopped; the same restart may help now
   kMendFirst = 4,    // stopped; a restart helps once what the error line says has been mended
 };
+
+/// The status as --json has it.
+constexpr std::string_view statusWord(ExitStatus status) noexcept {
+  switch (status) {
+    case ExitStatus::kDone:
+      return "done";
+    case ExitStatus::kFailed:
+      return "failed";
+    case ExitStatus::kMisused:
+      return "misused";
+    case ExitStatus::kRestartable:
+      return "restartable";
+    case ExitStatus::kMendFirst:
+      return "mendFirst";
+  }
+  return "failed";
+}
 
 /// A failure that a person can act upon. The text is one line: what failed and what to do.
 class ToolError : public std::runtime_error {

@@ -149,6 +149,7 @@ JobEnd Job::deliver() {
   progress_.reset();
   progress_.emplace("read", std::nullopt);
   progress_->startAt(output_.length(), counts_.blocks);
+  progress_->waitFor("waiting for data from a writer at " + plan_.pipe);
   std::vector<std::byte> buffer(instance_->blockSize());
   for (;;) {
     if (interrupt_.requested()) return stop();

@@ -41,17 +41,12 @@ ordered_json errorJson(const Outcome& outcome) {
   return error;
 }
 
-std::string statusName(ExitStatus status) {
-  if (status == ExitStatus::kDone) return "done";
-  return status == ExitStatus::kRestartable ? "restartable" : "failed";
-}
-
 ordered_json toJson(const JobPlan& plan, const Outcome& outcome) {
   const JobCounts& counts = outcome.counts;
   const double rate = counts.deliverySeconds > 0
                           ? static_cast<double>(counts.readBytes) / counts.deliverySeconds
                           : 0;
-  return {{"status", statusName(outcome.status)},
+  return {{"status", tools::statusWord(outcome.status)},
           {"exitStatus", static_cast<int>(outcome.status)},
           {"module", moduleJson(outcome)},
           {"pipe", plan.pipe},
