@@ -35,7 +35,14 @@ TALLOW_FUZZ_TARGET(inspect_file) {
     }
     std::istringstream originalFile(original);
     const inspect::Verification verification = inspect::verify(file, image, originalFile);
-    require(verification.freshSlots <= image.slotCount, "no more slots proved than there are");
+    require(verification.slots.size() <= image.slotCount, "no more slots judged than there are");
+    require(verification.freshSlots <= verification.provedSlots &&
+                verification.provedSlots <= verification.slots.size(),
+            "fresh slots are proved, proved slots are there");
+    require(verification.damagedSlots <= verification.slots.size(), "damaged slots are there");
+    for (std::uint64_t slot = 0; slot < verification.slots.size(); ++slot) {
+      require(!verification.isDamaged(slot) || verification.damagedSlots > 0, "damage is counted");
+    }
     require(!inspect::drawLine(image, verification, inspect::Colour::kNo).empty(), "a picture");
     require(!inspect::drawLine(image, {}, inspect::Colour::kYes).empty(), "a coloured picture");
   }

@@ -70,6 +70,68 @@ class Inspect(tools_support.ToolTest):
         self.assertEqual([point["proof"] for point in outcome.json["syncPoints"]],
                          ["matches", "differs"])
 
+    def test_finds_a_damaged_record(self):
+        file = self.leave_file()
+        whole = bytearray(self.read(file))
+        whole[DATA_START + 2 * BLOCK + 5] ^= 1
+        self.write(file, bytes(whole))
+        self.assertEnded(self.inspect(file), 0)
+        outcome = self.inspect(file, "--verify", "data")
+        self.assertEnded(outcome, 1)
+        self.assertIn("1 damaged", outcome.text)
+        self.assertIn("block 23 (proved), 1,000 valid bytes", outcome.text)
+        self.assertRegex(outcome.text, r"\]\[N=!=")
+        slots = self.inspect(file, "--verify", "data", "--json").json["slots"]
+        self.assertEqual([slot["damaged"] for slot in slots[:4]], [False, False, True, False])
+        self.assertFalse(slots[3]["leftOver"])
+
+    def test_does_not_offer_a_position_that_the_data_disproves(self):
+        file = self.leave_file()
+        other = bytearray(DATA)
+        other[15_000] ^= 1
+        self.write("other", bytes(other))
+        outcome = self.inspect(file, "--verify", "other")
+        self.assertEnded(outcome, 1)
+        self.assertIn("accepts position 10, with this pipe", outcome.text)
+        self.assertIn("refuses position 20", outcome.text)
+        restart = self.inspect(file, "--verify", "other", "--json").json["restart"]
+        self.assertEqual((restart["positions"], restart["disproved"]), ([10], [20]))
+        other[5_000] ^= 1
+        self.write("other", bytes(other))
+        outcome = self.inspect(file, "--verify", "other")
+        self.assertNotIn("accepts", outcome.text)
+        self.assertIn("refuses position 10 or 20", outcome.text)
+
+    def test_notes_swapped_and_absurd_sync_points(self):
+        whole = self.read(self.leave_file())
+        head, older, newer, data = (whole[:298], whole[298:322], whole[322:346], whole[346:])
+        self.write("swapped.fbf", head + newer + older + data)
+        self.assertRegex(self.inspect("swapped.fbf").text, "note .*block 20, lies after")
+        self.write("absurd.fbf", head + older + b"\xfe" + b"\xff" * 7 + newer[8:] + data)
+        outcome = self.inspect("absurd.fbf")
+        self.assertRegex(outcome.text, "note .*18446744073709551614, which no job can reach")
+        self.assertIn("first block unknown", outcome.text)
+
+    def test_says_once_that_a_header_is_damaged(self):
+        whole = bytearray(self.read(self.leave_file()))
+        whole[33:37] = bytes(4)
+        self.write("header.fbf", bytes(whole))
+        outcome = self.inspect("header.fbf")
+        self.assertEnded(outcome, 1)
+        self.assertRegex(outcome.text, "state +damaged: the header names a block size of 0 bytes")
+        self.assertFault(self.inspect("header.fbf", "--extract", 0), 1, "header.fbf: the header")
+
+    def test_shows_no_terminal_what_to_do(self):
+        whole = bytearray(self.read(self.leave_file()))
+        name = b"\\\\.\\pipe\\x\x1b[2Jy"
+        whole[38:38 + len(name)] = name
+        self.write("named.fbf", bytes(whole))
+        for arguments in ([], ["--json"]):
+            outcome = self.inspect("named.fbf", *arguments)
+            self.assertEnded(outcome, 0)
+            self.assertRegex(outcome.text, r"(?i)x\\(x|u00)1b\[2Jy")
+            self.assertNotIn(b"\x1b", outcome.out)
+
     def test_extracts_a_record(self):
         file = self.leave_file()
         outcome = self.inspect(file, "--extract", 1)
@@ -122,15 +184,16 @@ class Inspect(tools_support.ToolTest):
         self.assertEqual(outcome.out, b"A" * BLOCK)
 
     def test_names_files_that_cannot_be_read(self):
-        self.assertFault(self.inspect("absent"), 1, "cannot read absent")
-        self.assertFault(self.inspect("."), 1, "is a folder")
-        self.assertFault(self.inspect(self.leave_file(), "--verify", "absent"), 1,
-                         "cannot read absent")
+        self.assertFault(self.inspect("absent"), 2, "there is no file absent")
+        self.assertFault(self.inspect("."), 2, "is a folder")
+        self.assertFault(self.inspect(self.leave_file(), "--verify", "absent"), 2,
+                         "there is no file absent")
 
     def test_refuses_a_command_line_that_is_wrong(self):
         for words, arguments in (("FILE", []), ("--full-blocks", ["x", "--full-blocks", "maybe"]),
                                  ("--first", ["x", "--first", "0"]),
                                  ("--extract", ["x", "--extract", "first"]),
+                                 ("--extract", ["x", "--extract", "-1"]),
                                  ("--nonsense", ["x", "--nonsense"])):
             with self.subTest(arguments):
                 self.assertFault(self.inspect(*arguments), 2, words, "--help")

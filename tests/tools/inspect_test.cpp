@@ -200,6 +200,55 @@ TEST(ReadFallbackFile, NotesSignaturesWithoutTheFlag) {
   EXPECT_EQ(read(maker.make()).oddities.size(), 1U);
 }
 
+TEST(ReadFallbackFile, SaysWhatIsWrongWithABlockSizeWithoutRepeatingTheState) {
+  FileMaker maker("");
+  maker.header().blockSize = 0;
+  EXPECT_THAT(read(maker.make()).finding, StartsWith("the header names a block size of 0 bytes"));
+}
+
+TEST(ReadFallbackFile, NotesSyncPointsInReverseOrder) {
+  const std::string input = inputOf(9500);
+  FileMaker maker(input);
+  maker.syncPoint(0, 6, 6000).syncPoint(1, 3, 3000).fullBlock(3);
+  const FallbackFile file = read(maker.make());
+  ASSERT_EQ(file.oddities.size(), 1U);
+  EXPECT_THAT(file.oddities[0], HasSubstr("block 6"));
+  EXPECT_THAT(file.oddities[0], HasSubstr("block 3"));
+}
+
+TEST(ReadFallbackFile, NotesSyncPointsThatNoRunWrites) {
+  const std::string input = inputOf(9500);
+  const auto oddities = [&](std::uint64_t older, std::uint64_t newer) {
+    FileMaker maker(input);
+    maker.syncPoint(0, older, 100).syncPoint(1, newer, 100).fullBlock(1);
+    return read(maker.make()).oddities.size();
+  };
+  EXPECT_EQ(oddities(3, kNoBlock), 1U) << "an older one alone";
+  EXPECT_EQ(oddities(3, 0), 1U) << "position 0 takes both places";
+  EXPECT_EQ(oddities(3, 3), 1U) << "the same block twice";
+  EXPECT_EQ(oddities(3, std::uint64_t{1} << 62), 1U) << "more data than there can be";
+  EXPECT_EQ(oddities(kNoBlock - 1, 3), 1U) << "more data than there can be";
+  EXPECT_EQ(oddities(kNoBlock, kNoBlock), 0U);
+  EXPECT_EQ(oddities(kNoBlock, 3), 0U);
+  EXPECT_EQ(oddities(0, 0), 0U);
+  EXPECT_EQ(oddities(0, 3), 0U);
+  EXPECT_EQ(oddities(3, 6), 0U);
+}
+
+TEST(ReadFallbackFile, SupposesNoFirstBlockFromAnAbsurdSyncPoint) {
+  FileMaker maker(inputOf(9500));
+  maker.syncPoint(0, 3, 3000).syncPoint(1, kNoBlock - 1, 6000).fullBlock(3);
+  EXPECT_EQ(read(maker.make()).first.blockNo, kNoBlock);
+}
+
+TEST(ReadFallbackFile, CountsLengthsThatCannotBeRight) {
+  const std::string input = inputOf(4000);
+  FileMaker maker(input);
+  maker.syncPoint(1, 1, 700).record(700, input.substr(0, 700)).record(~0U, "x");
+  EXPECT_EQ(read(maker.make(), {false, std::nullopt}).damagedLengths, 1U);
+  EXPECT_EQ(read(killedJob(input + input + input).make()).damagedLengths, 0U);
+}
+
 TEST(Verify, ProvesSignaturesAndBlocks) {
   const std::string input = inputOf(9500);
   const Verification result = verified(killedJob(input).make(), input);
@@ -248,6 +297,63 @@ TEST(Verify, TellsBlocksThatAreAlikeApartByTheirPlace) {
   EXPECT_EQ(result.freshSlots, 3U);
 }
 
+TEST(Verify, FindsADamagedRecordAndKeepsTheLaterOnesFresh) {
+  const std::string input = inputOf(9500);
+  std::string bytes = killedJob(input).make();
+  bytes[kDataStartOffset + kBlockSize + 17] ^= 1;
+  const Verification result = verified(bytes, input);
+  EXPECT_EQ(result.freshSlots, 3U);
+  EXPECT_EQ(result.damagedSlots, 1U);
+  EXPECT_TRUE(result.isDamaged(1));
+  EXPECT_FALSE(result.isDamaged(2));
+  EXPECT_FALSE(result.isDamaged(3)) << "left over, not damaged";
+  EXPECT_EQ(drawLine(read(bytes), result, Colour::kNo), "[head][sync: 3 6][N!=~]");
+}
+
+TEST(Verify, FindsDamageInTheFirstRecord) {
+  const std::string input = inputOf(9500);
+  std::string bytes = killedJob(input).make();
+  bytes[kDataStartOffset] ^= 1;
+  const Verification result = verified(bytes, input);
+  EXPECT_EQ(result.firstBlock, 6U);
+  EXPECT_EQ(result.freshSlots, 3U);
+  EXPECT_TRUE(result.isDamaged(0));
+  EXPECT_EQ(result.damagedSlots, 1U);
+}
+
+TEST(Verify, FindsARecordInAnothersPlace) {
+  const std::string input = inputOf(9500);
+  FileMaker maker(input);
+  maker.syncPoint(0, 3, 3000).syncPoint(1, 6, 6000).fullBlock(6).fullBlock(2).fullBlock(8);
+  const Verification result = verified(maker.make(), input);
+  EXPECT_EQ(result.freshSlots, 3U);
+  EXPECT_TRUE(result.isDamaged(1));
+}
+
+TEST(Verify, DoesNotBlameOtherDataAtTheEnd) {
+  // A job that started over keeps what an earlier one, with other data, had written.
+  const std::string input = inputOf(9500);
+  FileMaker maker(input);
+  maker.syncPoint(1, 6, 6000).fullBlock(6).fullBlock(7);
+  const std::string bytes = maker.make() + std::string(kBlockSize, 'y');
+  const Verification result = verified(bytes, input);
+  EXPECT_EQ(result.damagedSlots, 0U);
+  EXPECT_EQ(result.freshSlots, 2U);
+  EXPECT_EQ(result.unknownSlots(), 1U);
+}
+
+TEST(Verify, TellsManyEqualBlocksApart) {
+  // Quadratic work would take minutes here.
+  constexpr std::size_t kBlocks = 200'000;
+  FileMaker maker("");
+  maker.header().blockSize = 16;
+  const std::string input(kBlocks * 16, 'z');
+  maker.header().signatureFlag = 0;
+  const Verification result = verified(maker.make() + input, input, {true, 1});
+  EXPECT_EQ(result.freshSlots, kBlocks);
+  EXPECT_EQ(result.slots.back()->blockNo, kBlocks);
+}
+
 TEST(Verify, FindsRecordsWithLengthsBehindTheirSyncPoint) {
   const std::string input = inputOf(4000);
   FileMaker maker(input);
@@ -280,6 +386,46 @@ TEST(Verify, LeavesADamagedLengthAlone) {
   const Verification result = verified(maker.make(), input, {false, std::nullopt});
   EXPECT_TRUE(result.slots[0].has_value());
   EXPECT_FALSE(result.slots[1].has_value());
+}
+
+TEST(Verify, FindsADamagedRecordWithALength) {
+  const std::string input = inputOf(4000);
+  FileMaker maker(input);
+  maker.syncPoint(1, 2, 1500);
+  maker.record(800, input.substr(700, 800)).record(30, input.substr(1501, 30));
+  maker.record(200, input.substr(1530, 200)).record(300, inputOf(900).substr(500, 300));
+  const Verification result = verified(maker.make(), input);
+  EXPECT_EQ(result.freshSlots, 3U);
+  EXPECT_TRUE(result.isDamaged(1));
+  EXPECT_FALSE(result.isDamaged(3));
+  EXPECT_EQ(result.damagedSlots, 1U);
+}
+
+TEST(Verify, DoesNotTakeChanceForProof) {
+  // Records without bytes, or with very few, fit in many places.
+  const std::string input = inputOf(4000);
+  FileMaker maker(input);
+  maker.syncPoint(1, 2, 1500);
+  maker.record(800, input.substr(700, 800)).record(30, inputOf(900).substr(500, 30));
+  maker.record(0, "").record(1, input.substr(1530, 1));
+  const Verification result = verified(maker.make(), input);
+  EXPECT_EQ(result.freshSlots, 1U);
+  EXPECT_EQ(result.damagedSlots, 0U);
+}
+
+TEST(Verify, SearchesAlikeDataInOnePass) {
+  constexpr std::size_t kBytes = 400'000;
+  const std::string input(kBytes, 'z');
+  FileMaker maker(input);
+  maker.header().blockSize = 100'000;
+  maker.syncPoint(1, 9, kBytes - 10);
+  const std::uint32_t length = 100'000;
+  const std::string bytes = maker.make() +
+                            std::string(reinterpret_cast<const char*>(&length), sizeof length) +
+                            input.substr(0, length);
+  const Verification result = verified(bytes, input, {false, std::nullopt});
+  EXPECT_EQ(result.syncPoints[1].signature, SignatureProof::kMatches);
+  EXPECT_EQ(result.freshSlots, 1U);
 }
 
 TEST(Picture, ShowsSyncPointsAndLeftOvers) {

@@ -15,7 +15,9 @@ using fallback::kSyncAreaOffset;
 using fallback::SyncPoints;
 
 constexpr std::uint32_t kLargestBlockSize = 0x1000000;
-/// Records whose lengths are looked at to guess the shape; more would say nothing new.
+/// More data than a job can have: an exbibyte.
+constexpr std::uint64_t kMostData = std::uint64_t{1} << 60;
+/// Records whose lengths are looked at without the original data; more would say nothing new.
 constexpr std::uint64_t kLengthsLookedAt = 1024;
 
 /// Bytes read, fewer at the end of the file.
@@ -51,7 +53,43 @@ Header toHeader(const HeaderImage& image) {
           std::string(image.pipeName, std::find(image.pipeName, end, '\0'))};
 }
 
-void noteOddities(FallbackFile& file) {
+/// Whether a sync point names a block behind more data than there can be.
+bool isAbsurd(const FallbackFile& file, const fallback::SyncPoint& point) {
+  const std::uint64_t leastBlock = file.shape.fullBlocks ? file.header->blockSize : 1;
+  return point.blockNo != kNoBlock && point.blockNo > kMostData / leastBlock;
+}
+
+/// What is odd about the pair of block numbers; empty if nothing is.
+std::string oddityOfPair(std::uint64_t older, std::uint64_t newer) {
+  if (older == newer) {
+    return older == 0 || older == kNoBlock ? "" : "both sync points name the same block";
+  }
+  if (older == kNoBlock) return "";
+  if (newer == kNoBlock || newer == 0) {
+    return "the older sync point stands beside a newer one that takes both places";
+  }
+  if (older < newer) return "";
+  return "the older sync point, block " + std::to_string(older) + ", lies after the newer, block " +
+         std::to_string(newer) + ": right if the job went back to block " + std::to_string(newer) +
+         " and took a checkpoint there, damage otherwise";
+}
+
+void noteSyncPoints(FallbackFile& file) {
+  const SyncPoints& points = *file.syncPoints;
+  const char* const names[] = {"older", "newer"};
+  bool absurd = false;
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    if (!isAbsurd(file, points[i])) continue;
+    absurd = true;
+    file.oddities.push_back(std::string("the ") + names[i] + " sync point names block " +
+                            std::to_string(points[i].blockNo) + ", which no job can reach");
+  }
+  if (absurd) return;
+  const std::string oddity = oddityOfPair(points[0].blockNo, points[1].blockNo);
+  if (!oddity.empty()) file.oddities.push_back(oddity);
+}
+
+void noteSignatures(FallbackFile& file) {
   if (file.header->signatureFlag > 1) {
     file.oddities.push_back("the signature flag is " + std::to_string(file.header->signatureFlag) +
                             " and counts as set");
@@ -65,10 +103,14 @@ void noteOddities(FallbackFile& file) {
   }
 }
 
+std::uint64_t wholeRecords(const FallbackFile& file) {
+  return (file.size - kDataStartOffset) / file.layout().recordSize();
+}
+
 /// Whether every record would carry a length that the module can have written.
 bool lengthsFit(std::istream& stream, FallbackFile file) {
   file.shape.fullBlocks = false;
-  const std::uint64_t whole = (file.size - kDataStartOffset) / file.layout().recordSize();
+  const std::uint64_t whole = wholeRecords(file);
   bool anyData = false;
   for (std::uint64_t slot = 0; slot < std::min(whole, kLengthsLookedAt); ++slot) {
     const auto length = readRecordLength(stream, file, slot);
@@ -76,6 +118,14 @@ bool lengthsFit(std::istream& stream, FallbackFile file) {
     anyData = anyData || *length > 0;
   }
   return anyData;
+}
+
+std::uint64_t countDamagedLengths(std::istream& stream, const FallbackFile& file) {
+  std::uint64_t damaged = 0;
+  for (std::uint64_t slot = 0; slot < std::min(file.slotCount, kLengthsLookedAt); ++slot) {
+    if (readRecordLength(stream, file, slot).value_or(0) > file.header->blockSize) ++damaged;
+  }
+  return damaged;
 }
 
 RecordShape guessShape(std::istream& stream, const FallbackFile& file) {
@@ -94,10 +144,13 @@ RecordShape guessShape(std::istream& stream, const FallbackFile& file) {
   return {true, Certainty::kGuess, "the records begin with no fitting lengths; the last is cut"};
 }
 
-FirstBlock guessFirst(const SyncPoints& points) {
-  const std::uint64_t newer = points[1].blockNo;
+FirstBlock guessFirst(const FallbackFile& file) {
+  const std::uint64_t newer = (*file.syncPoints)[1].blockNo;
   if (newer == kNoBlock) return {kNoBlock, Certainty::kGuess, "there is no sync point"};
   if (newer == 0) return {1, Certainty::kGuess, "the checkpoint lies before the first block"};
+  if (isAbsurd(file, (*file.syncPoints)[1])) {
+    return {kNoBlock, Certainty::kGuess, "the newer sync point cannot be right"};
+  }
   return {newer, Certainty::kGuess, "the records start afresh at each checkpoint"};
 }
 
@@ -136,18 +189,19 @@ FallbackFile readFallbackFile(std::istream& stream, const Hints& hints) {
   file.size = std::max(file.size, kDataStartOffset);
   if (file.header->blockSize == 0 || file.header->blockSize > kLargestBlockSize) {
     return finding(file, FileState::kBadHeader,
-                   "damaged: the header names a block size of " +
-                       std::to_string(file.header->blockSize) + " bytes");
+                   "the header names a block size of " + std::to_string(file.header->blockSize) +
+                       " bytes; no run takes it over");
   }
   file.state = FileState::kValid;
-  noteOddities(file);
   file.shape = hints.fullBlocks ? RecordShape{*hints.fullBlocks, Certainty::kGiven, {}}
                                 : guessShape(stream, file);
+  noteSignatures(file);
+  noteSyncPoints(file);
   file.first =
-      hints.firstBlock ? FirstBlock{*hints.firstBlock, Certainty::kGiven, {}} : guessFirst(points);
-  const std::uint64_t dataSize = file.size - kDataStartOffset;
-  file.slotCount = dataSize / file.layout().recordSize();
-  file.tailBytes = dataSize % file.layout().recordSize();
+      hints.firstBlock ? FirstBlock{*hints.firstBlock, Certainty::kGiven, {}} : guessFirst(file);
+  file.slotCount = wholeRecords(file);
+  file.tailBytes = (file.size - kDataStartOffset) % file.layout().recordSize();
+  file.damagedLengths = countDamagedLengths(stream, file);
   return file;
 }
 

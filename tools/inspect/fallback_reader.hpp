@@ -58,7 +58,10 @@ struct FallbackFile {
   RecordShape shape;
   FirstBlock first;
   std::uint64_t slotCount = 0;  // whole records
-  std::uint64_t tailBytes = 0;  // behind them, of a record cut short
+  std::uint64_t tailBytes = 0;  // after them, of a record cut short
+  /// Records, of the first 1,024, whose length is above the block size: the module can't serve
+  /// them.
+  std::uint64_t damagedLengths = 0;
 
   fallback::RecordLayout layout() const { return {header->blockSize, shape.fullBlocks}; }
   std::uint64_t slotOffset(std::uint64_t slot) const {

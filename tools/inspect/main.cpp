@@ -16,6 +16,7 @@ namespace tallow::inspect {
 namespace {
 
 using tools::ExitStatus;
+using tools::MisuseError;
 using tools::ToolError;
 
 constexpr const char* kExamples = R"(Examples:
@@ -29,12 +30,13 @@ constexpr const char* kExamples = R"(Examples:
 The file records neither Need_Full_Block nor the number of its first block, nor where fresh records
 end and older ones begin. What is supposed is marked "guess"; what --verify shows, "proved".
 
-In the picture, N and O are the records of the newer and the older sync point, = others, ~ proved to
-be left over from before, ? proved to be none of the data's, + cut short.
+In the picture, N and O are the records of the newer and the older sync point, = others, + cut
+short; proved by --verify: ~ left over from before, ! damaged, ? no block of the data.
 
 With --json: one JSON object on standard output; docs/tools.md describes it.
 
-Exit status: 0 a sound file, 1 damaged, foreign, unreadable or disproved, 2 wrong command line.)";
+Exit status: 0 a sound file; 1 damaged, foreign, unreadable or disproved; 2 misused, a name that is
+no file's included.)";
 
 struct Settings {
   std::string file;
@@ -63,23 +65,29 @@ std::optional<ExitStatus> readCommandLine(std::vector<std::string> arguments, Se
       ->option_text("INPUT");
   app.add_option("--extract", settings.extract,
                  "Write the valid bytes of one record to standard output, and nothing else")
-      ->option_text("SLOT");
+      ->option_text("SLOT")
+      ->check(CLI::NonNegativeNumber);
   return tools::parse(app, std::move(arguments));
 }
 
 std::ifstream openFile(const std::string& path) {
   const std::filesystem::path native = tools::toWide(path);
   std::error_code error;
-  if (std::filesystem::is_directory(native, error)) {
-    throw ToolError(path + " is a folder; name a file");
+  const std::filesystem::file_status status = std::filesystem::status(native, error);
+  if (std::filesystem::is_directory(status)) {
+    throw MisuseError(path + " is a folder; name a file");
+  }
+  if (status.type() == std::filesystem::file_type::not_found) {
+    throw MisuseError("there is no file " + path + "; check the name");
   }
   std::ifstream file(native, std::ios::binary);
-  if (!file) throw ToolError("cannot read " + path + "; check its name and permissions");
+  if (!file) throw ToolError("cannot read " + path + "; check who may read it, and who holds it");
   return file;
 }
 
-void extract(const FallbackFile& file, std::istream& stream, std::uint64_t slot) {
-  if (file.state != FileState::kValid) throw ToolError(file.finding);
+void extract(const Subject& subject, std::istream& stream, std::uint64_t slot) {
+  const FallbackFile& file = subject.file;
+  if (file.state != FileState::kValid) throw ToolError(subject.name + ": " + file.finding);
   if (slot >= file.slotCount) {
     throw ToolError("there is no slot " + std::to_string(slot) + "; the file has " +
                     std::to_string(file.slotCount) + ", counted from 0");
@@ -100,7 +108,7 @@ void extract(const FallbackFile& file, std::istream& stream, std::uint64_t slot)
 void adoptProofs(Subject& subject) {
   if (subject.verification->freshSlots == 0) return;
   subject.file.shape = {subject.file.shape.fullBlocks, Certainty::kProved, {}};
-  subject.file.first = {subject.verification->slots[0]->blockNo, Certainty::kProved, {}};
+  subject.file.first = {subject.verification->firstBlock, Certainty::kProved, {}};
 }
 
 Colour colourOfStandardOutput() {
@@ -121,7 +129,7 @@ ExitStatus run(std::vector<std::string> arguments) {
   std::ifstream stream = openFile(settings.file);
   Subject subject{settings.file, readFallbackFile(stream, hints), std::nullopt};
   if (settings.extract) {
-    extract(subject.file, stream, *settings.extract);
+    extract(subject, stream, *settings.extract);
     return ExitStatus::kDone;
   }
   if (!settings.verifyInput.empty() && subject.file.state == FileState::kValid) {

@@ -23,6 +23,7 @@ std::string_view colourOf(char letter) {
       return kYellow;
     case '~':
       return kGrey;
+    case '!':
     case '?':
     case '+':
       return kRed;
@@ -50,6 +51,7 @@ char letterOf(const FallbackFile& file, const std::optional<Verification>& verif
               std::uint64_t slot) {
   const std::uint64_t block = blockIn(file, verification, slot);
   if (verification && slot < verification->slots.size()) {
+    if (verification->isDamaged(slot)) return '!';
     if (block == fallback::kNoBlock) return '?';
     if (slot >= verification->freshSlots) return '~';
   }
@@ -62,7 +64,7 @@ char letterOf(const FallbackFile& file, const std::optional<Verification>& verif
 /// The letter that says most stands for a group of slots.
 char letterOfGroup(const FallbackFile& file, const std::optional<Verification>& verification,
                    std::uint64_t from, std::uint64_t to) {
-  static constexpr std::string_view kByWeight = "NO?~=";
+  static constexpr std::string_view kByWeight = "!NO?~=";
   char letter = '=';
   // A long group is looked at by its ends only.
   constexpr std::uint64_t kLookAt = 64;

@@ -11,8 +11,8 @@ namespace tallow::inspect {
 enum class Colour { kNo, kYes };
 
 /// "[head][sync: 120, 140][N===O====~~~+]": N and O are the records of the newer and the older sync
-/// point, = other records, ~ records proved to be left over from before, ? records proved to hold
-/// no block, + a record cut short. A long file has several records to a letter.
+/// point, = other records; proved by the data: ~ left over from before, ! damaged, ? no block of
+/// the data; + a record cut short. A long file has several records to a letter.
 std::string drawLine(const FallbackFile& file, const std::optional<Verification>& verification,
                      Colour colour);
 

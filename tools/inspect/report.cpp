@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "common/formatting.hpp"
+#include "common/printable.hpp"
 #include "common/text.hpp"
 
 namespace tallow::inspect {
@@ -70,30 +71,48 @@ const char* proofName(SignatureProof proof) {
   return "undecided";
 }
 
-/// Block numbers that SetPos takes after a new load, the older first, each once.
-std::vector<std::uint64_t> restartPoints(const fallback::SyncPoints& points) {
+bool isDisproved(const Subject& subject, std::size_t syncPoint) {
+  return subject.verification &&
+         subject.verification->syncPoints[syncPoint].signature == SignatureProof::kDiffers;
+}
+
+/// Block numbers of the sync points that the data disproves, or of those that it does not; the
+/// older first, each once.
+std::vector<std::uint64_t> positions(const Subject& subject, bool disproved) {
   std::vector<std::uint64_t> found;
-  for (const fallback::SyncPoint& point : points) {
-    if (point.blockNo != kNoBlock && std::count(found.begin(), found.end(), point.blockNo) == 0) {
-      found.push_back(point.blockNo);
+  const fallback::SyncPoints& points = *subject.file.syncPoints;
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    if (points[i].blockNo == kNoBlock || isDisproved(subject, i) != disproved) continue;
+    if (std::count(found.begin(), found.end(), points[i].blockNo) == 0) {
+      found.push_back(points[i].blockNo);
     }
   }
   return found;
 }
 
-std::string restartText(const FallbackFile& file) {
-  const std::vector<std::uint64_t> points = restartPoints(*file.syncPoints);
-  if (points.empty()) return "no position: the file holds no sync point";
-  std::string text = "position " + std::to_string(points[0]);
+std::string joined(const std::vector<std::uint64_t>& points) {
+  std::string text = std::to_string(points[0]);
   if (points.size() > 1) text += " or " + std::to_string(points[1]);
-  text += ", with this pipe and Block_size=" + std::to_string(file.header->blockSize);
+  return text;
+}
+
+std::string restartText(const Subject& subject) {
+  const FallbackFile& file = subject.file;
+  const std::vector<std::uint64_t> accepted = positions(subject, false);
+  const std::vector<std::uint64_t> refused = positions(subject, true);
+  if (accepted.empty() && refused.empty()) return "accepts no position: the file has no sync point";
+  const std::string disproved =
+      refused.empty() ? "" : "position " + joined(refused) + " with this data: it is not the same";
+  if (accepted.empty()) return "refuses " + disproved;
+  std::string text = "accepts position " + joined(accepted) +
+                     ", with this pipe and Block_size=" + std::to_string(file.header->blockSize);
   if (file.header->signatureFlag == 0) {
     text += ", and Signature_check=0 or 1, since there are no signatures";
   }
   if (!file.shape.fullBlocks) {
     text += "; Need_Full_Block seems off, and tallow-host does not restart such a job";
   }
-  return text;
+  return disproved.empty() ? text : text + "; refuses " + disproved;
 }
 
 /// What a record is known or supposed to hold.
@@ -102,9 +121,10 @@ struct SlotReport {
   Certainty certainty = Certainty::kGuess;
   std::optional<std::uint64_t> validLength;
   bool lengthProved = false;
-  bool damaged = false;   // its length cannot be right: the module cannot serve it
-  bool leftOver = false;  // proved: from before the last checkpoint
-  bool unknown = false;   // proved: none of the data's blocks
+  bool badLength = false;  // above the block size: the module cannot serve it
+  bool damaged = false;    // that, or proved not to hold what it must
+  bool leftOver = false;   // proved: from before the last checkpoint
+  bool unknown = false;    // proved: none of the data's blocks
 };
 
 SlotReport reportOf(const Subject& subject, std::istream& stream, std::uint64_t slot) {
@@ -112,12 +132,14 @@ SlotReport reportOf(const Subject& subject, std::istream& stream, std::uint64_t 
   const FallbackFile& file = subject.file;
   if (const auto length = readRecordLength(stream, file, slot)) {
     report.validLength = *length;
-    report.damaged = *length > file.header->blockSize;
+    report.badLength = *length > file.header->blockSize;
+    report.damaged = report.badLength;
   }
   if (subject.verification && slot < subject.verification->slots.size()) {
     const auto& proof = subject.verification->slots[slot];
     report.certainty = Certainty::kProved;
     report.unknown = !proof;
+    report.damaged = report.damaged || subject.verification->isDamaged(slot);
     if (!proof) return report;
     report.blockNo = proof->blockNo;
     report.validLength = proof->length;
@@ -133,7 +155,7 @@ SlotReport reportOf(const Subject& subject, std::istream& stream, std::uint64_t 
 std::string contentText(const Subject& subject, const SlotReport& slot) {
   std::string text;
   if (slot.unknown) {
-    // With lengths of their own, records behind the proved run may hold earlier blocks.
+    // With lengths of their own, records after the proved run may hold earlier blocks.
     text = subject.file.shape.fullBlocks ? "no block of the data (proved)"
                                          : "not identified in the data";
   } else if (slot.blockNo == kNoBlock) {
@@ -146,7 +168,9 @@ std::string contentText(const Subject& subject, const SlotReport& slot) {
       text += slot.certainty == Certainty::kGuess ? " (guess)" : " (as given)";
     }
   }
-  if (slot.damaged) return text + ", damaged: its length cannot be right";
+  if (slot.badLength) return text + ", damaged: its length cannot be right";
+  if (slot.damaged && !slot.unknown) return text + ", damaged: another block belongs here";
+  if (slot.damaged) text += ", damaged: later records are";
   if (slot.validLength) {
     text += ", " + tools::formatCount(*slot.validLength, "valid byte");
   } else if (!slot.unknown) {
@@ -239,6 +263,26 @@ ordered_json syncPointsJson(const Subject& subject) {
   return list;
 }
 
+std::string recordsText(const Subject& subject) {
+  const FallbackFile& file = subject.file;
+  std::string text = tools::formatCount(file.slotCount, "record");
+  if (file.tailBytes > 0) {
+    text += " and " + tools::formatCount(file.tailBytes, "byte") + " of one cut short";
+  }
+  if (!subject.verification) {
+    if (file.slotCount == 0) return text;
+    return text + "; where fresh ones end and older ones begin, only --verify can tell";
+  }
+  const Verification& proved = *subject.verification;
+  text += ", the first " + std::to_string(proved.freshSlots) + " of them fresh (proved)";
+  if (proved.damagedSlots > 0) text += ", " + std::to_string(proved.damagedSlots) + " damaged";
+  if (proved.unknownSlots() > 0 && file.shape.fullBlocks) {
+    text += ", " + std::to_string(proved.unknownSlots()) +
+            " at the end not of this data: left over from other data, or damaged";
+  }
+  return text;
+}
+
 void addContent(ordered_json& json, const Subject& subject, std::istream& stream) {
   const FallbackFile& file = subject.file;
   json["syncPoints"] = syncPointsJson(subject);
@@ -253,9 +297,13 @@ void addContent(ordered_json& json, const Subject& subject, std::istream& stream
   json["slotCount"] = file.slotCount;
   json["tailBytes"] = file.tailBytes;
   json["slots"] = slotsJson(subject, stream);
-  json["restart"] = {{"positions", restartPoints(*file.syncPoints)}, {"text", restartText(file)}};
+  json["restart"] = {{"positions", positions(subject, false)},
+                     {"disproved", positions(subject, true)},
+                     {"text", restartText(subject)}};
   if (subject.verification) {
     json["verification"] = {{"freshSlots", subject.verification->freshSlots},
+                            {"damagedSlots", subject.verification->damagedSlots},
+                            {"unknownSlots", subject.verification->unknownSlots()},
                             {"limit", subject.verification->limit}};
   }
   json["line"] = drawLine(file, subject.verification, Colour::kNo);
@@ -265,7 +313,9 @@ void addContent(ordered_json& json, const Subject& subject, std::istream& stream
 
 bool isSound(const Subject& subject) {
   if (subject.file.state != FileState::kValid) return false;
+  if (subject.file.damagedLengths > 0) return false;
   if (!subject.verification) return true;
+  if (subject.verification->damagedSlots > 0) return false;
   const auto& proofs = subject.verification->syncPoints;
   return std::none_of(proofs.begin(), proofs.end(), [](const SyncPointProof& proof) {
     return proof.signature == SignatureProof::kDiffers;
@@ -274,12 +324,12 @@ bool isSound(const Subject& subject) {
 
 void printText(const Subject& subject, std::istream& stream, Colour colour) {
   const FallbackFile& file = subject.file;
-  printLine("file", subject.name + ", " + tools::formatCount(file.size, "byte"));
+  printLine("file", tools::printable(subject.name) + ", " + tools::formatCount(file.size, "byte"));
   printLine("state", file.finding.empty()
                          ? stateName(file.state)
                          : std::string(stateName(file.state)) + ": " + file.finding);
   if (file.header) {
-    printLine("pipe", tools::ansiToUtf8(file.header->pipeName));
+    printLine("pipe", tools::printable(tools::ansiToUtf8(file.header->pipeName)));
     printLine("block size", tools::formatCount(file.header->blockSize, "byte"));
     printLine("signatures", file.header->signatureFlag != 0 ? "on" : "off");
   }
@@ -291,23 +341,12 @@ void printText(const Subject& subject, std::istream& stream, Colour colour) {
   printLine("first block", (file.first.blockNo == kNoBlock ? std::string("unknown")
                                                            : std::to_string(file.first.blockNo)) +
                                supposition(file.first.certainty, file.first.reason));
-  std::string records = tools::formatCount(file.slotCount, "record");
-  if (file.tailBytes > 0) {
-    records += " and " + tools::formatCount(file.tailBytes, "byte") + " of one cut short";
-  }
-  if (!subject.verification && file.slotCount > 0) {
-    records += "; where fresh ones end and older ones begin, only --verify can tell";
-  }
-  if (subject.verification) {
-    records += ", " + std::to_string(subject.verification->freshSlots) +
-               " of them fresh and in order (proved)";
-  }
-  printLine("records", records);
+  printLine("records", recordsText(subject));
   printSlots(subject, stream);
   if (subject.verification && !subject.verification->limit.empty()) {
     printLine("note", subject.verification->limit);
   }
-  printLine("restart", "accepts " + restartText(file));
+  printLine("restart", restartText(subject));
   printLine("picture", drawLine(file, subject.verification, colour));
 }
 
@@ -327,7 +366,8 @@ void printJson(const Subject& subject, std::istream& stream) {
     json["notes"] = file.oddities;
     addContent(json, subject, stream);
   }
-  std::printf("%s\n", json.dump(2, ' ', false, nlohmann::detail::error_handler_t::replace).c_str());
+  // In ASCII: a terminal that it is printed to finds nothing in it to obey.
+  std::printf("%s\n", json.dump(2, ' ', true, nlohmann::detail::error_handler_t::replace).c_str());
 }
 
 }  // namespace tallow::inspect

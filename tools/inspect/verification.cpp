@@ -1,9 +1,8 @@
 #include "inspect/verification.hpp"
 
 #include <algorithm>
-#include <functional>
-#include <map>
 #include <string_view>
+#include <utility>
 
 #include "fallback/md5.hpp"
 
@@ -17,6 +16,8 @@ using fallback::Md5Digest;
 /// More than this would not fit into memory comfortably.
 constexpr std::uint64_t kMostBlocks = 4'000'000;
 constexpr std::size_t kLargestWholeInput = std::size_t{1} << 30;
+/// Fewer bytes than these are found in many places by chance.
+constexpr std::size_t kTellingBytes = 16;
 
 Md5Digest digestOf(std::string_view bytes) {
   Md5Context context{};
@@ -59,7 +60,7 @@ class BlockIndex {
       fallback::md5Update(running, bytes.data(), bytes.size());
       ++count_;
       lastLength_ = bytes.size();
-      if (count_ <= kMostBlocks) blocks_.emplace(digestOf(bytes), count_);
+      if (count_ <= kMostBlocks) blocks_.emplace_back(digestOf(bytes), count_);
       for (std::size_t i = 0; i < 2; ++i) {
         const fallback::SyncPoint point = (*image.syncPoints)[i];
         if (point.blockNo == count_ && !withoutData(image, i)) {
@@ -67,35 +68,42 @@ class BlockIndex {
         }
       }
     }
+    std::sort(blocks_.begin(), blocks_.end());
     if (count_ > kMostBlocks) result.limit = "only the first 4,000,000 blocks are told apart";
   }
 
   std::uint64_t count() const noexcept { return count_; }
 
-  /// The block that these bytes are, the expected one if several are alike.
-  std::optional<SlotProof> find(std::string_view slot, std::uint64_t expected) const {
-    if (const auto found = find(digestOf(slot), expected)) return SlotProof{*found, slot.size()};
-    if (lastLength_ == slot.size() || lastLength_ > slot.size()) return std::nullopt;
+  /// The block that these bytes are. Of several that are alike the one that belongs there, else the
+  /// one that follows its neighbour, else the first.
+  std::optional<SlotProof> find(std::string_view slot, std::uint64_t belongs,
+                                std::uint64_t follows) const {
+    const Md5Digest digest = digestOf(slot);
+    for (const std::uint64_t likely : {belongs, follows}) {
+      if (isBlock(digest, likely)) return SlotProof{likely, slot.size()};
+    }
+    const auto first = std::lower_bound(blocks_.begin(), blocks_.end(), Block{digest, 0});
+    if (first != blocks_.end() && first->first == digest) {
+      return SlotProof{first->second, slot.size()};
+    }
     // The last block fills its record only in part.
-    const auto [from, to] = blocks_.equal_range(digestOf(slot.substr(0, lastLength_)));
-    for (auto it = from; it != to; ++it) {
-      if (it->second == count_) return SlotProof{count_, lastLength_};
+    if (lastLength_ < slot.size() && isBlock(digestOf(slot.substr(0, lastLength_)), count_)) {
+      return SlotProof{count_, lastLength_};
     }
     return std::nullopt;
   }
 
  private:
-  std::optional<std::uint64_t> find(const Md5Digest& digest, std::uint64_t expected) const {
-    const auto [from, to] = blocks_.equal_range(digest);
-    if (from == to) return std::nullopt;
-    const auto hit = std::find_if(from, to, [&](const auto& e) { return e.second == expected; });
-    return hit != to ? hit->second : from->second;
+  using Block = std::pair<Md5Digest, std::uint64_t>;  // digest, block number
+
+  bool isBlock(const Md5Digest& digest, std::uint64_t blockNo) const {
+    return std::binary_search(blocks_.begin(), blocks_.end(), Block{digest, blockNo});
   }
 
   std::size_t blockSize_;
   std::uint64_t count_ = 0;
   std::size_t lastLength_ = 0;
-  std::multimap<Md5Digest, std::uint64_t> blocks_;
+  std::vector<Block> blocks_;  // sorted, so that alike blocks lie together in their order
 };
 
 void verifyFullBlocks(std::istream& file, const FallbackFile& image, std::istream& input,
@@ -107,11 +115,13 @@ void verifyFullBlocks(std::istream& file, const FallbackFile& image, std::istrea
       result.syncPoints[i] = {SignatureProof::kDiffers, "the data ends before this block"};
     }
   }
-  std::uint64_t expected = image.first.blockNo;
+  std::uint64_t first = image.first.blockNo;
+  std::uint64_t follows = first;
   const std::uint64_t slots = slotsToVerify(image, result);
   for (std::uint64_t slot = 0; slot < slots; ++slot) {
-    const auto proof = index.find(readRecordData(file, image, slot), expected);
-    expected = proof ? proof->blockNo + 1 : expected + 1;
+    const auto proof = index.find(readRecordData(file, image, slot), first + slot, follows);
+    if (proof && slot == 0) first = proof->blockNo;
+    follows = proof ? proof->blockNo + 1 : follows + 1;
     result.slots.push_back(proof);
   }
 }
@@ -138,8 +148,43 @@ std::optional<std::string> validBytes(std::istream& file, const FallbackFile& im
   return data;
 }
 
+/// Finds all places of a text in another, overlapping ones too, in one pass.
+class Search {
+ public:
+  Search(std::string_view text, std::string_view wanted)
+      : text_(text), wanted_(wanted), borders_(wanted.size()) {
+    for (std::size_t i = 1; i < wanted_.size(); ++i) {
+      borders_[i] = extend(i == 1 ? 0 : borders_[i - 1], wanted_[i]);
+    }
+  }
+
+  /// The offset after the next place; none if there is no more.
+  std::optional<std::size_t> next() {
+    while (at_ < text_.size()) {
+      if (matched_ == wanted_.size()) matched_ = borders_[matched_ - 1];
+      matched_ = extend(matched_, text_[at_++]);
+      if (matched_ == wanted_.size()) return at_;
+    }
+    return std::nullopt;
+  }
+
+ private:
+  /// The longest beginning of the wanted text that ends with this character, after `length`
+  /// characters of it.
+  std::uint32_t extend(std::uint32_t length, char character) const {
+    while (length > 0 && wanted_[length] != character) length = borders_[length - 1];
+    return wanted_[length] == character ? length + 1 : 0;
+  }
+
+  std::string_view text_;
+  std::string_view wanted_;
+  std::vector<std::uint32_t> borders_;  // of each beginning: the longest that also ends it
+  std::uint32_t matched_ = 0;
+  std::size_t at_ = 0;
+};
+
 /// The first record at the place in the data where a sync point's signature ends: its block
-/// number, and the offset behind it.
+/// number, and the offset after it.
 struct Anchor {
   std::uint64_t blockNo;
   std::size_t end;
@@ -147,25 +192,49 @@ struct Anchor {
 
 std::optional<Anchor> findAnchor(const std::string& data, const std::string& first,
                                  const FallbackFile& image, Verification& result) {
-  const std::boyer_moore_horspool_searcher searcher(first.begin(), first.end());
+  if (first.empty()) return std::nullopt;
+  Search search(data, first);
   Md5Context running{};
   fallback::md5Init(running);
   std::size_t hashed = 0;
-  for (auto at = data.begin(); !first.empty();) {
-    at = std::search(at, data.end(), searcher);
-    if (at == data.end()) break;
-    const auto end = static_cast<std::size_t>(at - data.begin()) + first.size();
-    fallback::md5Update(running, data.data() + hashed, end - hashed);
-    hashed = end;
+  while (const auto end = search.next()) {
+    fallback::md5Update(running, data.data() + hashed, *end - hashed);
+    hashed = *end;
     for (const std::size_t i : {std::size_t{1}, std::size_t{0}}) {
       const fallback::SyncPoint point = (*image.syncPoints)[i];
       if (withoutData(image, i) || point.signature != fallback::md5OfCopy(running)) continue;
       result.syncPoints[i] = {SignatureProof::kMatches, {}};
-      return Anchor{point.blockNo, end};
+      return Anchor{point.blockNo, *end};
     }
-    ++at;
   }
   return std::nullopt;
+}
+
+std::uint64_t countDamagedLengths(std::istream& file, const FallbackFile& image, std::uint64_t from,
+                                  std::uint64_t to) {
+  std::uint64_t damaged = 0;
+  for (std::uint64_t slot = from; slot < to; ++slot) {
+    if (readRecordLength(file, image, slot).value_or(0) > image.header->blockSize) ++damaged;
+  }
+  return damaged;
+}
+
+/// Follows the records through the data from the first one on. One that differs is passed by its
+/// length; a later one that fits shows that only the bytes in between are damaged.
+void followRecords(std::istream& file, const FallbackFile& image, const std::string& data,
+                   const Anchor& anchor, Verification& result) {
+  std::size_t end = anchor.end;
+  bool chained = true;  // the record before fitted
+  std::uint64_t slot = 1;
+  for (; slot < result.slots.size(); ++slot) {
+    const auto bytes = validBytes(file, image, slot);
+    if (!bytes || bytes->size() > data.size() - end) break;
+    chained = data.compare(end, bytes->size(), *bytes) == 0 &&
+              (chained || bytes->size() >= kTellingBytes);
+    end += bytes->size();
+    if (chained) result.slots[slot] = SlotProof{anchor.blockNo + slot, bytes->size()};
+  }
+  result.damagedSlots = countDamagedLengths(file, image, slot, result.slots.size());
 }
 
 void verifyOwnLengths(std::istream& file, const FallbackFile& image, std::istream& input,
@@ -183,16 +252,33 @@ void verifyOwnLengths(std::istream& file, const FallbackFile& image, std::istrea
     return;
   }
   result.slots[0] = SlotProof{anchor->blockNo, first->size()};
-  std::size_t end = anchor->end;
-  for (std::uint64_t slot = 1; slot < result.slots.size(); ++slot) {
-    const auto bytes = validBytes(file, image, slot);
-    if (!bytes || data->compare(end, bytes->size(), *bytes) != 0) break;
-    end += bytes->size();
-    result.slots[slot] = SlotProof{anchor->blockNo + slot, bytes->size()};
+  followRecords(file, image, *data, *anchor, result);
+}
+
+/// What follows from the slots' proofs taken together.
+void judgeSlots(const FallbackFile& image, Verification& result) {
+  const auto& slots = result.slots;
+  if (slots.empty()) return;
+  result.firstBlock = slots[0] ? slots[0]->blockNo : image.first.blockNo;
+  const bool knowsFirst = result.firstBlock != kNoBlock;
+  for (std::uint64_t slot = 0; slot < slots.size(); ++slot) {
+    if (!slots[slot]) continue;
+    result.provedSlots = slot + 1;
+    if (knowsFirst && slots[slot]->blockNo == result.firstBlock + slot)
+      result.freshSlots = slot + 1;
+  }
+  for (std::uint64_t slot = 0; slot < result.provedSlots; ++slot) {
+    if (result.isDamaged(slot)) ++result.damagedSlots;
   }
 }
 
 }  // namespace
+
+bool Verification::isDamaged(std::uint64_t slot) const {
+  const auto& proof = slots[slot];
+  if (!proof) return slot < provedSlots;
+  return slot < freshSlots && proof->blockNo != firstBlock + slot;
+}
 
 Verification verify(std::istream& file, const FallbackFile& image, std::istream& input) {
   Verification result;
@@ -205,12 +291,7 @@ Verification verify(std::istream& file, const FallbackFile& image, std::istream&
   } else {
     verifyOwnLengths(file, image, input, result);
   }
-  for (const auto& slot : result.slots) {
-    const bool follows = slot && (result.freshSlots == 0 ||
-                                  slot->blockNo == result.slots[0]->blockNo + result.freshSlots);
-    if (!follows) break;
-    ++result.freshSlots;
-  }
+  judgeSlots(image, result);
   return result;
 }
 

@@ -30,10 +30,21 @@ struct SlotProof {
 };
 
 struct Verification {
-  std::array<SyncPointProof, 2> syncPoints;     // older, newer
-  std::vector<std::optional<SlotProof>> slots;  // none: holds no block of the data
-  std::uint64_t freshSlots = 0;                 // that follow one another from the first slot on
-  std::string limit;  // why less could be proved than asked for; empty if nothing is
+  std::array<SyncPointProof, 2> syncPoints;       // older, newer
+  std::vector<std::optional<SlotProof>> slots;    // none: holds no block of the data
+  std::uint64_t firstBlock = fallback::kNoBlock;  // in slot 0, if freshSlots is not 0
+  /// Up to the last slot that holds the block which belongs there: written since the checkpoint.
+  std::uint64_t freshSlots = 0;
+  std::uint64_t provedSlots = 0;   // up to the last slot that holds a block of the data
+  std::uint64_t damagedSlots = 0;  // see isDamaged
+  std::string limit;               // why less could be proved than asked for; empty if nothing is
+
+  /// Whether the slot does not hold what it must: among the fresh slots another block than belongs
+  /// there, or no block of the data although a later slot holds one.
+  bool isDamaged(std::uint64_t slot) const;
+  /// Slots at the end that hold no block of the data. An earlier job's data may have been another,
+  /// so this alone proves no damage.
+  std::uint64_t unknownSlots() const { return slots.size() - provedSlots; }
 };
 
 /// `input` is the job's whole data. With full blocks its blocks are cut by the block size;
