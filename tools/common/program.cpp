@@ -12,6 +12,7 @@
 #include "common/module.hpp"
 #include "common/printable.hpp"
 #include "common/text.hpp"
+#include "common/unknown_argument.hpp"
 #include "resources/version.h"
 
 namespace tallow::tools {
@@ -33,6 +34,15 @@ std::string oneLine(std::string text) {
 
 std::string requestText(const client::RequestFailed& error) {
   return ansiToUtf8(error.what());
+}
+
+/// With the dashes.
+std::vector<std::string> optionNames(const CLI::App& app) {
+  std::vector<std::string> names;
+  for (const CLI::Option* option : app.get_options()) {
+    for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
+  }
+  return names;
 }
 
 }  // namespace
@@ -84,6 +94,7 @@ void prepare(CLI::App& app, const std::string& examples) {
 }
 
 std::optional<ExitStatus> parse(CLI::App& app, std::vector<std::string> arguments) {
+  const std::vector<std::string> given = arguments;
   std::reverse(arguments.begin(), arguments.end());  // CLI11 takes them from the back.
   try {
     app.parse(std::move(arguments));
@@ -93,7 +104,12 @@ std::optional<ExitStatus> parse(CLI::App& app, std::vector<std::string> argument
   } catch (const CLI::CallForVersion& version) {
     std::cout << version.what() << "\n";
   } catch (const CLI::ParseError& error) {
-    throw MisuseError(oneLine(error.what()) + "; see " + app.get_name() + " --help");
+    // What is missing may be what was mistyped.
+    const std::vector<std::string> unknown = app.remaining();
+    const std::string text = unknown.empty()
+                                 ? oneLine(error.what())
+                                 : unknownArgumentText(given, unknown.front(), optionNames(app));
+    throw MisuseError(text + "; see " + app.get_name() + " --help");
   }
   std::cout.flush();
   return ExitStatus::kDone;

@@ -1,16 +1,23 @@
 #include "common/quoting.hpp"
 
+#include <algorithm>
+#include <cstring>
+
 namespace tallow::tools {
 namespace {
 
-bool needsQuotes(const std::string& argument) {
-  return argument.empty() || argument.find_first_of(" \t\"&|<>^;,()") != std::string::npos;
+/// What neither shell takes for anything but itself. What lies above ASCII belongs to it too.
+bool isPlain(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+         static_cast<unsigned char>(c) >= 0x80 || std::strchr("-_./:\\+", c) != nullptr;
 }
 
-}  // namespace
+bool needsQuotes(const std::string& argument) {
+  return argument.empty() || !std::ranges::all_of(argument, isPlain);
+}
 
-std::string quotedArgument(const std::string& argument) {
-  if (!needsQuotes(argument)) return argument;
+/// As the program that is started reads it.
+std::string inQuotes(const std::string& argument) {
   std::string text = "\"";
   std::size_t backslashes = 0;
   for (const char c : argument) {
@@ -24,6 +31,30 @@ std::string quotedArgument(const std::string& argument) {
   }
   text.append(backslashes, '\\');
   return text + "\"";
+}
+
+/// cmd takes each quote for the beginning or the end of a quoted part, whatever stands before it,
+/// and looks for variables also in there.
+bool misleadsCmd(const std::string& argument) {
+  return argument.find('"') != std::string::npos || std::ranges::count(argument, '%') > 1;
+}
+
+/// Lets cmd pass on every character as it is.
+std::string withCarets(const std::string& text) {
+  std::string escaped;
+  for (const char c : text) {
+    if (std::strchr("\"%^&|<>()!", c) != nullptr) escaped += '^';
+    escaped += c;
+  }
+  return escaped;
+}
+
+}  // namespace
+
+std::string quotedArgument(const std::string& argument) {
+  if (!needsQuotes(argument)) return argument;
+  const std::string text = inQuotes(argument);
+  return misleadsCmd(argument) ? withCarets(text) : text;
 }
 
 }  // namespace tallow::tools

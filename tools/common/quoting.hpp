@@ -5,7 +5,9 @@
 
 namespace tallow::tools {
 
-/// The argument, in quotes if it needs them, as the rules of Windows command lines have it.
+/// The argument as it can be pasted into cmd, in double quotes if it needs them. PowerShell reads
+/// it the same way unless it holds a "$", a backtick, a quote or more than one "%": there is no
+/// spelling of these that serves both.
 std::string quotedArgument(const std::string& argument);
 
 }  // namespace tallow::tools

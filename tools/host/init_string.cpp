@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "common/unknown_argument.hpp"
 #include "config/option_tokens.hpp"
 
 namespace tallow::host {
@@ -14,23 +15,6 @@ using config::OptionVerdict;
 
 char lower(char letter) {
   return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
-}
-
-/// Edits that turn one word into the other, letter case aside.
-std::size_t distance(std::string_view a, std::string_view b) {
-  std::vector<std::size_t> row(b.size() + 1);
-  for (std::size_t j = 0; j <= b.size(); ++j) row[j] = j;
-  for (std::size_t i = 1; i <= a.size(); ++i) {
-    std::size_t diagonal = row[0];
-    row[0] = i;
-    for (std::size_t j = 1; j <= b.size(); ++j) {
-      const std::size_t above = row[j];
-      const std::size_t replaced = diagonal + (lower(a[i - 1]) == lower(b[j - 1]) ? 0 : 1);
-      row[j] = std::min({above + 1, row[j - 1] + 1, replaced});
-      diagonal = above;
-    }
-  }
-  return row[b.size()];
 }
 
 bool sameWord(std::string_view a, std::string_view b) {
@@ -158,22 +142,9 @@ std::string InitStringReport::firstComplaint() const {
 }
 
 std::string nearestOption(std::string_view keyword) {
-  const std::size_t limit = std::max<std::size_t>(1, keyword.size() / 3);
-  std::size_t best = limit + 1;
-  std::string_view nearest;
-  for (const config::OptionName& name : config::optionNames()) {
-    // A word cut short is near too: "Block" is meant for "Block_size".
-    const bool begins = keyword.size() >= 3 && keyword.size() < name.keyword.size() &&
-                        sameWord(keyword, name.keyword.substr(0, keyword.size()));
-    const auto [shorter, longer] = std::minmax({keyword.size(), name.keyword.size()});
-    if (!begins && longer - shorter >= best) continue;  // so many edits at least
-    const std::size_t score = begins ? 1 : distance(keyword, name.keyword);
-    if (score < best) {
-      best = score;
-      nearest = name.keyword;
-    }
-  }
-  return std::string(nearest);
+  std::vector<std::string> names;
+  for (const config::OptionName& name : config::optionNames()) names.emplace_back(name.keyword);
+  return tools::nearestName(keyword, names);
 }
 
 InitStringReport explainInitString(std::string_view text) {
