@@ -42,6 +42,16 @@ void writeSyncPoint(Job& job, std::uint64_t returnTo) {
   }
 }
 
+// Whether the file's newest sync point is the position's. Its number alone does not say so: after a
+// restart the data that follows the restart's position may differ from that of the run before.
+bool isNewestSyncPoint(const Job& job) {
+  const FallbackFile& file = job.fallback;
+  const fallback::SyncPoint& newest = file.syncPoints[1];
+  if (newest.blockNo != job.state.lastBlockNo) return false;
+  return !file.hasSignatures() ||
+         newest == fallback::syncPointAt(file, newest.blockNo, job.state.md5Running.md5);
+}
+
 // Sees to it that there is a file, and that it has the sync point of the last delivered block.
 void bringFileInLine(Job& job) {
   FallbackFile& file = job.fallback;
@@ -55,7 +65,7 @@ void bringFileInLine(Job& job) {
           LogLevel::kError, file.fallbackName.c_str(),
           diag::systemErrorText(file.systemError).c_str());
     }
-  } else if (job.state.lastBlockNo != file.syncPoints[1].blockNo) {
+  } else if (!isNewestSyncPoint(job)) {
     writeSyncPoint(job, currentPosition(file));
   }
 }
@@ -64,7 +74,7 @@ void bringFileInLine(Job& job) {
 
 void getPos(Job& job, TallowRequestBlock& request, TallowPositionBlock& block) {
   DeliveryState& state = job.state;
-  if (state.streamLost) {
+  if (state.stream == StreamState::kLost) {
     request.returnCode = pmrcDelivery;
     return;
   }

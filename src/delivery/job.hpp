@@ -20,17 +20,22 @@ enum class DeliveryMode : std::uint32_t {
   kReplaying = 2     // from the fallback file
 };
 
+// Whether the stream can be continued. When it can't, nothing is delivered until Close.
+enum class StreamState : std::uint8_t {
+  kWhole,
+  kTorn,  // a live Read failed and has lost bytes; the position before it still stands
+  kLost   // a restart failed after it had begun to use the re-sent data up: where the stream stands
+          // is not known
+};
+
 struct DeliveryState {
   DeliveryMode deliveryMode = DeliveryMode::kLive;
   std::uint64_t nextBlockNo = 1;  // the block that the next Read delivers
   std::uint64_t lastBlockNo = 0;  // the block delivered last; the position that GetPos hands out
   std::uint64_t checkpointBlockNo = kNoBlock;  // of the latest GetPos, or accepted by SetPos
-  std::uint32_t lastPipeLength = 0;            // bytes of the block read from the pipe last
   bool pipeEof = false;                        // the pipe has reported the end of the data
   bool eofReturned = false;                    // the host has been told
-  // A restart failed after it had begun to use the re-sent data up: where the stream stands is not
-  // known any more, and nothing is delivered until Close.
-  bool streamLost = false;
+  StreamState stream = StreamState::kWhole;
 
   RunningDigest md5Running;
   // The digests at the two positions that SetPos can go back to.

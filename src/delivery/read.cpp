@@ -34,18 +34,23 @@ void deliverPending(Job& job, TallowReadBlock& block) {
   state.lastBlockNo = state.nextBlockNo++;
 }
 
-// Reads into the host's buffer. The data length is the byte counter, so it is right also when the
-// pipe raises a failure half-way.
+// Reads into the host's buffer. The data length is right also when the pipe raises a failure
+// half-way; the bytes gathered by then can't be had again.
 pipe::PipeRead readPipe(Job& job, TallowReadBlock& block) {
-  struct LengthKeeper {
-    TallowReadBlock& block;
-    std::uint32_t length = 0;
-    ~LengthKeeper() { block.dataLength = length; }
-  } keeper{block};
   const std::uint64_t blockNo = job.state.nextBlockNo;
-  return job.options.needFullBlock
-             ? pipe::readFullBlock(job.pipe, job.options, block.dataBuffer, keeper.length, blockNo)
-             : pipe::readAvailable(job.pipe, job.options, block.dataBuffer, keeper.length, blockNo);
+  std::uint32_t length = 0;
+  try {
+    const pipe::PipeRead read =
+        job.options.needFullBlock
+            ? pipe::readFullBlock(job.pipe, job.options, block.dataBuffer, length, blockNo)
+            : pipe::readAvailable(job.pipe, job.options, block.dataBuffer, length, blockNo);
+    block.dataLength = length;
+    return read;
+  } catch (...) {
+    block.dataLength = length;
+    if (length != 0) job.state.stream = StreamState::kTorn;
+    throw;
+  }
 }
 
 void deliverFromPipe(Job& job, TallowRequestBlock& request, TallowReadBlock& block) {
@@ -60,7 +65,6 @@ void deliverFromPipe(Job& job, TallowRequestBlock& request, TallowReadBlock& blo
   const std::uint64_t blockNo = state.nextBlockNo++;
   coverPipeBlock(job, blockNo, block.dataBuffer, length, read);
   state.lastBlockNo = blockNo;
-  state.lastPipeLength = length;
   std::memcpy(job.pending.pendingData.get(), block.dataBuffer, length);
   job.pending.pendingLength = length;
   job.pending.pendingBlockNo = blockNo;
@@ -84,7 +88,7 @@ void deliverLive(Job& job, TallowRequestBlock& request, TallowReadBlock& block) 
 
 void read(Job& job, TallowRequestBlock& request, TallowReadBlock& block) {
   block.dataLength = 0;
-  if (job.state.streamLost) {
+  if (job.state.stream != StreamState::kWhole) {
     request.returnCode = pmrcDelivery;
     return;
   }

@@ -12,19 +12,26 @@ namespace {
 
 using diag::LogLevel;
 
+// Where the record of the next block starts, or the next one will be appended.
+std::uint64_t nextRecordOffset(const Job& job) {
+  return fallback::recordLayout(job.options)
+      .offsetOf(job.state.nextBlockNo, job.fallback.fileFirstBlockNo);
+}
+
 struct StreamPlace {
   std::int64_t position;
   std::int64_t fileLength;  // as the system tells it
 };
 
-StreamPlace whereIs(fallback::FileStream& stream) {
+// Leaves the stream at the record that starts at recordOffset, wherever it was before.
+StreamPlace whereIs(fallback::FileStream& stream, std::uint64_t recordOffset) {
   const std::int64_t position = stream.tell();
   if (position == -1) {
     diag::raise<MessageId::kFallbackTellFailed>(diag::lastSystemErrorText().c_str());
   }
   stream.seekToEnd();
   const std::int64_t fileLength = stream.tell();
-  if (!stream.seek(static_cast<std::uint64_t>(position))) {
+  if (!stream.seek(recordOffset)) {
     diag::raise<MessageId::kFallbackSeekFailed>(diag::lastSystemErrorText().c_str());
   }
   return {position, fileLength};
@@ -42,14 +49,8 @@ std::optional<std::uint32_t> readRecord(Job& job, void* buffer) {
     return std::nullopt;
   }
   if (stream.read(buffer, blockSize) != blockSize) return std::nullopt;
-  const bool isFilesLast = job.state.nextBlockNo >= job.fallback.fileLastBlockNo;
-  return job.options.needFullBlock && isFilesLast ? job.state.lastPipeLength : recordLength;
-}
-
-// Where the record of the next block starts, or the next one will be appended.
-std::uint64_t nextRecordOffset(const Job& job) {
-  return fallback::recordLayout(job.options)
-      .offsetOf(job.state.nextBlockNo, job.fallback.fileFirstBlockNo);
+  if (!job.options.needFullBlock) return recordLength;
+  return job.fallback.shortBlocks.lengthOf(job.state.nextBlockNo, blockSize);
 }
 
 void refuseRecord(Job& job, TallowRequestBlock& request) {
@@ -68,7 +69,7 @@ void replay(Job& job, TallowRequestBlock& request, TallowReadBlock& block) {
     request.returnCode = pmrcDelivery;
     return;
   }
-  const StreamPlace place = whereIs(job.fallback.fallbackFile);
+  const StreamPlace place = whereIs(job.fallback.fallbackFile, nextRecordOffset(job));
   const std::optional<std::uint32_t> length = readRecord(job, block.dataBuffer);
   if (!length) {
     refuseRecord(job, request);

@@ -36,35 +36,16 @@ void lookUpLength(Job& job, std::uint64_t blockNo) {
   if (!stream.seek(static_cast<std::uint64_t>(position))) raiseSeekFailed();
 }
 
-// Marks the stream as lost unless the restart is accepted.
-class LostUnlessAccepted {
- public:
-  explicit LostUnlessAccepted(DeliveryState& state) : state_(state) {}
-  ~LostUnlessAccepted() {
-    if (asked_ && !accepted_) state_.streamLost = true;
-  }
-  LostUnlessAccepted(const LostUnlessAccepted&) = delete;
-  LostUnlessAccepted& operator=(const LostUnlessAccepted&) = delete;
-
-  void pipeAsked() noexcept { asked_ = true; }
-  void accept() noexcept { accepted_ = true; }
-
- private:
-  DeliveryState& state_;
-  bool asked_ = false;
-  bool accepted_ = false;
-};
-
-// Reads the re-sent data block by block into the pending buffer, up to the block wanted.
-void skipResentData(Job& job, TallowRequestBlock& request, std::uint64_t wantedBlockNo,
-                    LostUnlessAccepted& guard) {
+// Reads the re-sent data block by block into the pending buffer, up to the block wanted. From the
+// first read on the stream is lost unless the restart is accepted.
+void skipResentData(Job& job, TallowRequestBlock& request, std::uint64_t wantedBlockNo) {
   DeliveryState& state = job.state;
   fallback::PendingBlock& pending = job.pending;
   std::uint64_t blockNo = 0;
   do {
     ++blockNo;
     lookUpLength(job, blockNo);
-    guard.pipeAsked();
+    state.stream = StreamState::kLost;
     const pipe::PipeRead read = pipe::readFullBlock(
         job.pipe, job.options, pending.pendingData.get(), pending.pendingLength, blockNo);
     state.pipeEof = read.end;
@@ -99,6 +80,7 @@ bool checkSignature(Job& job, TallowRequestBlock& request, const fallback::SyncP
 
 void acceptPosition(Job& job, std::uint64_t blockNo) {
   DeliveryState& state = job.state;
+  state.stream = StreamState::kWhole;
   state.deliveryMode = DeliveryMode::kLive;
   state.lastBlockNo = blockNo;
   state.nextBlockNo = blockNo != 0 ? blockNo : 1;
@@ -106,10 +88,7 @@ void acceptPosition(Job& job, std::uint64_t blockNo) {
   state.md5AtCheckpoint = state.md5Running;
   job.fallback.fileFirstBlockNo = kNoBlock;
   job.fallback.fileLastBlockNo = kNoBlock;
-  if (blockNo != 0) {
-    job.pending.pendingBlockNo = blockNo;
-    state.lastPipeLength = job.pending.pendingLength;
-  }
+  if (blockNo != 0) job.pending.pendingBlockNo = blockNo;
   diag::logMessage<MessageId::kRestarted>(LogLevel::kPosition);
 }
 
@@ -123,11 +102,8 @@ void refusePosition(TallowRequestBlock& request) {
 void restart(Job& job, TallowRequestBlock& request, std::uint64_t blockNo) {
   const fallback::SyncPoint* point = fallback::findSyncPoint(job.fallback.syncPoints, blockNo);
   if (point == nullptr) refusePosition(request);
-  LostUnlessAccepted guard(job.state);
-  if (blockNo != 0) skipResentData(job, request, blockNo, guard);
-  if (!checkSignature(job, request, *point)) return;
-  acceptPosition(job, blockNo);
-  guard.accept();
+  if (blockNo != 0) skipResentData(job, request, blockNo);
+  if (checkSignature(job, request, *point)) acceptPosition(job, blockNo);
 }
 
 }  // namespace tallow::delivery

@@ -83,7 +83,7 @@ std::uint64_t takePosition(const TallowPositionBlock& block) {
 
 void setPos(Job& job, TallowRequestBlock& request, TallowPositionBlock& block) {
   DeliveryState& state = job.state;
-  if (state.streamLost) {
+  if (state.stream != StreamState::kWhole) {
     request.returnCode = pmrcDelivery;
     return;
   }

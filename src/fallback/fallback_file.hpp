@@ -10,6 +10,7 @@
 #include "config/options_record.hpp"
 #include "fallback/fallback_format.hpp"
 #include "fallback/file_stream.hpp"
+#include "fallback/short_blocks.hpp"
 #include "fallback/sync_points.hpp"
 
 namespace tallow::fallback {
@@ -22,6 +23,7 @@ struct FallbackFile {
   bool fallbackCreatePending = false;         // the first checkpoint creates the file
   std::uint64_t fileFirstBlockNo = kNoBlock;  // of the data area; kNoBlock: no record yet
   std::uint64_t fileLastBlockNo = kNoBlock;
+  ShortBlocks shortBlocks;  // of the data area, where its records have no length of their own
   std::uint64_t expectedWritePos = kDataStartOffset;  // only shown in the log
   unsigned long systemError = 0;  // the system's number for the latest failed open or seek
 

@@ -39,6 +39,8 @@ static_assert(sizeof(HeaderImage) == 298);
 struct SyncPoint {
   std::uint64_t blockNo;  // the block last delivered when it was taken; kNoBlock: no sync point
   Md5Digest signature;    // of all data up to that block; zeros without signatures
+
+  bool operator==(const SyncPoint&) const = default;
 };
 static_assert(sizeof(SyncPoint) == 24 && offsetof(SyncPoint, signature) == 8);
 

@@ -7,7 +7,9 @@ namespace tallow::fallback {
 void addSyncPoint(SyncPoints& points, const SyncPoint& point) {
   if (point.blockNo == kNoBlock || point.blockNo == 0) {
     points = {point, point};
-  } else if (point.blockNo != points[1].blockNo) {
+  } else if (point.blockNo == points[1].blockNo) {
+    points[1] = point;
+  } else {
     points = {points[1], point};
   }
 }

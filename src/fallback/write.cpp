@@ -52,21 +52,33 @@ bool writePendingBlock(FallbackFile& file, const config::OptionsRecord& options,
   if (!file.fallbackFile || blockNo == kNoBlock || checkpointBlockNo == kNoBlock) return false;
   if (file.fileFirstBlockNo != kNoBlock && blockNo != file.fileLastBlockNo + 1) return false;
 
+  const bool isShort = options.needFullBlock && pending.pendingLength < options.blockSize;
+  if (isShort) file.shortBlocks.makeRoom();
   pending.pendingBlockNo = kNoBlock;  // also when it can't be written
   const bool startsArea = mode == PendingWrite::kMayStartArea && blockNo == checkpointBlockNo;
+  const bool becomesFirst = startsArea || file.fileFirstBlockNo == kNoBlock;
   if (startsArea && !seek(file, kDataStartOffset)) return false;
+  // Else the stream may stand anywhere, after a SetPos that failed.
+  if (!startsArea && becomesFirst && !seekSilently(file, kDataStartOffset)) return false;
   if (!writeRecord(file, recordLayout(options), pending, blockNo)) return false;
 
-  const bool becomesFirst = startsArea || file.fileFirstBlockNo == kNoBlock;
-  if (becomesFirst) file.fileFirstBlockNo = blockNo;
+  if (becomesFirst) {
+    file.fileFirstBlockNo = blockNo;
+    file.shortBlocks.clear();
+  }
   file.fileLastBlockNo = blockNo;
+  if (isShort) file.shortBlocks.add(blockNo, pending.pendingLength);
   return becomesFirst;
 }
 
-bool writeSyncArea(FallbackFile& file, std::uint64_t blockNo, const Md5Context& running) {
+SyncPoint syncPointAt(const FallbackFile& file, std::uint64_t blockNo, const Md5Context& running) {
   SyncPoint point = {blockNo, {}};
   if (file.hasSignatures() && blockNo != kNoBlock) point.signature = md5OfCopy(running);
-  addSyncPoint(file.syncPoints, point);
+  return point;
+}
+
+bool writeSyncArea(FallbackFile& file, std::uint64_t blockNo, const Md5Context& running) {
+  addSyncPoint(file.syncPoints, syncPointAt(file, blockNo, running));
   logSyncPoints(file.syncPoints, SyncPointLine::kWriting);
   if (file.fallbackFile.write(&file.syncPoints, sizeof file.syncPoints) == sizeof file.syncPoints &&
       file.fallbackFile.flush()) {

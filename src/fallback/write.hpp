@@ -32,6 +32,10 @@ enum class PendingWrite {
 bool writePendingBlock(FallbackFile& file, const config::OptionsRecord& options,
                        PendingBlock& pending, std::uint64_t checkpointBlockNo, PendingWrite mode);
 
+// The sync point of a block: its number and, if the file has signatures, that of all data in
+// running.
+SyncPoint syncPointAt(const FallbackFile& file, std::uint64_t blockNo, const Md5Context& running);
+
 // Takes a sync point into the pair, writes the sync area at the stream's position and flushes it.
 // The signature is that of all data in running. The stream must be open and stand at
 // kSyncAreaOffset. False when the write failed, which has deleted the file.

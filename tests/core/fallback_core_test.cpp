@@ -7,6 +7,7 @@
 
 #include "fallback/fallback_format.hpp"
 #include "fallback/fallback_name.hpp"
+#include "fallback/short_blocks.hpp"
 #include "fallback/sync_points.hpp"
 
 namespace tallow::fallback {
@@ -176,12 +177,12 @@ TEST(SyncPoints, PushTheNewerToTheOldersPlace) {
   expectPair(points, pointOf(2, 2), pointOf(3, 3));
 }
 
-TEST(SyncPoints, StayWhenTheNewerIsTakenAgain) {
+TEST(SyncPoints, KeepTheOlderWhenTheNewerIsTakenAgain) {
   SyncPoints points = kNoSyncPoints;
   addSyncPoint(points, pointOf(1, 1));
   addSyncPoint(points, pointOf(2, 2));
   addSyncPoint(points, pointOf(2, 9));
-  expectPair(points, pointOf(1, 1), pointOf(2, 2));
+  expectPair(points, pointOf(1, 1), pointOf(2, 9));
 }
 
 TEST(SyncPoints, MayGoBackToTheOlder) {
@@ -207,6 +208,28 @@ TEST(SyncPoints, AreFoundOlderFirst) {
   points[0].blockNo = 3;
   EXPECT_EQ(findSyncPoint(points, 4), &points[1]);
   EXPECT_EQ(findSyncPoint(points, 5), nullptr);
+}
+
+TEST(ShortBlocks, HaveTheLengthsThatWereNoted) {
+  ShortBlocks blocks;
+  for (std::uint32_t number = 3; number <= 30; number += 3) {
+    blocks.makeRoom();
+    blocks.add(number, number / 3);
+  }
+  for (std::uint32_t number = 1; number <= 31; ++number) {
+    EXPECT_EQ(blocks.lengthOf(number, 16), number % 3 == 0 && number <= 30 ? number / 3 : 16u)
+        << number;
+  }
+}
+
+TEST(ShortBlocks, AreAllFullWhenNoneIsNoted) {
+  ShortBlocks blocks;
+  EXPECT_EQ(blocks.lengthOf(1, 16), 16u);
+  blocks.makeRoom();
+  EXPECT_EQ(blocks.lengthOf(0, 16), 16u);
+  blocks.add(1, 5);
+  blocks.clear();
+  EXPECT_EQ(blocks.lengthOf(1, 16), 16u);
 }
 
 }  // namespace

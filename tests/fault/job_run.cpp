@@ -156,6 +156,7 @@ void JobRun::open() {
   askedToGoBack_ = false;
   inStep_ = true;
   sawEnd_ = false;
+  hasLostBytes_ = false;
   refusedReads_ = 0;
   position_ = 0;
   blockNo_ = 0;
@@ -171,7 +172,9 @@ void JobRun::open() {
 void JobRun::readOne() {
   feed_.give(data_, plan_.chunk);
   const ReadAnswer answer = host_->read();
-  if (askedToGoBack_) {
+  if (hasLostBytes_) {
+    judge("Read", answer.code, {pmrcDelivery});
+  } else if (askedToGoBack_) {
     judge("Read", answer.code, {pmrcSuccess, pmrcEOF, pmrcDelivery, pmrcFailed});
   } else if (fault_ != nullptr && fault_->kind == FaultKind::kReading) {
     judge("Read", answer.code, {pmrcSuccess, pmrcEOF, pmrcFailed});
@@ -185,8 +188,7 @@ void JobRun::readOne() {
   }
   if (answer.code != pmrcSuccess) {
     ++refusedReads_;
-    // The bytes that a refused read of the pipe had gathered are gone.
-    if (fault_ != nullptr && fault_->kind == FaultKind::kReading) inStep_ = false;
+    if (!answer.data.empty()) hasLostBytes_ = true;
     return;
   }
   streamAt_ = ++blockNo_;

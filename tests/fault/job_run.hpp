@@ -91,6 +91,7 @@ class JobRun {
   bool open_ = false;
   bool askedToGoBack_ = false;  // a SetPos was sent to this instance
   bool inStep_ = true;          // the data that comes next is known
+  bool hasLostBytes_ = false;   // a Read was refused with a part of its block gathered
   bool sawEnd_ = false;
   bool wentWell_ = true;
   int refusedReads_ = 0;
