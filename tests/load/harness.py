@@ -310,17 +310,20 @@ class Job:
         self.init = settings.get("init", own)
         self.every = settings.get("every", 2)
         self.options = list(options)
+        self.to = None  # how the database is named, unless by --to
+        self.variables = {}
 
     def command(self, *more):
+        to = ["--to", self.database.connection_string] if self.to is None else self.to
         return [
             *(BIN / "tallow-load.exe", "--pipe", self.pipe, "--json", "--table", self.table),
-            *("--to", self.database.connection_string, "--init", self.init),
+            *(*to, "--init", self.init),
             *("--checkpoint-every", self.every, *self.options, *more),
         ]
 
     def start(self, *more, fault=None):
         if fault is None:
-            return Process(*self.command(*more))
+            return Process(*self.command(*more), **self.variables)
         report = self.folder / "calls.txt"
         starter = [BIN / "start_with.exe", f"Z:{BIN}/call_faults.dll"]
         command = self.command(*more)

@@ -6,6 +6,8 @@
 #include "common/program.hpp"
 #include "common/quoting.hpp"
 #include "host/init_string.hpp"
+#include "load/connection_source.hpp"
+#include "load/secrets.hpp"
 
 namespace tallow::load {
 namespace {
@@ -16,14 +18,19 @@ using tools::MisuseError;
 constexpr std::size_t kLongestJobName = 255;
 
 constexpr const char* kExamples = R"(Examples:
-  Load CSV with a header into an SQLite table, made if it is not there:
-    tallow-load --pipe \\.\pipe\orders --to "Driver={SQLite3};Database=orders.db"
-                --table orders --header --create
-  Load into PostgreSQL, setting aside up to 100 bad rows:
+  Load CSV with a header into the database whose connection string is the one line of shop.txt,
+  which only you can read; the table is made if it is not there:
+    tallow-load --pipe \\.\pipe\orders --to-file shop.txt --table orders --header --create
+  The same with a data source, or another string without a password:
+    tallow-load --pipe \\.\pipe\orders --to "DSN=shop" --table orders --header --create
+  Set aside up to 100 bad rows, with the connection string in TALLOW_TO:
     tallow-load --pipe \\.\pipe\orders --table orders --rejects bad.csv --max-rejects 100
-                --to "Driver={PostgreSQL Unicode};Server=db;Database=shop;Uid=loader"
   Go on after a failure; the writer sends the same data again from its beginning:
     the same command with --restart
+
+Connection strings are, for example:
+    Driver={SQLite3};Database=orders.db
+    Driver={PostgreSQL Unicode};Server=db;Database=shop;Uid=loader;Pwd=...
 
 The position of the load stands in the database, in the table tallow_checkpoint, and is committed
 together with the rows: whatever dies, a restart puts every row into the table exactly once.
@@ -72,11 +79,15 @@ void checkInitString(const std::string& text) {
   }
 }
 
+/// A connection string that comes from a file or the environment is not in it.
 std::string restartCommandOf(const std::vector<std::string>& arguments) {
   std::string command = "tallow-load";
+  bool isConnection = false;
   for (const std::string& argument : arguments) {
     if (argument == "--restart" || argument == "--start-over") continue;
-    command += " " + tools::quotedArgument(argument);
+    isConnection = isConnection || argument.starts_with("--to=");
+    command += " " + tools::quotedArgument(isConnection ? withoutSecrets(argument) : argument);
+    isConnection = argument == "--to";
   }
   return command + " --restart";
 }
@@ -109,6 +120,7 @@ std::optional<ExitStatus> readCommandLine(const std::vector<std::string>& argume
   std::string columns;
   std::string delimiter = ",";
   std::string nullText;
+  std::string toFile;
   bool restart = false;
   bool startOver = false;
 
@@ -120,8 +132,14 @@ std::optional<ExitStatus> readCommandLine(const std::vector<std::string>& argume
                  "Name of the pipe, for example \\\\.\\pipe\\orders")
       ->required()
       ->option_text("NAME");
-  app.add_option("--to", options.connection, "ODBC connection string of the database")
-      ->required()
+  app.add_option(
+         "--to-file", toFile,
+         "File whose only line is the ODBC connection string (default: what the environment "
+         "variable TALLOW_TO holds)")
+      ->option_text("FILE");
+  app.add_option("--to", options.connection,
+                 "The connection string itself; a password in it is seen by whoever lists the "
+                 "processes")
       ->option_text("CONNECTION");
   app.add_option("--table", options.settings.table, "Table to load into, NAME or SCHEMA.NAME")
       ->required()
@@ -153,6 +171,7 @@ std::optional<ExitStatus> readCommandLine(const std::vector<std::string>& argume
       ->option_text("FILE");
   app.add_option("--max-rejects", options.maxRejects,
                  "Rejected rows to put up with before the load stops (default 0)")
+      ->check(CLI::Range(0, 1'000'000'000))
       ->option_text("N");
   app.add_option("--retry", options.retrySeconds,
                  "Seconds to go on trying when the database is out of reach (default 60)")
@@ -178,6 +197,7 @@ std::optional<ExitStatus> readCommandLine(const std::vector<std::string>& argume
   if (startOver) options.mode = RunMode::kStartOver;
   checkAgainstEachOther(options, restart, startOver);
   checkInitString(options.settings.init);
+  options.connection = connectionFrom(options.connection, toFile);
   options.restartCommand = restartCommandOf(arguments);
   return std::nullopt;
 }

@@ -13,6 +13,7 @@
 #include "common/progress.hpp"
 #include "load/load_options.hpp"
 #include "load/loader.hpp"
+#include "load/secrets.hpp"
 
 namespace tallow::load {
 namespace {
@@ -21,15 +22,8 @@ using nlohmann::ordered_json;
 using tools::ExitStatus;
 using tools::formatCount;
 
-std::string statusName(ExitStatus status) {
-  switch (status) {
-    case ExitStatus::kDone:
-      return "done";
-    case ExitStatus::kRestartable:
-      return "restartable";
-    default:
-      return "failed";
-  }
+bool canGoOn(ExitStatus status) {
+  return status == ExitStatus::kRestartable || status == ExitStatus::kMendFirst;
 }
 
 /// How a run ended.
@@ -41,7 +35,7 @@ struct Ending {
 
 void printJson(const LoadOptions& options, const LoadReport& report, const Ending& ending) {
   const JobProgress& progress = report.progress;
-  ordered_json outcome = {{"status", statusName(ending.status)},
+  ordered_json outcome = {{"status", tools::statusWord(ending.status)},
                           {"job", options.job},
                           {"rows", progress.rows},
                           {"rejects", progress.rejects},
@@ -54,7 +48,7 @@ void printJson(const LoadOptions& options, const LoadReport& report, const Endin
                           {"lastRowEndsWithLineBreak", nullptr}};
   if (report.endsWithLineBreak) outcome["lastRowEndsWithLineBreak"] = *report.endsWithLineBreak;
   if (!ending.error.empty()) outcome["error"] = ending.error;
-  if (ending.status == ExitStatus::kRestartable) outcome["restart"] = options.restartCommand;
+  if (canGoOn(ending.status)) outcome["restart"] = options.restartCommand;
   std::printf("%s\n", outcome.dump(2, ' ', false, ordered_json::error_handler_t::replace).c_str());
 }
 
@@ -89,26 +83,37 @@ std::string pulseText(const LoadPulse& pulse) {
          ", checkpoint at block " + std::to_string(pulse.checkpoint);
 }
 
+void printRestart(const std::string& command) {
+  const bool hidden = command.find("***") != std::string::npos;
+  tools::writeToStandardError(
+      (hidden ? "go on, the password in place of ***, with: " : "go on with: ") + command + "\n");
+}
+
 /// Whether there is a job that a restart could go on with.
 std::atomic<bool> begun = false;
 
+std::string restartCommand;  // set before onInterrupt can be called
+
 /// Ctrl-C ends the process as any death does: nothing has to be told to the database.
 BOOL WINAPI onInterrupt(DWORD /*event*/) {
-  tools::printError(begun ? "interrupted; what was not committed is undone, and --restart goes on"
-                          : "interrupted before the load began");
-  const ExitStatus status = begun ? ExitStatus::kRestartable : ExitStatus::kFailed;
+  const bool restartable = begun;
+  tools::printError(restartable
+                        ? "interrupted; what was not committed is undone, and --restart goes on"
+                        : "interrupted before the load began");
+  if (restartable) printRestart(restartCommand);
+  const ExitStatus status = restartable ? ExitStatus::kRestartable : ExitStatus::kFailed;
   TerminateProcess(GetCurrentProcess(), static_cast<UINT>(status));
   return TRUE;
 }
 
-Ending load(Loader& loader) {
+Ending load(Loader& loader, const SecretMask& mask) {
   Ending ending;
   const auto start = std::chrono::steady_clock::now();
   try {
     loader.run();
   } catch (const tools::ToolError& error) {
     ending.status = error.status();
-    ending.error = error.what();
+    ending.error = mask(error.what());
   }
   ending.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   return ending;
@@ -117,6 +122,7 @@ Ending load(Loader& loader) {
 ExitStatus run(const std::vector<std::string>& arguments) {
   LoadOptions options;
   if (const auto status = readCommandLine(arguments, options)) return *status;
+  restartCommand = options.restartCommand;
   SetConsoleCtrlHandler(onInterrupt, TRUE);
 
   Ending ending;
@@ -128,7 +134,7 @@ ExitStatus run(const std::vector<std::string>& arguments) {
       progress.update(pulse.bytes, pulse.block);
       progress.setDetail([&] { return pulseText(pulse); });
     });
-    ending = load(loader);
+    ending = load(loader, SecretMask(options.connection));
     report = loader.report();
   }
   if (!ending.error.empty()) tools::printError(ending.error);
@@ -137,9 +143,7 @@ ExitStatus run(const std::vector<std::string>& arguments) {
   } else if (ending.status == ExitStatus::kDone) {
     printSummary(report, ending);
   }
-  if (ending.status == ExitStatus::kRestartable) {
-    std::fprintf(stderr, "go on with: %s\n", options.restartCommand.c_str());
-  }
+  if (canGoOn(ending.status)) printRestart(options.restartCommand);
   return ending.status;
 }
 

@@ -1,0 +1,114 @@
+#!/usr/bin/env python3
+"""The command line of tallow-load, what it prints, and what it leaves alone."""
+
+import unittest
+
+import harness
+import load_cases
+from harness import BIN, Outcome, Process
+
+SECRET = "geheim4711"
+
+
+class CommandTest(unittest.TestCase):
+    """Runs into SQLite; each test has a database and a folder of its own."""
+
+    setUp = load_cases.Cases.setUp
+    data = load_cases.Cases.data
+    job = load_cases.Cases.job
+    small_job = load_cases.Cases.small_job
+    check_done = load_cases.Cases.check_done
+    check_rows = load_cases.Cases.check_rows
+    check_refused = load_cases.Cases.check_refused
+
+    def database_factory(self):
+        return harness.Sqlite(self.folder)
+
+    def run_line(self, job, line):
+        """Runs a printed command line as a person does who pastes it into cmd."""
+        script = self.folder / "again.cmd"
+        script.write_bytes(f"@cd /d Z:{BIN}\r\n@{line}\r\n".encode())
+        feed = job.feed()
+        try:
+            return Outcome(Process("cmd", "/c", f"Z:{script}", **job.variables))
+        finally:
+            feed.discard()
+
+
+class Secrets(CommandTest):
+    def secret_job(self):
+        """A job that stops at a bad row, until one is allowed."""
+        source = self.data("in.csv", b"1,a\n2\n3,c\n")
+        job = self.job(source, "--columns", "id,v", "--create", "--rejects", self.folder / "bad.csv")
+        self.database.connection_string += f";Uid=loader;Pwd={SECRET}"
+        return job
+
+    def check_silent(self, outcome):
+        self.assertNotIn(SECRET, outcome.out + outcome.err)
+
+    def check_stops_and_goes_on(self, job):
+        outcome = job.run()
+        self.assertEqual(outcome.status, 3, outcome)
+        self.check_silent(outcome)
+        self.assertNotIn("Driver", outcome.json["restart"])
+        again = self.run_line(job, outcome.json["restart"] + " --max-rejects 1")
+        self.assertEqual((again.status, again.json["rows"]), (0, 2), again)
+        self.check_silent(again)
+
+    def test_string_from_the_environment(self):
+        job = self.secret_job()
+        job.to = []
+        job.variables = {"TALLOW_TO": self.database.connection_string}
+        self.check_stops_and_goes_on(job)
+
+    def test_string_from_a_file(self):
+        job = self.secret_job()
+        content = b"\xef\xbb\xbf" + self.database.connection_string.encode() + b"\r\n"
+        job.to = ["--to-file", f"Z:{self.data('to.txt', content)}"]
+        job.variables = {"TALLOW_TO": "DSN=not this one"}
+        self.check_stops_and_goes_on(job)
+
+    def test_password_on_the_command_line_is_not_printed(self):
+        outcome = self.secret_job().run()
+        self.assertEqual(outcome.status, 3, outcome)
+        self.check_silent(outcome)
+        self.assertIn("Uid=loader;Pwd=***", outcome.err)
+        self.assertIn("Uid=loader;Pwd=***", outcome.json["restart"])
+        self.assertIn("the password in place of ***", outcome.err)
+
+    def test_password_without_quotes_is_not_printed(self):
+        job = self.secret_job()
+        job.to = ["--to", "Driver={A", f"B}};Uid=loader;Pwd={SECRET}"]
+        outcome = job.run_alone()
+        self.check_refused(outcome, 2, "after --to", "quotes")
+        self.check_silent(outcome)
+
+    def test_failed_login_does_not_print_the_password(self):
+        job = self.secret_job()
+        self.database.connection_string = f"Driver={{SQLite3}};Database=/no/{SECRET}/x;Pwd={SECRET}"
+        outcome = job.run_alone()
+        self.assertNotEqual(outcome.status, 0)
+        self.check_silent(outcome)
+
+    def test_no_database_at_all(self):
+        job = self.secret_job()
+        job.to = []
+        self.check_refused(job.run_alone(), 2, "--to-file", "TALLOW_TO")
+
+    def test_two_databases(self):
+        job = self.secret_job()
+        job.to = ["--to", "DSN=a", "--to-file", "b"]
+        self.check_refused(job.run_alone(), 2, "--to", "--to-file")
+
+    def test_files_that_hold_no_string(self):
+        job = self.secret_job()
+        for content in (b"", b"\r\n", b"DSN=a\nDSN=b\n", "DSN=a".encode("utf-16")):
+            job.to = ["--to-file", self.data("to.txt", content)]
+            self.check_refused(job.run_alone(), 2, "--to-file", "only line")
+        job.to = ["--to-file", self.folder / "nothing.txt"]
+        self.check_refused(job.run_alone(), 2, "--to-file", "nothing.txt")
+
+
+if __name__ == "__main__":
+    harness.wake_wine()
+    unittest.main(verbosity=2)
