@@ -12,10 +12,14 @@ constexpr DWORD kBytesPerWrite = 1 << 20;
 constexpr int kWaitSeconds = 60;
 constexpr DWORD kPollMilliseconds = 100;
 
+// Whoever made the pipe may learn which account this is, but can do nothing in its name.
+constexpr DWORD kOpening = SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION;
+
 // The pipe comes into being when the host opens it; until then the system does not know its name.
 HANDLE waitForPipe(const char* name) {
   for (int i = 0; i < kWaitSeconds * 1000 / static_cast<int>(kPollMilliseconds); ++i) {
-    const HANDLE pipe = CreateFileA(name, GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    const HANDLE pipe =
+        CreateFileA(name, GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, kOpening, nullptr);
     if (pipe != INVALID_HANDLE_VALUE) return pipe;
     Sleep(kPollMilliseconds);
   }

@@ -8,6 +8,11 @@ from tools_support import data_of
 
 
 class Feed(tools_support.ToolTest):
+    def wait_for_server(self):
+        """A second writer is refused, and takes nothing away, once the pipe is there."""
+        tools_support.wait_until(
+            lambda: "cannot open" in self.feed(b"", "--wait", 0).outcome().err, "the server end")
+
     def test_sends_a_file_whole(self):
         data = data_of(250_123)
         feed = self.feed(data)
@@ -43,18 +48,15 @@ class Feed(tools_support.ToolTest):
     def test_serves_the_pipe_to_a_module_that_connects(self):
         data = data_of(123_456)
         feed = self.feed(data, "--serve")
-        # A second writer is refused, and takes nothing away, once the pipe is there.
-        tools_support.wait_until(
-            lambda: "cannot open" in self.feed(b"", "--wait", 0).outcome().err, "the server end")
+        self.wait_for_server()
         self.assertEnded(self.host().outcome(), 0)
         self.assertEnded(feed.outcome(), 0)
         self.assertEqual(self.read("out"), data)
 
     def test_refuses_to_serve_a_pipe_that_is_there(self):
         server = self.feed(b"", "--serve")
-        tools_support.wait_until(
-            lambda: "cannot open" in self.feed(b"", "--wait", 0).outcome().err, "the server end")
-        self.assertFault(self.feed(b"", "--serve", "--wait", 0).outcome(), 1, "cannot create",
+        self.wait_for_server()
+        self.assertFault(self.feed(b"", "--serve", "--wait", 0).outcome(), 2, "cannot create",
                          "--serve")
         server.close()
 
@@ -67,11 +69,31 @@ class Feed(tools_support.ToolTest):
         self.assertGreaterEqual(outcome["seconds"], 0)
 
     def test_says_when_nobody_creates_the_pipe(self):
-        self.assertFault(self.feed(b"x", "--wait", 0).outcome(), 1, "nobody created", "--wait")
+        self.assertFault(self.feed(b"x", "--wait", 0).outcome(), 3, "nobody created", "--wait")
+
+    def test_says_when_another_writer_holds_the_pipe(self):
+        host = self.host()
+        first = self.slow_feed(data_of(5_000))
+        self.wait_for_length("out.part", 4_000)
+        self.assertFault(self.feed(b"x", "--wait", 0).outcome(), 3, "no room", "another holds it")
+        first.process.stdin.close()
+        self.assertEnded(host.outcome(), 0)
+
+    def test_serves_a_host_of_another_account_if_told(self):
+        data = data_of(10_000)
+        feed = self.feed(data, "--serve", "--allow", r"NT AUTHORITY\LOCAL SERVICE")
+        self.wait_for_server()
+        self.assertEnded(self.host().outcome(), 0)
+        self.assertEnded(feed.outcome(), 0)
+        self.assertEqual(self.read("out"), data)
+
+    def test_knows_the_account_that_it_allows(self):
+        self.assertFault(self.feed(b"x", "--serve", "--allow", "nobody there").outcome(), 2,
+                         "nobody there", "--allow")
 
     def test_says_when_nobody_connects(self):
         outcome = self.feed(b"x", "--serve", "--wait", 0).outcome()
-        self.assertFault(outcome, 1, "nobody opened", "--wait")
+        self.assertFault(outcome, 3, "nobody opened", "--wait")
 
     def test_says_when_the_reader_goes_away(self):
         host = self.host()
@@ -82,7 +104,11 @@ class Feed(tools_support.ToolTest):
 
     def test_says_which_input_cannot_be_read(self):
         outcome = self.run_tool("tallow-feed", "--pipe", self.pipe, "--in", "absent")
-        self.assertFault(outcome, 1, "cannot read absent", "--in")
+        self.assertFault(outcome, 2, "cannot read absent", "--in")
+
+    def test_says_that_a_folder_is_no_input(self):
+        outcome = self.run_tool("tallow-feed", "--pipe", self.pipe, "--in", ".")
+        self.assertFault(outcome, 2, ". is a folder", "--in")
 
     def test_never_opens_an_ordinary_file(self):
         self.write("precious", "content")
@@ -95,6 +121,7 @@ class Feed(tools_support.ToolTest):
                                  ("--in", ["--pipe", self.pipe]),
                                  ("--chunk", ["--pipe", self.pipe, "--in", "x", "--chunk", "0"]),
                                  ("--wait", ["--pipe", self.pipe, "--in", "x", "--wait", "soon"]),
+                                 ("--serve", ["--pipe", self.pipe, "--in", "x", "--allow", "y"]),
                                  ("--tempo", ["--pipe", self.pipe, "--in", "x", "--tempo"]),
                                  ("--in", ["--pipe", self.pipe, "--in"])):
             with self.subTest(arguments):
@@ -103,7 +130,8 @@ class Feed(tools_support.ToolTest):
     def test_helps(self):
         outcome = self.run_tool("tallow-feed", "--help")
         self.assertEnded(outcome, 0)
-        for words in ("Examples:", "--pipe", "--in", "--chunk", "--wait", "--serve", "Exit status"):
+        for words in ("Examples:", "--pipe", "--in", "--chunk", "--wait", "--serve", "--allow",
+                      "Exit status"):
             self.assertIn(words, outcome.text)
 
     def test_knows_its_version(self):

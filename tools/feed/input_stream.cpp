@@ -5,6 +5,7 @@
 
 namespace tallow::feed {
 
+using tools::MisuseError;
 using tools::systemErrorText;
 using tools::ToolError;
 
@@ -14,13 +15,18 @@ InputStream::InputStream(const std::string& path) : name_(path) {
     standard_ = GetStdHandle(STD_INPUT_HANDLE);
     return;
   }
-  file_ = tools::UniqueFileHandle(CreateFileW(tools::toWide(path).c_str(), GENERIC_READ,
+  const std::wstring wide = tools::toWide(path);
+  file_ = tools::UniqueFileHandle(CreateFileW(wide.c_str(), GENERIC_READ,
                                               FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
                                               OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
-  if (!file_) {
-    throw ToolError("cannot read " + path + ": " + systemErrorText(GetLastError()) +
-                    "; check the name behind --in");
+  if (file_) return;
+  const DWORD error = GetLastError();
+  const DWORD attributes = GetFileAttributesW(wide.c_str());
+  if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
+    throw MisuseError(path + " is a folder; name a file with --in");
   }
+  throw MisuseError("cannot read " + path + ": " + systemErrorText(error) +
+                    "; check the name given to --in");
 }
 
 std::optional<std::uint64_t> InputStream::size() const {

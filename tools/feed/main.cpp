@@ -24,10 +24,13 @@ constexpr const char* kExamples = R"(Examples:
     export-orders | tallow-feed --pipe \\.\pipe\orders --in - --wait 600
   Create the pipe here, so that the module connects to it:
     tallow-feed --pipe \\.\pipe\orders --in orders.csv --serve
+  The same for a host that runs under another account:
+    tallow-feed --pipe \\.\pipe\orders --in orders.csv --serve --allow "DOMAIN\loader"
 
 With --json: {"pipe": text, "bytes": number, "seconds": number} on standard output.
 
-Exit status: 0 everything was written, 1 failed, 2 wrong command line.)";
+Exit status: 0 everything was written; 1 failed on the way; 2 misused, nothing was sent; 3 nobody was
+at the other end in time, nothing was sent: the same call may help now.)";
 
 struct Settings {
   std::string pipe;
@@ -35,6 +38,7 @@ struct Settings {
   std::size_t chunk = std::size_t{1} << 20;
   unsigned waitSeconds = 60;
   bool serve = false;
+  std::string allowed;
   bool json = false;
 };
 
@@ -56,8 +60,15 @@ std::optional<ExitStatus> readCommandLine(std::vector<std::string> arguments, Se
                  "Seconds to wait for the other end of the pipe, for example 600 (default 60)")
       ->option_text("SECONDS")
       ->check(CLI::Range(0, 1'000'000));
-  app.add_flag("--serve", settings.serve,
-               "Create the pipe instead of waiting for it: the module then connects to it");
+  CLI::Option* const serve = app.add_flag(
+      "--serve", settings.serve,
+      "Create the pipe instead of waiting for it: the module then connects to it. Only "
+      "this account on this machine may read it");
+  app.add_option("--allow", settings.allowed,
+                 "With --serve: an account or group that may read the pipe too, for example "
+                 "\"DOMAIN\\loader\"")
+      ->option_text("ACCOUNT")
+      ->needs(serve);
   app.add_flag("--json", settings.json, "Print the outcome as JSON");
   if (const auto status = tools::parse(app, std::move(arguments))) return status;
   tools::requirePipeName(settings.pipe);
@@ -67,7 +78,7 @@ std::optional<ExitStatus> readCommandLine(std::vector<std::string> arguments, Se
 PipeWriter openPipe(const Settings& settings) {
   const tools::Progress progress("waiting for the other end of " + settings.pipe);
   const std::chrono::milliseconds patience = std::chrono::seconds(settings.waitSeconds);
-  return settings.serve ? PipeWriter::serve(settings.pipe, patience)
+  return settings.serve ? PipeWriter::serve(settings.pipe, settings.allowed, patience)
                         : PipeWriter::connect(settings.pipe, patience);
 }
 

@@ -5,11 +5,14 @@
 
 #include "common/text.hpp"
 #include "common/tool_error.hpp"
+#include "feed/pipe_rights.hpp"
 
 namespace tallow::feed {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using tools::ExitStatus;
+using tools::MisuseError;
 using tools::systemErrorText;
 using tools::ToolError;
 
@@ -24,9 +27,20 @@ bool readerIsGone(DWORD error) {
   return error == ERROR_BROKEN_PIPE || error == ERROR_NO_DATA || error == ERROR_PIPE_NOT_CONNECTED;
 }
 
+ToolError notInTime(const std::string& pipeName, bool wasThere,
+                    std::chrono::milliseconds patience) {
+  const std::string within = " within " + seconds(patience);
+  return ToolError(wasThere ? pipeName + " had no room for this writer" + within +
+                                  ": another holds it; end that one, or wait longer (--wait)"
+                            : "nobody created " + pipeName + within +
+                                  "; start the host, or wait longer (--wait)",
+                   ExitStatus::kRestartable);
+}
+
 tools::UniqueFileHandle tryOpen(const std::wstring& name) {
-  return tools::UniqueFileHandle(CreateFileW(name.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
-                                             FILE_FLAG_OVERLAPPED, nullptr));
+  constexpr DWORD kFlags = FILE_FLAG_OVERLAPPED | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION;
+  return tools::UniqueFileHandle(
+      CreateFileW(name.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, kFlags, nullptr));
 }
 
 }  // namespace
@@ -40,36 +54,36 @@ PipeWriter::PipeWriter(std::string pipeName, Role role, tools::UniqueFileHandle 
 PipeWriter PipeWriter::connect(const std::string& pipeName, std::chrono::milliseconds patience) {
   const std::wstring name = tools::toWide(pipeName);
   const auto deadline = Clock::now() + patience;
+  bool wasThere = false;
   for (;;) {
     if (tools::UniqueFileHandle pipe = tryOpen(name)) {
       return {pipeName, Role::kClient, std::move(pipe)};
     }
     const DWORD error = GetLastError();
     if (error != ERROR_FILE_NOT_FOUND && error != ERROR_PIPE_BUSY) {
-      throw ToolError("cannot open " + pipeName + ": " + systemErrorText(error) +
-                      (error == ERROR_ACCESS_DENIED
-                           ? "; its server may be a writer too: is --serve used on both sides?"
-                           : ""));
+      throw MisuseError("cannot open " + pipeName + ": " + systemErrorText(error) +
+                        (error == ERROR_ACCESS_DENIED
+                             ? "; its server may be a writer too: is --serve used on both sides?"
+                             : ""));
     }
-    if (Clock::now() >= deadline) {
-      throw ToolError(error == ERROR_PIPE_BUSY
-                          ? "another writer holds " + pipeName + "; end it or wait longer (--wait)"
-                          : "nobody created " + pipeName + " within " + seconds(patience) +
-                                "; start the host, or wait longer (--wait)");
-    }
+    wasThere = wasThere || error == ERROR_PIPE_BUSY;
+    if (Clock::now() >= deadline) throw notInTime(pipeName, wasThere, patience);
     Sleep(static_cast<DWORD>(kLookAgain.count()));
   }
 }
 
-PipeWriter PipeWriter::serve(const std::string& pipeName, std::chrono::milliseconds patience) {
+PipeWriter PipeWriter::serve(const std::string& pipeName, const std::string& allowed,
+                             std::chrono::milliseconds patience) {
+  PipeRights rights(allowed);
   tools::UniqueFileHandle pipe(
       CreateNamedPipeW(tools::toWide(pipeName).c_str(),
                        PIPE_ACCESS_OUTBOUND | FILE_FLAG_OVERLAPPED | FILE_FLAG_FIRST_PIPE_INSTANCE,
-                       PIPE_TYPE_BYTE | PIPE_WAIT, 1, kBufferSize, kBufferSize, 0, nullptr));
+                       PIPE_TYPE_BYTE | PIPE_WAIT | PIPE_REJECT_REMOTE_CLIENTS, 1, kBufferSize,
+                       kBufferSize, 0, rights.get()));
   if (!pipe) {
     const DWORD error = GetLastError();
-    throw ToolError("cannot create " + pipeName + ": " + systemErrorText(error) +
-                    "; leave --serve out when another program has created the pipe");
+    throw MisuseError("cannot create " + pipeName + ": " + systemErrorText(error) +
+                      "; leave --serve out when another program has created the pipe");
   }
   PipeWriter writer(pipeName, Role::kServer, std::move(pipe));
   OVERLAPPED connecting{};
@@ -90,7 +104,8 @@ PipeWriter PipeWriter::serve(const std::string& pipeName, std::chrono::milliseco
   if (error == ERROR_SUCCESS || error == ERROR_PIPE_CONNECTED) return writer;
   if (error == ERROR_OPERATION_ABORTED) {
     throw ToolError("nobody opened " + pipeName + " within " + seconds(patience) +
-                    "; start the host, or wait longer (--wait)");
+                        "; start the host, or wait longer (--wait)",
+                    ExitStatus::kRestartable);
   }
   throw ToolError("nobody can connect to " + pipeName + ": " + systemErrorText(error));
 }
