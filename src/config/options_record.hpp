@@ -1,4 +1,5 @@
-// The record behind the module handle: options of the initialisation string, and attributes.
+// The first part of the record behind a module handle: the options of the initialisation string,
+// the attributes, and what a read with a time-out leaves there.
 #pragma once
 
 #include <cstdint>
@@ -34,12 +35,12 @@ struct OptionsRecord {
   bool timeoutEnabled = false;
   double timeoutSeconds = 1.0;
 
-  // What the latest read of available data left behind.
-  bool timedOut = false;
+  // Left by the latest read of available data while a time-out was set.
+  bool timedOut = false;           // it did not fill a block, for whatever reason
   std::int64_t readStartTime = 0;  // calendar time, seconds
 };
 
-// Whether pipe names are UTF-8 and may need the wide calls.
+// Whether pipe names are UTF-8, which both character sets stand for, and may need the wide calls.
 inline bool isWideNameCharset(const OptionsRecord& options) {
   return options.charsetName == "UTF8" || options.charsetName == "UTF16";
 }

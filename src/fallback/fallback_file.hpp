@@ -1,7 +1,8 @@
 // The fallback file of a job: its state, positioning, creation and loss.
 //
-// Trouble with the file never fails a request by itself: the stream is empty from then on, and
-// every later write is skipped.
+// After a failed write or seek there is no file any more: the stream is empty, and every later
+// write is skipped. Open, a live Read and Close succeed without it. GetPos fails where the stream
+// cannot tell its position, SetPos and a replay where they need the file.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,4 @@
-// The owner of a buffered file stream of the run-time library.
+// The owner of a file stream of the run-time library, without a buffer.
 #pragma once
 
 #include <cstdint>
@@ -13,9 +13,9 @@ class FileStream {
  public:
   FileStream() = default;
 
-  // Opens a file that no other process can then open for writing; empty on failure. The stream has
-  // no buffer of its own: a block goes to the system in one piece and straight from its place, and
-  // a record that was written is there whatever becomes of the process.
+  // Opens a file that no other process can then open for writing; empty on failure. What is written
+  // goes to the system at once and straight from its place: a record that was written is there
+  // whatever becomes of the process.
   static FileStream open(const std::string& name, const char* mode);
 
   explicit operator bool() const noexcept { return stream_ != nullptr; }

@@ -1,12 +1,13 @@
-// Loaded into tallow-load from outside: counts its calls of the database and of the module, and
-// lets one of them go wrong. The import table of the program is patched, so that the program under
-// test is the one that ships.
+// Loaded into tallow-load from outside: counts its calls of the module and those of the database
+// that go there (COUNTED_FUNCTIONS and the commit), and lets one of them go wrong. The import table
+// of the program is patched, so that the program under test is the one that ships.
 //
 // TALLOW_FAULT in the environment says what to do:
-//   count              nothing; at the end the number of calls goes to TALLOW_FAULT_REPORT
+//   count              nothing; at the end the numbers of calls and of commits go to the file
+//                      TALLOW_FAULT_REPORT
 //   die N              the process dies before its N-th call
-//   commit-lost N M    M commits from the N-th on are carried out, and answered by a lost
-//   connection commit-undone N M  the same, but they are rolled back
+//   commit-lost N M    M commits from the N-th on are carried out and answered by a lost connection
+//   commit-undone N M  the same, but they are rolled back
 #include <windows.h>
 // sql.h needs windows.h before it.
 #include <sql.h>

@@ -260,14 +260,26 @@ TEST_F(Log, NeverFailsARequest) {
   EXPECT_FALSE(hasLog(inner));
 }
 
-TEST_F(Log, IsGivenUpWhereItsPathWouldBeTooLong) {
-  std::string directory = scratch.path();
-  while (directory.size() < 246) {
-    directory += '\\' + std::string(std::min<std::size_t>(50, 246 - directory.size()), 'd');
-    ASSERT_TRUE(CreateDirectoryA(directory.c_str(), nullptr)) << directory;
+TEST_F(Log, HasItsNameCutWhereItsPathWouldBeTooLong) {
+  constexpr std::size_t kLongestPath = MAX_PATH - 1;
+  const std::string whole = kFile;
+  for (const std::size_t length : {244U, 245U, 246U}) {
+    std::string directory = scratch.file(std::to_string(length));
+    ASSERT_TRUE(CreateDirectoryA(directory.c_str(), nullptr));
+    while (directory.size() < length) {
+      // A backslash needs a name after it.
+      const std::size_t most = length - directory.size() == 52 ? 49 : 50;
+      directory += '\\' + std::string(std::min(most, length - directory.size() - 1), 'd');
+      ASSERT_TRUE(CreateDirectoryA(directory.c_str(), nullptr)) << directory;
+    }
+    ASSERT_EQ(host.init("Log_directory='" + directory + "'").code, pmrcSuccess);
+    EXPECT_EQ(host.request(pmiPIDMOptWrite, nullptr).code, pmrcNotSupported);
+    const std::string name = whole.substr(0, kLongestPath - length - 1);
+    EXPECT_EQ(name.size() == whole.size(), length == 244);
+    EXPECT_NE(GetFileAttributesA((directory + '\\' + name).c_str()), INVALID_FILE_ATTRIBUTES)
+        << length;
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory), {}), 1) << length;
   }
-  ASSERT_EQ(host.init("Log_directory='" + directory + "'").code, pmrcSuccess);
-  EXPECT_EQ(host.request(pmiPIDMOptWrite, nullptr).code, pmrcNotSupported);
 }
 
 TEST_F(Log, MayBeReadWhileALineIsWritten) {
