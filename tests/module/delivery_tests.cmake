@@ -1,7 +1,8 @@
 # Positioning and the fallback file.
 
 # The rules once more and independently.
-add_library(tallow_job_model STATIC model/digest_oracle.cpp model/file_model.cpp
+add_library(tallow_job_model STATIC model/aftermath.cpp model/careful_host.cpp
+                                    model/digest_oracle.cpp model/file_model.cpp
                                     model/job_model.cpp model/log_model.cpp
                                     model/pipe_script.cpp)
 target_include_directories(tallow_job_model PUBLIC ${PROJECT_SOURCE_DIR}/tests)

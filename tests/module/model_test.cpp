@@ -12,11 +12,13 @@
 #include <random>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "module/model/aftermath.hpp"
+#include "module/model/careful_host.hpp"
 #include "module/model/job_model.hpp"
-#include "support/host.hpp"
-#include "support/import_hook.hpp"
+#include "module/model/watched_module.hpp"
 #include "support/log_reader.hpp"
 #include "support/pipe_ends.hpp"
 #include "support/surroundings.hpp"
@@ -25,6 +27,7 @@ namespace tallow::test {
 namespace {
 
 constexpr int kQuickSequences = 2000;
+constexpr std::size_t kDataStart = 346;
 
 std::optional<std::uint64_t> numberFromEnvironment(const char* name) {
   const char* value = std::getenv(name);
@@ -32,37 +35,12 @@ std::optional<std::uint64_t> numberFromEnvironment(const char* name) {
   return std::strtoull(value, nullptr, 10);
 }
 
-// The loaded module with a script in the place of the pipe.
-class LoadedModule {
- public:
-  LoadedModule()
-      : read_(module_.handle(), "ReadFile",
-              [this](HANDLE, void* buffer, DWORD size, DWORD* count, OVERLAPPED*) {
-                const PipeScript::Outcome got = script.read(size);
-                *count = static_cast<DWORD>(got.data.copy(static_cast<char*>(buffer), size));
-                SetLastError(got.error);
-                return got.error == 0 ? TRUE : FALSE;
-              }),
-        sleep_(module_.handle(), "Sleep", [](DWORD) {}) {}
-
-  PipeScript script;
-  LogModel log;
-
-  Host& host() { return host_; }
-
- private:
-  Module module_;
-  Host host_{module_};
-  Hook<struct ReadFileTag, BOOL(HANDLE, void*, DWORD, DWORD*, OVERLAPPED*)> read_;
-  Hook<struct SleepTag, void(DWORD)> sleep_;
-};
-
 // What all sequences share.
 struct Surroundings {
   ScratchDirectory logs;
   ScratchDirectory files;
   ScopedEnvironment logDirectory{"NPLOGDIR", logs.path()};
-  std::optional<LoadedModule> module;
+  std::optional<WatchedModule> module;
 };
 
 class Sequence {
@@ -84,6 +62,8 @@ class Sequence {
   void chooseOptions();
   void changeOptions();
   void changeData();
+  void cutFile(std::size_t size);
+  void refusedLookUp();
   PipeScript makeScript();
   std::string initString() const;
   std::uint64_t choosePosition();
@@ -93,10 +73,13 @@ class Sequence {
   void step();
   void read();
   void getPos();
-  void setPos();
+  void setPos(std::uint64_t position);
   void close(bool closeR);
   void finish();
   void restart();
+  // Around each request.
+  void arm();
+  void disarm();
   const std::string& directory() const {
     return options_.inDirectory ? around_.files.path() : around_.logs.path();
   }
@@ -104,6 +87,8 @@ class Sequence {
   LogModel& log() { return around_.module->log; }
 
   void compare(const Answer& real, const JobModel::Answer& expected);
+  void judge(const Answer& real, const std::string& problem);
+  std::optional<std::string> realFile(const std::string& name) const;
   void compareFiles();
   void compareLog();
 
@@ -112,11 +97,20 @@ class Sequence {
   ModelOptions options_;
   int logLevel_ = 0;
   bool fullPieces_ = true;  // with Need_Full_Block off: every block but the last is full
+  int emptyWrites_ = 0;     // percent of the writes
+  int failedReads_ = 0;
+  int failedCalls_ = 0;  // percent of the requests
   std::string data_;
   DiskModel disk_;
   std::size_t logLinesBefore_ = 0;
   std::optional<JobModel> model_;
   std::vector<std::uint64_t> positions_;  // handed out so far
+  CarefulHost output_;
+  bool isOpen_ = false;
+  FailingCalls::Plan plan_;  // for the next request
+  bool struck_ = false;      // a call failed in the latest request
+  std::optional<std::string> fileBefore_;
+  std::optional<Aftermath> aftermath_;  // once a call has failed, until the process ends
 };
 
 Sequence::~Sequence() {
@@ -145,6 +139,9 @@ void Sequence::chooseOptions() {
   constexpr int kLevels[] = {6, 6, 4, 2, 0};
   logLevel_ = kLevels[below(5)];
   fullPieces_ = chance(60);
+  emptyWrites_ = chance(40) ? 8 : 0;
+  failedReads_ = chance(30) ? 4 : 0;
+  failedCalls_ = chance(35) ? 12 : 0;
   data_ = sampleData(between(0, options_.blockSize * 14), random_());
 }
 
@@ -158,21 +155,43 @@ void Sequence::changeOptions() {
   if (chance(5)) options_.preserve = !options_.preserve;
 }
 
+// What the writer sends in the next life of the job: mostly the same, now and then other data
+// before or after the position of the latest checkpoint, less or more.
 void Sequence::changeData() {
+  const std::uint64_t position = positions_.empty() ? 0 : positions_.back();
+  const std::size_t known = std::min<std::size_t>(position * options_.blockSize, data_.size());
   const int kind = below(100);
-  if (kind < 12 && !data_.empty()) {
-    data_[between(0, data_.size() - 1)] ^= '\1';
-  } else if (kind < 24) {
+  if (kind < 20 && known < data_.size()) {
+    data_[between(known, data_.size() - 1)] ^= '\1';
+  } else if (kind < 28 && known > 0) {
+    data_[between(0, known - 1)] ^= '\1';
+  } else if (kind < 36) {
+    data_.resize(between(known, data_.size()));
+  } else if (kind < 44) {
     data_.resize(between(0, data_.size()));
-  } else if (kind < 34) {
+  } else if (kind < 54) {
     data_ += sampleData(between(1, options_.blockSize * 3), random_());
   }
+}
+
+// Somebody cuts the file short between two lives of the job.
+void Sequence::cutFile(std::size_t size) {
+  if (disk_.empty()) return;
+  auto& [name, file] = *disk_.begin();
+  file.cut(std::min(size, file.size()));
+  const HANDLE real = CreateFileA(around_.files.file(name).c_str(), GENERIC_WRITE, 0, nullptr,
+                                  OPEN_EXISTING, 0, nullptr);
+  ASSERT_NE(real, INVALID_HANDLE_VALUE);
+  SetFilePointer(real, static_cast<LONG>(file.size()), nullptr, FILE_BEGIN);
+  SetEndOfFile(real);
+  CloseHandle(real);
 }
 
 PipeScript Sequence::makeScript() {
   constexpr unsigned kEmptyPipe = 232;
   constexpr unsigned kListening = 536;
   constexpr unsigned kNotConnected = 233;
+  constexpr unsigned kAborted = 995;
   PipeScript script;
   if (chance(30)) script.error(kListening);
   std::string_view rest = data_;
@@ -182,8 +201,8 @@ PipeScript Sequence::makeScript() {
     script.data(std::string(rest.substr(0, piece)));
     rest.remove_prefix(std::min(piece, rest.size()));
     if (!options_.fullBlocks && chance(10)) script.error(kEmptyPipe);
-    if (!options_.fullBlocks && chance(3)) script.emptyWrite();
-    if (chance(1)) script.error(kNotConnected);
+    if (chance(emptyWrites_)) script.emptyWrite();
+    if (chance(failedReads_)) script.error(chance(50) ? kAborted : kNotConnected);
   }
   if (chance(30)) script.emptyWrite();
   return script;
@@ -207,7 +226,8 @@ std::uint64_t Sequence::choosePosition() {
   if (kind < 75) return model_->syncPointBlocks()[between(0, 1)];
   if (kind < 85) return 0;
   if (kind < 87) return JobModel::kNone;
-  return between(0, static_cast<std::size_t>(model_->lastBlockNo()) + 2);
+  const std::uint64_t last = aftermath_ ? aftermath_->lastBlockNo() : model_->lastBlockNo();
+  return between(0, static_cast<std::size_t>(last) + 2);
 }
 
 void Sequence::load() {
@@ -220,48 +240,111 @@ void Sequence::load() {
 
 void Sequence::open() {
   around_.module->script = makeScript();
+  around_.module->sent.clear();
+  output_.startLife(options_.blockSize);
   const ScopedCurrentDirectory current(directory());
   model_.emplace(disk_, log(), options_, around_.module->script);
   const Answer answer = host().open(options_.pipeName);
   ASSERT_EQ(answer.code, 0u) << answer.text.value_or("");
+  isOpen_ = true;
   compareFiles();
 }
 
+void Sequence::arm() {
+  around_.module->take = {};
+  struck_ = false;
+  if (chance(failedCalls_)) {
+    plan_.streamCall = below(6) + 1;
+  }
+  if (plan_.streamCall == 0 && plan_.allocation == 0) return;
+  if (!aftermath_) fileBefore_ = realFile(model_->fileName());
+  around_.module->calls().arm(std::exchange(plan_, {}));
+}
+
+void Sequence::disarm() {
+  struck_ = around_.module->calls().disarm();
+  if (struck_ && !aftermath_) aftermath_.emplace(*model_, fileBefore_);
+}
+
 void Sequence::read() {
+  arm();
   const ReadAnswer answer = host().read();
-  const JobModel::Answer expected = model_->read();
-  compare(answer, expected);
-  EXPECT_EQ(answer.data, expected.data);
+  disarm();
+  if (aftermath_) {
+    judge(answer, aftermath_->read(answer.code, answer.data, around_.module->take, struck_));
+  } else {
+    const JobModel::Answer expected = model_->read();
+    compare(answer, expected);
+    EXPECT_EQ(answer.data, expected.data);
+  }
+  if (answer.code != 0) return;
+  output_.read(answer.data);
+  EXPECT_TRUE(output_.holds(around_.module->sent)) << "a careful host holds wrong data";
 }
 
 void Sequence::getPos() {
+  arm();
   const PositionAnswer answer = host().getPos();
-  const JobModel::Answer expected = model_->getPos();
-  compare(answer, expected);
-  EXPECT_EQ(answer.position, expected.position);
-  if (answer.code == 0) positions_.push_back(answer.position);
+  disarm();
+  if (aftermath_) {
+    judge(answer, aftermath_->getPos(answer.code, answer.position, struck_));
+  } else {
+    const JobModel::Answer expected = model_->getPos();
+    compare(answer, expected);
+    EXPECT_EQ(answer.position, expected.position);
+  }
+  if (answer.code != 0) return;
+  positions_.push_back(answer.position);
+  output_.getPos(answer.position);
 }
 
-void Sequence::setPos() {
-  const std::uint64_t position = choosePosition();
+void Sequence::setPos(std::uint64_t position) {
   const std::uint32_t length = chance(4) ? static_cast<std::uint32_t>(below(20)) : 8;
   SCOPED_TRACE("SetPos to " + std::to_string(position));
-  compare(host().setPos(position, length), model_->setPos(position, length));
+  arm();
+  const Answer answer = host().setPos(position, length);
+  disarm();
+  if (aftermath_) {
+    judge(answer, aftermath_->setPos(answer.code, position, around_.module->take, struck_));
+  } else {
+    compare(answer, model_->setPos(position, length));
+  }
+  if (answer.code == 0) output_.setPos(position, options_.signatureCheck == 2);
+  if (aftermath_ && answer.code != 0) output_.doubt();
 }
 
 void Sequence::close(bool closeR) {
-  compare(closeR ? host().closeR() : host().close(), model_->close(closeR));
-  model_.reset();
+  arm();
+  const Answer answer = closeR ? host().closeR() : host().close();
+  disarm();
+  isOpen_ = false;
+  if (aftermath_) {
+    judge(answer, aftermath_->close(answer.code, struck_));
+  } else {
+    compare(answer, model_->close(closeR));
+    model_.reset();
+  }
 }
 
-// The job ends: with its process, or before another one in the same.
+// The process ends, perhaps after a Close.
 void Sequence::finish() {
   const ScopedCurrentDirectory current(directory());
-  if (model_ && chance(60)) close(chance(50));
-  compareLog();
+  if (isOpen_ && chance(60)) close(chance(50));
+  if (!aftermath_) compareLog();
   if (!model_) return;
   around_.module.reset();
+  if (aftermath_) {
+    // What the file holds has been judged; the next job is to find it.
+    const std::string name = model_->fileName();
+    if (const auto bytes = realFile(name)) {
+      disk_.insert_or_assign(name, FileModel(*bytes));
+    } else {
+      disk_.erase(name);
+    }
+    aftermath_.reset();
+  }
   model_.reset();
+  isOpen_ = false;
   compareFiles();
 }
 
@@ -269,8 +352,13 @@ void Sequence::restart() {
   finish();
   changeOptions();
   changeData();
+  if (chance(6)) cutFile(between(0, kDataStart + options_.blockSize * 8));
   load();
   open();
+  if (options_.noFallback || !chance(60)) return;
+  const ScopedCurrentDirectory current(directory());
+  setPos(choosePosition());
+  if (model_->canRestart() && chance(60)) setPos(chance(60) ? 0 : choosePosition());
 }
 
 void Sequence::step() {
@@ -278,20 +366,46 @@ void Sequence::step() {
   const int kind = below(100);
   if (kind < 50) return read();
   if (kind < 66) return getPos();
-  if (kind < 84) return setPos();
+  if (kind < 84) return setPos(choosePosition());
   if (kind < 90) {
     close(chance(50));
-    if (chance(50)) return open();
+    if (!aftermath_ && chance(50)) return open();
     return restart();
   }
   if (kind < 97) return restart();
   for (int i = below(8); i > 0; --i) read();
 }
 
+// A job with checkpoints at 0 and after its first blocks dies, and its host goes back to the later
+// one, where the length of a block can't be looked up, and then to the earlier.
+void Sequence::refusedLookUp() {
+  getPos();
+  for (std::size_t i = between(1, 3); i > 0; --i) read();
+  getPos();
+  for (int i = 0; i < 2; ++i) read();
+  const std::uint64_t position = positions_.back();
+  finish();
+  if (chance(50)) {
+    cutFile(between(kDataStart, kDataStart + 4));
+  } else {
+    plan_.streamCall = static_cast<int>(between(1, 5));
+  }
+  load();
+  open();
+  setPos(position);
+  setPos(0);
+}
+
 void Sequence::run() {
   chooseOptions();
+  const bool isDirected = !options_.fullBlocks && !options_.noFallback && chance(8);
   ASSERT_NO_FATAL_FAILURE(load());
   ASSERT_NO_FATAL_FAILURE(open());
+  if (isDirected) {
+    refusedLookUp();
+  } else if (chance(30)) {
+    getPos();
+  }
   for (int i = static_cast<int>(between(5, 35)); i > 0 && !testing::Test::HasFailure(); --i) {
     ASSERT_NO_FATAL_FAILURE(step());
   }
@@ -305,6 +419,19 @@ void Sequence::compare(const Answer& real, const JobModel::Answer& expected) {
   }
   compareFiles();
   if (testing::Test::HasFailure()) compareLog();
+}
+
+void Sequence::judge(const Answer& real, const std::string& problem) {
+  EXPECT_EQ(problem, "") << real.text.value_or("");
+  const std::string name = model_->fileName();
+  if (name.empty()) return;
+  EXPECT_EQ(aftermath_->file(realFile(name)), "") << name;
+}
+
+std::optional<std::string> Sequence::realFile(const std::string& name) const {
+  std::ifstream file(around_.files.file(name), std::ios::binary);
+  if (name.empty() || !file.is_open()) return std::nullopt;
+  return std::string{std::istreambuf_iterator<char>(file), {}};
 }
 
 void Sequence::compareFiles() {

@@ -34,6 +34,11 @@ void FileModel::writeAnything(std::size_t offset, std::size_t count) {
   known_.replace(offset, count, std::string(count, '\0'));
 }
 
+void FileModel::cut(std::size_t size) {
+  bytes_.resize(size);
+  known_.resize(size);
+}
+
 std::string FileModel::differenceTo(std::string_view real) const {
   if (real.size() != bytes_.size()) {
     return "it has " + std::to_string(real.size()) + " bytes, not " + std::to_string(bytes_.size());

@@ -12,6 +12,10 @@ namespace tallow::test {
 // A file of which some bytes may be anything.
 class FileModel {
  public:
+  FileModel() = default;
+  // All of whose bytes must be as they are here.
+  explicit FileModel(std::string bytes) : bytes_(std::move(bytes)), known_(bytes_.size(), '\1') {}
+
   std::size_t size() const { return bytes_.size(); }
   const std::string& bytes() const { return bytes_; }
 
@@ -19,6 +23,8 @@ class FileModel {
   void write(std::size_t offset, std::string_view bytes);
   // Puts `count` bytes that may be anything.
   void writeAnything(std::size_t offset, std::size_t count);
+
+  void cut(std::size_t size);
 
   // What is wrong with a file that should be this one; empty when nothing is.
   std::string differenceTo(std::string_view real) const;

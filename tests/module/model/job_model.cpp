@@ -15,6 +15,7 @@ constexpr std::size_t kFlagOffset = 37;
 constexpr std::uint32_t kEof = 9;
 constexpr std::uint32_t kDelivery = 16;
 constexpr std::uint32_t kBadPosition = 32;
+constexpr std::uint32_t kFailed = 34;
 
 std::string number(std::uint64_t value) {
   return std::to_string(value);
@@ -154,8 +155,12 @@ bool JobModel::create() {
   return true;
 }
 
+bool JobModel::hasSignatures() const {
+  return headerImage_[kFlagOffset] != '\0';
+}
+
 std::string JobModel::signatureOf(std::uint64_t block) const {
-  const bool hashing = options_.signatureCheck != 0 || headerImage_[kFlagOffset] != '\0';
+  const bool hashing = options_.signatureCheck != 0 || hasSignatures();
   std::string all;
   for (std::uint64_t i = 0; hashing && i < block; ++i) {
     if (blocks_[i].hashed) all += blocks_[i].data;
@@ -163,14 +168,19 @@ std::string JobModel::signatureOf(std::uint64_t block) const {
   return systemMd5(all);
 }
 
-void JobModel::writeSyncPoint(std::uint64_t block) {
+JobModel::SyncPoint JobModel::syncPointOf(std::uint64_t block) const {
   SyncPoint point;
   point.block = block;
-  if (headerImage_[kFlagOffset] != '\0' && block != kNone) point.signature = signatureOf(block);
+  if (hasSignatures() && block != kNone) point.signature = signatureOf(block);
+  return point;
+}
+
+void JobModel::writeSyncPoint(std::uint64_t block) {
+  const SyncPoint point = syncPointOf(block);
   if (block == kNone || block == 0) {
     older_ = newer_ = point;
-  } else if (block != newer_.block) {
-    older_ = newer_;
+  } else {
+    if (block != newer_.block) older_ = newer_;
     newer_ = point;
   }
   logSyncPoints("Writing sync point for block ");
@@ -245,7 +255,7 @@ JobModel::PipeBlock JobModel::readPipe(bool full, std::uint64_t block) {
     if (got.error != 0) {
       const bool isWait = !full || (got.error == kListening && result.data.empty());
       if (isWait) continue;
-      result.failed = true;
+      result.error = got.error;
       return result;
     }
     log_.trace("Read " + number(got.data.size()) + " bytes from pipe for block no. " +
@@ -269,17 +279,17 @@ JobModel::Answer JobModel::raise(int messageId, std::uint32_t code) {
 
 JobModel::Answer JobModel::read() {
   log_.trace("Request Received: pmiPIDMOptRead (4)");
-  if (lost_) return {kDelivery, {}, 0};
+  if (lost_ || hole_) return {kDelivery, {}, 0};
   if (mode_ == Mode::kRestartable) dropRecovery(93);
   if (mode_ == Mode::kReplaying) return replay();
   if (pending_ == next_) return deliver(blocks_[next_ - 1]);
   writePending(Start::kMayStartAfresh);
   if (pipeEnded_) return endOfData();
   PipeBlock got = readPipe(options_.fullBlocks, next_);
-  if (got.failed) {
-    Answer answer = raise(61);
-    answer.data = got.data;
-    return answer;
+  if (got.error != 0) {
+    log_.message(2, 61, number(got.error));
+    hole_ = !got.data.empty();
+    return {kFailed, got.data, 0};
   }
   pipeEnded_ = got.end;
   if (got.data.empty()) return endOfData();
@@ -328,7 +338,7 @@ JobModel::Answer JobModel::getPos() {
   if (mode_ == Mode::kRestartable) dropRecovery(94);
   if (!isOpen_) {
     create();  // only No_FallBack comes here, and has no file
-  } else if (last_ != newer_.block) {
+  } else if (syncPointOf(last_) != newer_) {
     const std::size_t before = at_;
     seek(kHeaderSize);
     writeSyncPoint(last_);
@@ -342,7 +352,7 @@ JobModel::Answer JobModel::getPos() {
 
 JobModel::Answer JobModel::setPos(std::uint64_t position, std::uint32_t length) {
   log_.trace("Request Received: pmiPIDMOptSetPos (7)");
-  if (lost_) return {kDelivery, {}, 0};
+  if (lost_ || hole_) return {kDelivery, {}, 0};
   endTold_ = pipeEnded_ = false;
   if (!isOpen_) return raise(52);
   if (length != 8) return raise(23);
@@ -389,11 +399,10 @@ JobModel::Answer JobModel::restart(std::uint64_t position) {
       case Skipped::kRefused:
         return raise(32, kBadPosition);
       case Skipped::kLost:
-        return {34, {}, 0};
+        return {kFailed, {}, 0};
     }
   }
-  if (options_.signatureCheck != 0 &&
-      (headerImage_[kFlagOffset] == '\0' || signatureOf(position) != expected)) {
+  if (options_.signatureCheck != 0 && (!hasSignatures() || signatureOf(position) != expected)) {
     log_.message(options_.signatureCheck == 2 ? 2 : 3, 16);
     if (options_.signatureCheck == 2) {
       lost_ = position != 0;
@@ -424,8 +433,8 @@ JobModel::Skipped JobModel::skipTo(std::uint64_t position) {
     }
     lost_ = true;  // until the restart is accepted
     PipeBlock got = readPipe(true, block);
-    if (got.failed) {
-      log_.message(2, 61);
+    if (got.error != 0) {
+      log_.message(2, 61, number(got.error));
       return Skipped::kLost;
     }
     pipeEnded_ = got.end;

@@ -51,22 +51,37 @@ class JobModel {
   bool canRestart() const { return mode_ == Mode::kRestartable; }
   std::array<std::uint64_t, 2> syncPointBlocks() const { return {older_.block, newer_.block}; }
 
- private:
-  enum class Mode { kLive, kRestartable, kReplaying };
-  enum class Start { kMayStartAfresh, kAppend };
+  // What a judge has to know of a job in which something failed.
   struct Block {
     std::string data;
     bool hashed;
   };
+  const std::vector<Block>& blocks() const { return blocks_; }
+  std::uint64_t nextBlockNo() const { return next_; }
+  bool hasEnded() const { return pipeEnded_; }
+  bool hasToldTheEnd() const { return endTold_; }
+  bool isLost() const { return lost_; }
+  bool hasHole() const { return hole_; }
+  bool hasSignatures() const;
+  const std::string& headerImage() const { return headerImage_; }
+  const std::string& fileName() const { return file_; }
+  const ModelOptions& options() const { return options_; }
+  // The digest of the blocks up to one.
+  std::string signatureOf(std::uint64_t block) const;
+
+ private:
+  enum class Mode { kLive, kRestartable, kReplaying };
+  enum class Start { kMayStartAfresh, kAppend };
   struct SyncPoint {
     std::uint64_t block = kNone;
     std::string signature = std::string(16, '\0');
+    bool operator==(const SyncPoint&) const = default;
   };
   struct PipeBlock {
     std::string data;
     bool end = false;
     bool hashed = true;
-    bool failed = false;
+    unsigned error = 0;  // with which the pipe failed
   };
   enum class Skipped { kDone, kRefused, kLost };
 
@@ -80,13 +95,13 @@ class JobModel {
   void seek(std::size_t offset);
   void put(std::string_view bytes);
   bool create();
+  SyncPoint syncPointOf(std::uint64_t block) const;
   void writeSyncPoint(std::uint64_t block);
   void logSyncPoints(const std::string& what);
   void writePending(Start start);
   void dropRecovery(int messageId);
   std::size_t recordSize() const;
   std::size_t offsetOf(std::uint64_t block) const;
-  std::string signatureOf(std::uint64_t block) const;
 
   // The pipe
   PipeBlock readPipe(bool full, std::uint64_t number);
@@ -118,6 +133,7 @@ class JobModel {
 
   Mode mode_ = Mode::kLive;
   bool lost_ = false;          // a restart has used the re-sent data up
+  bool hole_ = false;          // a Read failed with bytes that it had taken
   std::vector<Block> blocks_;  // all that has been delivered, or dropped by a restart
   std::uint64_t last_ = 0;
   std::uint64_t next_ = 1;

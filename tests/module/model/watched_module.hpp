@@ -1,0 +1,54 @@
+// The module that random jobs run against: its pipe is a script, what each request gets out of it
+// is noted, and its calls can be made to fail.
+#pragma once
+
+#include <windows.h>
+
+#include <string>
+
+#include "module/model/aftermath.hpp"
+#include "module/model/failing_calls.hpp"
+#include "module/model/log_model.hpp"
+#include "module/model/pipe_script.hpp"
+#include "support/host.hpp"
+#include "support/import_hook.hpp"
+
+namespace tallow::test {
+
+class WatchedModule {
+ public:
+  WatchedModule()
+      : read_(module_.handle(), "ReadFile",
+              [this](HANDLE, void* buffer, DWORD size, DWORD* count, OVERLAPPED*) {
+                const PipeScript::Outcome got = script.read(size);
+                note(got);
+                *count = static_cast<DWORD>(got.data.copy(static_cast<char*>(buffer), size));
+                SetLastError(got.error);
+                return got.error == 0 ? TRUE : FALSE;
+              }) {}
+
+  Host& host() { return host_; }
+  FailingCalls& calls() { return calls_; }
+
+  PipeScript script;
+  PipeTake take;     // of the latest request
+  std::string sent;  // all that was taken from this pipe
+  LogModel log;
+
+ private:
+  void note(const PipeScript::Outcome& got) {
+    sent += got.data;
+    take.data += got.data;
+    take.asked = true;
+    take.broken = got.error == ERROR_BROKEN_PIPE;
+    take.ended = take.broken || (got.error == 0 && got.data.empty());
+  }
+
+  Module module_;
+  Host host_{module_};
+  FailingCalls calls_{module_.handle()};
+  Hook<struct ReadFileTag, BOOL(HANDLE, void*, DWORD, DWORD*, OVERLAPPED*)> read_;
+  Hook<struct SleepTag, void(DWORD)> sleep_{module_.handle(), "Sleep", [](DWORD) {}};
+};
+
+}  // namespace tallow::test
