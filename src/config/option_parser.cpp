@@ -141,19 +141,19 @@ class OptionApplier {
 
   void applyLogDirectory(const std::string& directory) {
     options_.logDirectory = directory;
-    openLog(directory.c_str());
+    diag::setUpLog(diag::hostProgramName().c_str(), options_.moduleName.c_str(), directory.c_str());
     log(LogLevel::kOption, MessageId::kTrace, "Log directory = %s", directory.c_str());
   }
 
   void applyLogLevel(std::uint32_t level) {
     options_.logLevel = level;
+    // First, since it may run out of memory: a level without a log would stay without one.
+    const std::string host = diag::hostProgramName();
     const int previous = diag::setLogLevel(static_cast<int>(level));
-    if (previous == 0 && level != 0) openLog(nullptr);
+    if (previous == 0 && level != 0) {
+      diag::setUpLog(host.c_str(), options_.moduleName.c_str(), nullptr);
+    }
     log(LogLevel::kOption, MessageId::kTrace, "New Log Level = %d", static_cast<int>(level));
-  }
-
-  void openLog(const char* directory) {
-    diag::setUpLog(diag::hostProgramName().c_str(), options_.moduleName.c_str(), directory);
   }
 
   bool isUsableDirectory(const std::string& keyword, const std::string& value) {

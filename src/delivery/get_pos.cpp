@@ -30,7 +30,8 @@ void createDeferred(Job& job) {
 std::uint64_t currentPosition(FallbackFile& file) {
   const std::int64_t position = file.fallbackFile.tell();
   if (position == -1) {
-    diag::raise<MessageId::kFallbackTellFailed>(diag::lastSystemErrorText().c_str());
+    diag::raise<MessageId::kFallbackTellFailed>(
+        diag::systemErrorText(file.fallbackFile.systemError()).c_str());
   }
   return static_cast<std::uint64_t>(position);
 }
@@ -63,7 +64,7 @@ void bringFileInLine(Job& job) {
     } else if (!job.options.noFallback) {
       diag::logMessage<MessageId::kNoFallbackFileCreated>(
           LogLevel::kError, file.fallbackName.c_str(),
-          diag::systemErrorText(file.systemError).c_str());
+          diag::systemErrorText(file.fallbackFile.systemError()).c_str());
     }
   } else if (!isNewestSyncPoint(job)) {
     writeSyncPoint(job, currentPosition(file));

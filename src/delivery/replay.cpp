@@ -27,12 +27,14 @@ struct StreamPlace {
 StreamPlace whereIs(fallback::FileStream& stream, std::uint64_t recordOffset) {
   const std::int64_t position = stream.tell();
   if (position == -1) {
-    diag::raise<MessageId::kFallbackTellFailed>(diag::lastSystemErrorText().c_str());
+    diag::raise<MessageId::kFallbackTellFailed>(
+        diag::systemErrorText(stream.systemError()).c_str());
   }
   stream.seekToEnd();
   const std::int64_t fileLength = stream.tell();
   if (!stream.seek(recordOffset)) {
-    diag::raise<MessageId::kFallbackSeekFailed>(diag::lastSystemErrorText().c_str());
+    diag::raise<MessageId::kFallbackSeekFailed>(
+        diag::systemErrorText(stream.systemError()).c_str());
   }
   return {position, fileLength};
 }
@@ -54,11 +56,11 @@ std::optional<std::uint32_t> readRecord(Job& job, void* buffer) {
 }
 
 void refuseRecord(Job& job, TallowRequestBlock& request) {
-  diag::logMessage<MessageId::kFallbackReadFailed>(LogLevel::kError,
-                                                   job.fallback.fallbackName.c_str());
   request.returnCode = pmrcDelivery;
   // Back to the record's start, so that a part of it is never taken for the next one.
   fallback::seekSilently(job.fallback, nextRecordOffset(job));
+  diag::logMessage<MessageId::kFallbackReadFailed>(LogLevel::kError,
+                                                   job.fallback.fallbackName.c_str());
 }
 
 }  // namespace

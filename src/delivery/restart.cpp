@@ -11,8 +11,10 @@ namespace {
 using diag::LogLevel;
 using fallback::FileStream;
 
-[[noreturn]] void raiseSeekFailed() {
-  diag::raise<MessageId::kFallbackSeekFailed>(diag::lastSystemErrorText().c_str());
+// Raises a message with the reason of the stream's latest failure.
+template <MessageId id>
+[[noreturn]] void raiseFailure(const FileStream& stream) {
+  diag::raise<id>(diag::systemErrorText(stream.systemError()).c_str());
 }
 
 // Looks up the length that the fallback file records for a block. The pipe read fills whole blocks
@@ -22,18 +24,19 @@ void lookUpLength(Job& job, std::uint64_t blockNo) {
   FileStream& stream = job.fallback.fallbackFile;
   const std::int64_t position = stream.tell();
   if (position == -1) {
-    diag::raise<MessageId::kFallbackTellFailed>(diag::lastSystemErrorText().c_str());
+    raiseFailure<MessageId::kFallbackTellFailed>(stream);
   }
   const std::uint64_t offset = fallback::recordLayout(job.options).restartLookupOffset(blockNo);
   diag::log(LogLevel::kTrace, MessageId::kTrace,
             "Seeking to fallback file offset on checkpoint/restart %I64d",
             static_cast<std::int64_t>(offset));
-  if (!stream.seek(offset)) raiseSeekFailed();
+  if (!stream.seek(offset)) raiseFailure<MessageId::kFallbackSeekFailed>(stream);
   std::uint32_t recordLength = 0;
   if (stream.read(&recordLength, sizeof recordLength) != sizeof recordLength) {
-    diag::raise<MessageId::kFallbackLengthUnreadable>(diag::lastSystemErrorText().c_str());
+    raiseFailure<MessageId::kFallbackLengthUnreadable>(stream);
   }
-  if (!stream.seek(static_cast<std::uint64_t>(position))) raiseSeekFailed();
+  if (!stream.seek(static_cast<std::uint64_t>(position)))
+    raiseFailure<MessageId::kFallbackSeekFailed>(stream);
 }
 
 // Reads the re-sent data block by block into the pending buffer, up to the block wanted. From the

@@ -8,6 +8,7 @@
 #include <ctime>
 #include <memory>
 
+#include "diag/language_library.hpp"
 #include "diag/messages.hpp"
 #include "diag/repeat_filter.hpp"
 #include "resources/version.h"
@@ -36,23 +37,23 @@ struct FileCloser {
 };
 using LogFile = std::unique_ptr<std::FILE, FileCloser>;
 
+// The raw text of a message, cut to the room that there is.
 template <std::size_t size>
-void copyCut(char (&target)[size], const std::string& text) {
-  const std::size_t kept = text.copy(target, size - 1);
-  target[kept] = '\0';
+void loadText(MessageId id, char (&text)[size]) noexcept {
+  if (LoadStringA(languageLibrary(), static_cast<UINT>(id), text, static_cast<int>(size)) <= 0) {
+    text[0] = '\0';
+  }
 }
 
 // Texts that every line or summary needs, loaded once per set-up.
-void loadFixedTexts() {
+void loadFixedTexts() noexcept {
   static_assert(static_cast<int>(MessageId::kLevelOther) ==
                 static_cast<int>(MessageId::kLevel0) + kHighestLogLevel + 1);
-  std::string text;
   for (int level = 0; level <= kHighestLogLevel + 1; ++level) {
-    loadMessage(static_cast<MessageId>(static_cast<int>(MessageId::kLevel0) + level), text);
-    copyCut(state.levelWords[level], text);
+    loadText(static_cast<MessageId>(static_cast<int>(MessageId::kLevel0) + level),
+             state.levelWords[level]);
   }
-  loadMessage(MessageId::kRepeatSummary, text);
-  copyCut(state.repeatFormat, text);
+  loadText(MessageId::kRepeatSummary, state.repeatFormat);
 }
 
 const char* levelWord(LogLevel level) {
@@ -120,7 +121,7 @@ const char* chooseDirectory(const char* given) {
 
 }  // namespace
 
-int log(LogLevel level, MessageId id, const char* format, ...) {
+int log(LogLevel level, MessageId id, const char* format, ...) noexcept {
   if (!logEnabled(level) || format == nullptr || state.path[0] == '\0') return 0;
   char text[RepeatFilter::kTextSize];
   std::va_list arguments;
@@ -145,7 +146,7 @@ int logLevel() noexcept {
   return detail::currentLogLevel;
 }
 
-void setUpLog(const char* hostProgram, const char* description, const char* directory) {
+void setUpLog(const char* hostProgram, const char* description, const char* directory) noexcept {
   const char* chosen = chooseDirectory(directory);
   if (chosen == nullptr) return;
   if (std::snprintf(state.path, sizeof state.path, "%s\\%s", chosen, "namedpipes.log") < 0) {

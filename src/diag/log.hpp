@@ -33,7 +33,7 @@ inline bool logEnabled(LogLevel level) noexcept {
 
 // Appends one line; a text of more than 1023 characters is cut. Returns the number of characters
 // written, 0 when the level is off, the text repeats the last one or the file can't be written.
-int log(LogLevel level, MessageId id, const char* format, ...) TALLOW_PRINTF(3, 4);
+int log(LogLevel level, MessageId id, const char* format, ...) noexcept TALLOW_PRINTF(3, 4);
 
 // Returns the previous level. Takes 0 to 6; any other value changes nothing and is logged as
 // message 74.
@@ -44,6 +44,6 @@ int logLevel() noexcept;
 // Chooses the log file: in the directory given (null or empty: none), else in that of NPLOGDIR,
 // else, unless the level is 0, in that of TEMP or in "c:\". Raises level 0 to 2 when a file was
 // chosen, writes the two banner lines. Without a choice everything stays as it was.
-void setUpLog(const char* hostProgram, const char* description, const char* directory);
+void setUpLog(const char* hostProgram, const char* description, const char* directory) noexcept;
 
 }  // namespace tallow::diag

@@ -52,14 +52,20 @@ template <MessageId id, class... Arguments>
 }
 
 // Logs a text as it is, percent signs included.
-inline void logText(LogLevel level, MessageId id, const char* text) {
+inline void logText(LogLevel level, MessageId id, const char* text) noexcept {
   log(level, id, "%s", text);
 }
 
-// Logs a formatted message; formats nothing if the level is off.
+// Logs a formatted message; formats nothing if the level is off. What follows a line must not
+// depend on it: when memory runs out in the words, the line has its number alone.
 template <MessageId id, class... Arguments>
-void logMessage(LogLevel level, Arguments... arguments) {
-  if (logEnabled(level)) logText(level, id, message<id>(arguments...).c_str());
+void logMessage(LogLevel level, Arguments... arguments) noexcept {
+  if (!logEnabled(level)) return;
+  try {
+    logText(level, id, message<id>(arguments...).c_str());
+  } catch (...) {
+    logText(level, id, "");
+  }
 }
 
 }  // namespace tallow::diag

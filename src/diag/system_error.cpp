@@ -22,7 +22,7 @@ std::string systemErrorText(unsigned long error) {
       FormatMessageA(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM, nullptr, error, 0,
                      reinterpret_cast<char*>(&allocated), 0, nullptr);
   const std::unique_ptr<char, LocalFreer> text(allocated);
-  if (length == 0 || !text) raise<MessageId::kNoSystemErrorText>(GetLastError());
+  if (length == 0 || !text) raise<MessageId::kNoSystemErrorText>(error);
   return text.get();
 }
 

@@ -145,13 +145,13 @@ class Request {
   }
 
   void refuseWrite() {
-    diag::logMessage<MessageId::kRequestNotSupported>(LogLevel::kError, moduleTitle().c_str());
     request_.returnCode = pmrcNotSupported;
+    diag::logMessage<MessageId::kRequestNotSupported>(LogLevel::kError, moduleTitle().c_str());
   }
 
   void refuseUnknown() {
-    const std::string host = diag::hostProgramName();
     request_.returnCode = pmrcUnknownRequest;
+    const std::string host = diag::hostProgramName();
     diag::logMessage<MessageId::kUnknownRequest>(
         LogLevel::kError, moduleTitle().c_str(), requestName(request_.requestCode),
         static_cast<int>(request_.requestCode), host.c_str());
@@ -169,12 +169,7 @@ void guarded(TallowRequestBlock& request, Report&& report) noexcept {
     report();
   } catch (...) {
     request.returnCode = pmrcReportFailed;
-    try {
-      diag::logMessage<MessageId::kReportFailed>(LogLevel::kError);
-    } catch (...) {
-      // Nothing is left to tell it with.
-      return;
-    }
+    diag::logMessage<MessageId::kReportFailed>(LogLevel::kError);
   }
 }
 

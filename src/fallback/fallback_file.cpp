@@ -1,7 +1,5 @@
 #include "fallback/fallback_file.hpp"
 
-#include <windows.h>
-
 #include <cstdio>
 
 #include "diag/log.hpp"
@@ -20,7 +18,6 @@ bool seek(FallbackFile& file, std::uint64_t offset) {
 bool seekSilently(FallbackFile& file, std::uint64_t offset) {
   if (!file.fallbackFile) return false;
   if (file.fallbackFile.seek(offset)) return true;
-  file.systemError = GetLastError();
   file.fallbackFile.close();
   return false;
 }
@@ -29,7 +26,6 @@ bool create(FallbackFile& file, const config::OptionsRecord& options) {
   file.fileFirstBlockNo = kNoBlock;
   file.fileLastBlockNo = kNoBlock;
   file.fallbackFile = FileStream::open(file.fallbackName, "w+b");
-  file.systemError = GetLastError();
   const bool opened = static_cast<bool>(file.fallbackFile);
   if (!options.noFallback) {
     diag::log(opened ? LogLevel::kTrace : LogLevel::kOption, MessageId::kTrace,
@@ -41,15 +37,14 @@ bool create(FallbackFile& file, const config::OptionsRecord& options) {
       sizeof file.headerImage) {
     return true;
   }
-  file.systemError = GetLastError();
   handleWriteFailure(file);
   return false;
 }
 
 void handleWriteFailure(FallbackFile& file) {
-  diag::logMessage<MessageId::kFallbackWriteFailed>(LogLevel::kError);
   file.fallbackFile.close();
   std::remove(file.fallbackName.c_str());
+  diag::logMessage<MessageId::kFallbackWriteFailed>(LogLevel::kError);
 }
 
 }  // namespace tallow::fallback

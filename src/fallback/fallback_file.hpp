@@ -26,7 +26,6 @@ struct FallbackFile {
   std::uint64_t fileLastBlockNo = kNoBlock;
   ShortBlocks shortBlocks;  // of the data area, where its records have no length of their own
   std::uint64_t expectedWritePos = kDataStartOffset;  // only shown in the log
-  unsigned long systemError = 0;  // the system's number for the latest failed open or seek
 
   bool hasSignatures() const noexcept { return headerImage.signatureFlag != 0; }
   // Whether the file can serve this block.
@@ -50,7 +49,7 @@ bool seekSilently(FallbackFile& file, std::uint64_t offset);
 // written.
 bool create(FallbackFile& file, const config::OptionsRecord& options);
 
-// The answer to every failed write: logs message 51, closes the file and deletes it.
+// The answer to every failed write: closes the file, deletes it and logs message 51.
 void handleWriteFailure(FallbackFile& file);
 
 }  // namespace tallow::fallback

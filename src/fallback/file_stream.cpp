@@ -1,38 +1,74 @@
 #include "fallback/file_stream.hpp"
 
+#include <windows.h>
+
 #include <share.h>
 
 namespace tallow::fallback {
 
+namespace {
+
+void forgetErrors() noexcept {
+  SetLastError(ERROR_SUCCESS);
+}
+
+// The error since forgetErrors, or the one that stands for a failure without any.
+DWORD errorOr(DWORD substitute) noexcept {
+  const DWORD error = GetLastError();
+  return error != ERROR_SUCCESS ? error : substitute;
+}
+
+}  // namespace
+
 FileStream FileStream::open(const std::string& name, const char* mode) {
   FileStream file;
+  forgetErrors();
   file.stream_.reset(_fsopen(name.c_str(), mode, _SH_DENYWR));
-  if (file) std::setvbuf(file.stream_.get(), nullptr, _IONBF, 0);
+  if (file) {
+    std::setvbuf(file.stream_.get(), nullptr, _IONBF, 0);
+  } else {
+    file.systemError_ = errorOr(ERROR_TOO_MANY_OPEN_FILES);
+  }
   return file;
 }
 
 std::int64_t FileStream::tell() noexcept {
-  return _ftelli64(stream_.get());
+  forgetErrors();
+  const std::int64_t position = _ftelli64(stream_.get());
+  if (position == -1) systemError_ = errorOr(ERROR_SEEK);
+  return position;
 }
 
 bool FileStream::seek(std::uint64_t offset) noexcept {
-  return _fseeki64(stream_.get(), static_cast<std::int64_t>(offset), SEEK_SET) == 0;
+  forgetErrors();
+  if (_fseeki64(stream_.get(), static_cast<std::int64_t>(offset), SEEK_SET) == 0) return true;
+  systemError_ = errorOr(ERROR_SEEK);
+  return false;
 }
 
-bool FileStream::seekToEnd() noexcept {
-  return _fseeki64(stream_.get(), 0, SEEK_END) == 0;
+void FileStream::seekToEnd() noexcept {
+  _fseeki64(stream_.get(), 0, SEEK_END);
 }
 
 std::size_t FileStream::read(void* data, std::size_t size) noexcept {
-  return std::fread(data, 1, size, stream_.get());
+  forgetErrors();
+  const std::size_t count = std::fread(data, 1, size, stream_.get());
+  if (count != size) systemError_ = errorOr(ERROR_HANDLE_EOF);
+  return count;
 }
 
 std::size_t FileStream::write(const void* data, std::size_t size) noexcept {
-  return std::fwrite(data, 1, size, stream_.get());
+  forgetErrors();
+  const std::size_t count = std::fwrite(data, 1, size, stream_.get());
+  if (count != size) systemError_ = errorOr(ERROR_WRITE_FAULT);
+  return count;
 }
 
 bool FileStream::flush() noexcept {
-  return std::fflush(stream_.get()) == 0;
+  forgetErrors();
+  if (std::fflush(stream_.get()) == 0) return true;
+  systemError_ = errorOr(ERROR_WRITE_FAULT);
+  return false;
 }
 
 }  // namespace tallow::fallback

@@ -8,7 +8,7 @@
 
 namespace tallow::fallback {
 
-// May be empty. Every call but open and close needs an open stream.
+// May be empty. Every call but open, close and systemError needs an open stream.
 class FileStream {
  public:
   FileStream() = default;
@@ -18,13 +18,17 @@ class FileStream {
   // whatever becomes of the process.
   static FileStream open(const std::string& name, const char* mode);
 
+  // The system's number for the call that failed last, open included. A call that fails without one
+  // (a read that comes back short, say) gets one that says as much, never an older one.
+  unsigned long systemError() const noexcept { return systemError_; }
+
   explicit operator bool() const noexcept { return stream_ != nullptr; }
   void close() noexcept { stream_.reset(); }
 
   // Positions are bytes from the start.
   std::int64_t tell() noexcept;  // -1 on failure
   bool seek(std::uint64_t offset) noexcept;
-  bool seekToEnd() noexcept;
+  void seekToEnd() noexcept;  // as well as it can
 
   // Number of bytes moved.
   std::size_t read(void* data, std::size_t size) noexcept;
@@ -36,6 +40,7 @@ class FileStream {
     void operator()(std::FILE* stream) const noexcept { std::fclose(stream); }
   };
   std::unique_ptr<std::FILE, Closer> stream_;
+  unsigned long systemError_ = 0;
 };
 
 }  // namespace tallow::fallback

@@ -1,5 +1,7 @@
 #include "fallback/prepare.hpp"
 
+#include <windows.h>
+
 #include <cstdlib>
 
 #include "diag/log.hpp"
@@ -62,9 +64,10 @@ bool prepare(FallbackFile& file, const config::OptionsRecord& options) {
   if (takenOver && file.fallbackFile) {
     diag::logMessage<MessageId::kRecovering>(LogLevel::kPosition, file.fallbackName.c_str());
   } else {
-    diag::logMessage<MessageId::kNoFallbackFileCreated>(
-        LogLevel::kError, file.fallbackName.c_str(),
-        diag::systemErrorText(file.systemError).c_str());
+    // It could not be positioned, or every numbered name is taken.
+    const unsigned long error = takenOver ? file.fallbackFile.systemError() : ERROR_FILE_EXISTS;
+    diag::logMessage<MessageId::kNoFallbackFileCreated>(LogLevel::kError, file.fallbackName.c_str(),
+                                                        diag::systemErrorText(error).c_str());
   }
   return takenOver;
 }

@@ -53,7 +53,6 @@ SearchResult searchForRecovery(FallbackFile& file, const config::OptionsRecord& 
     if ((entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) continue;
     if (takeOver(file, options, entry.cFileName)) return {true, numberedNames};
   }
-  file.systemError = GetLastError();
   return {false, numberedNames};
 }
 

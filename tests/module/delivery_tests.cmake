@@ -24,6 +24,8 @@ endfunction()
 tallow_add_fallback_tests(fallback_file_test)
 tallow_add_fallback_tests(restart_safety_test)
 tallow_add_fallback_tests(broken_stream_test)
+tallow_add_fallback_tests(short_memory_test)
+tallow_add_fallback_tests(reason_test)
 tallow_add_fallback_tests(golden_file_test)
 foreach(golden full_blocks sized_blocks)
   configure_file(golden/${golden}.fbf ${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/golden/${golden}.fbf

@@ -215,13 +215,6 @@ void expectFailure(const IdAnswer& answer, LogReader& log, int id) {
   EXPECT_THAT(entriesOf(lines), ElementsAre(requestLine("pmiPIDMOptID", 9), message(2, id)));
 }
 
-std::string systemText(DWORD error) {
-  std::array<char, 512> text{};
-  FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, error, 0, text.data(),
-                 static_cast<DWORD>(text.size()), nullptr);
-  return text.data();
-}
-
 TEST_F(Identify, ReportsAMissingFileName) {
   initialise();
   Hook<struct NameTag, DWORD(HMODULE, LPSTR, DWORD)> hook(module(), "GetModuleFileNameA",

@@ -1,8 +1,6 @@
 // Open: the pipe's name, and which end of the pipe the module becomes.
 #include <sys/stat.h>
 
-#include <array>
-
 #include "job_fixture.hpp"
 
 namespace tallow::test {
@@ -11,13 +9,6 @@ namespace {
 using Open = JobTest;
 
 constexpr const char* kSyntax = "on windows named pipe syntax is: \\\\.\\pipe\\pipename";
-
-std::string systemText(DWORD error) {
-  std::array<char, 512> text{};
-  FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, error, 0, text.data(),
-                 static_cast<DWORD>(text.size()), nullptr);
-  return text.data();
-}
 
 std::string hostText(const std::string& whole) {
   return whole.substr(0, 511);
@@ -330,6 +321,19 @@ TEST_F(Open, RaisesMessage49WhenTheSystemHasNoText) {
                                                         [](auto...) -> DWORD { return 0; });
   EXPECT_EQ(host.open("\\\\.\\pipe\\").code, pmrcFailed);
   EXPECT_THAT(log.newEntries(), ElementsAre(requestLine("pmiPIDMOptOpen", 2), message(2, 49)));
+}
+
+TEST_F(Open, NamesTheErrorOfTheOpeningWhenTheSystemHasNoTextForIt) {
+  constexpr DWORD kNoText = 0x20000001;
+  initialise();
+  Hook<struct CreateTag, HANDLE(LPCSTR, DWORD, DWORD, DWORD, DWORD, DWORD, DWORD, void*)> create(
+      module(), "CreateNamedPipeA", [](auto...) {
+        SetLastError(kNoText);
+        return INVALID_HANDLE_VALUE;
+      });
+  const Answer answer = host.open(pipeName);
+  EXPECT_EQ(answer.code, pmrcFailed);
+  EXPECT_EQ(answer.text, formattedMessage(49, kNoText));
 }
 
 // Which end the module becomes, by what the system says of the name.

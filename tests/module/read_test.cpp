@@ -1,5 +1,4 @@
 // Read, as far as it serves live data: both ways of reading the pipe.
-#include <array>
 #include <fstream>
 #include <iterator>
 
@@ -30,13 +29,6 @@ LogEntry endLine() {
 void expectEnd(const ReadAnswer& answer) {
   EXPECT_EQ(answer.code, pmrcEOF);
   EXPECT_EQ(answer.data, "");
-}
-
-std::string systemText(DWORD error) {
-  std::array<char, 512> text{};
-  FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, error, 0, text.data(),
-                 static_cast<DWORD>(text.size()), nullptr);
-  return text.data();
 }
 
 // Full blocks: Need_Full_Block is on.

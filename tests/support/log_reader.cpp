@@ -100,6 +100,13 @@ std::string formattedMessage(int id, ...) {
   return text;
 }
 
+std::string systemText(unsigned long error) {
+  std::array<char, 512> text{};
+  FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, error, 0, text.data(),
+                 static_cast<DWORD>(text.size()), nullptr);
+  return text.data();
+}
+
 std::vector<LogLine> readLog(const std::string& directory) {
   std::ifstream file(directory + "\\namedpipes.log");  // text mode: CR LF becomes LF
   std::stringstream whole;

@@ -33,6 +33,9 @@ std::string messageText(int id);
 // The same, formatted with arguments of the types that the message takes.
 std::string formattedMessage(int id, ...);
 
+// How the system words one of its error numbers.
+std::string systemText(unsigned long error);
+
 // All lines of namedpipes.log in `directory`; none when there is no such file. A message that spans
 // several lines is one entry. Throws std::runtime_error for a file that is no log.
 std::vector<LogLine> readLog(const std::string& directory);
