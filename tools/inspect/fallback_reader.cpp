@@ -53,7 +53,7 @@ Header toHeader(const HeaderImage& image) {
           std::string(image.pipeName, std::find(image.pipeName, end, '\0'))};
 }
 
-/// Whether a sync point names a block behind more data than there can be.
+/// Whether a sync point names a block that lies beyond all data that there can be.
 bool isAbsurd(const FallbackFile& file, const fallback::SyncPoint& point) {
   const std::uint64_t leastBlock = file.shape.fullBlocks ? file.header->blockSize : 1;
   return point.blockNo != kNoBlock && point.blockNo > kMostData / leastBlock;
