@@ -49,6 +49,16 @@ TEST_F(FullBlocks, DeliverEveryByteInBlocksOfTheSize) {
   expectEnd(host.read());
 }
 
+// SECURITY.md warns of it: whoever may open the pipe at all ends a job that waits.
+TEST_F(FullBlocks, EndWhenSomebodyHasOpenedThePipeForItsAttributesAlone) {
+  openJob("Block_size=1000");
+  const HANDLE visitor = CreateFileA(pipeName.c_str(), FILE_READ_ATTRIBUTES | SYNCHRONIZE, 0,
+                                     nullptr, OPEN_EXISTING, 0, nullptr);
+  ASSERT_NE(visitor, INVALID_HANDLE_VALUE);
+  CloseHandle(visitor);
+  expectEnd(host.read());
+}
+
 TEST_F(FullBlocks, DeliverMegabytesUnharmed) {
   openJob();
   const std::string data = sampleData(20'000'003);
