@@ -254,7 +254,9 @@ void Sequence::arm() {
   around_.module->take = {};
   struck_ = false;
   if (chance(failedCalls_)) {
-    plan_.streamCall = below(6) + 1;
+    const int kind = below(3);
+    if (kind != 0) plan_.streamCall = below(6) + 1;
+    if (kind != 1) plan_.allocation = below(4) + 1;
   }
   if (plan_.streamCall == 0 && plan_.allocation == 0) return;
   if (!aftermath_) fileBefore_ = realFile(model_->fileName());
