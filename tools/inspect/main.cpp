@@ -27,7 +27,7 @@ constexpr const char* kExamples = R"(Examples:
   Take the data of the third record out (slots count from 0):
     tallow-inspect orders.json.fbf --extract 2 > block.bin
 
-The file records neither Need_Full_Block nor the number of its first block, nor where fresh records
+The file does not say whether Need_Full_Block was on, which block comes first, or where fresh records
 end and older ones begin. What is supposed is marked "guess"; what --verify shows, "proved".
 
 In the picture, N and O are the records of the newer and the older sync point, = others, + cut
@@ -35,8 +35,8 @@ short; proved by --verify: ~ left over from before, ! damaged, ? no block of the
 
 With --json: one JSON object on standard output; docs/tools.md describes it.
 
-Exit status: 0 a sound file; 1 damaged, foreign, unreadable or disproved; 2 misused, a name that is
-no file's included.)";
+Exit status: 0 a sound file; 1 damaged, foreign, unreadable or disproved; 2 misused, or there is no
+such file.)";
 
 struct Settings {
   std::string file;
