@@ -29,8 +29,8 @@ constexpr const char* kExamples = R"(Examples:
 
 With --json: {"pipe": text, "bytes": number, "seconds": number} on standard output.
 
-Exit status: 0 everything was written; 1 failed on the way; 2 misused, nothing was sent; 3 nobody was
-at the other end in time, nothing was sent: the same call may help now.)";
+Exit status: 0 everything was written; 1 failed on the way; 2 misused, nothing was sent; 3 nobody
+was at the other end in time, nothing was sent: the same call may help now.)";
 
 struct Settings {
   std::string pipe;

@@ -27,8 +27,9 @@ constexpr const char* kExamples = R"(Examples:
   Take the data of the third record out (slots count from 0):
     tallow-inspect orders.json.fbf --extract 2 > block.bin
 
-The file does not say whether Need_Full_Block was on, which block comes first, or where fresh records
-end and older ones begin. What is supposed is marked "guess"; what --verify shows, "proved".
+The file does not say whether Need_Full_Block was on, which block comes first, or where fresh
+records end and older ones begin. What is supposed is marked "guess"; what --verify
+shows, "proved".
 
 In the picture, N and O are the records of the newer and the older sync point, = others, + cut
 short; proved by --verify: ~ left over from before, ! damaged, ? no block of the data.
