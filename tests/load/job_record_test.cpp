@@ -39,15 +39,36 @@ TEST(HeaderName, ComesBackAsItWas) {
 }
 
 TEST(Settings, NameWhatDiffers) {
-  const JobSettings before{"p", "t", ',', std::nullopt, ""};
+  const JobSettings before{"p", "t", ',', std::nullopt, "", ""};
   JobSettings now = before;
   EXPECT_EQ(differenceOf(before, now), "");
   now.table = "u";
   EXPECT_EQ(differenceOf(before, now), "the table was \"t\" and is now \"u\"");
 }
 
+TEST(Settings, MayBeLoggedInAnotherWay) {
+  const JobSettings before{"p", "t", ',', std::nullopt, "Log_level=4 Block_size=512", "old.csv"};
+  JobSettings now = before;
+  now.init = "Block_size=\"512\" Log_level=6 Log_directory=logs";
+  now.rejectsFile = "new.csv";
+  EXPECT_EQ(differenceOf(before, now), "");
+}
+
+TEST(Settings, MustCutAndCompareTheDataAlike) {
+  const JobSettings before{"p", "t", ',', std::nullopt, "Block_size=512", ""};
+  JobSettings now = before;
+  now.init = "Block_size=1024";
+  EXPECT_EQ(differenceOf(before, now), "the Block_size was \"512\" and is now \"1024\"");
+  now.init = "Block_size=512 Signature_check=0";
+  EXPECT_EQ(differenceOf(before, now), "the Signature_check was \"2\" and is now \"0\"");
+  now.init = "Block_size=512 Fallback_Directory=x";
+  EXPECT_NE(differenceOf(before, now), "");
+  now.init = "Block_size=512 Fallback_file=x";
+  EXPECT_NE(differenceOf(before, now), "");
+}
+
 TEST(Settings, TellNoNullTextFromAnEmptyOne) {
-  const JobSettings before{"p", "t", ',', std::nullopt, ""};
+  const JobSettings before{"p", "t", ',', std::nullopt, "", ""};
   JobSettings now = before;
   now.nullText = "";
   EXPECT_EQ(differenceOf(before, now), "--null was not given and is now \"\"");

@@ -422,10 +422,42 @@ class Cases:
         rows = job.record()[1]
         self.check_refused(job.run_alone("--start-over"), 1, f"remove those {rows}")
         self.database.execute("delete from rows")
-        rejects = self.data("rejects.csv", b"of the first attempt")
-        reasons = self.data("rejects.csv.reasons.csv", b"of the first attempt")
-        self.check_done(job.run("--start-over", "--rejects", rejects), job)
-        self.assertEqual(rejects.read_bytes() + reasons.read_bytes(), b"")
+        self.check_done(job.run("--start-over"), job)
+
+    def test_starting_over_beside_rows_of_another_job(self):
+        job = self.interrupted_job()
+        self.database.execute("delete from rows", "insert into rows (id) values ('99999')")
+        self.check_refused(job.run_alone("--start-over"), 1, "--rows-removed")
+        self.assertEqual(job.run("--start-over", "--rows-removed").status, 0)
+        ids = [row[0] for row in table_rows(self.database, "rows")]
+        self.assertEqual(ids, [str(number) for number in range(1, 401)] + ["99999"])
+
+    def test_starting_over_removes_the_rejects_of_the_job_alone(self):
+        rejects = self.folder / "bad.csv"
+        content = b"1,a\n2\n3,c\n4\n"
+        options = ("--columns", "id,v", "--create", "--rejects", rejects)
+        job = self.job(self.data("in.csv", content), *options, block=4, every=1)
+        self.assertEqual(job.run("--max-rejects", "1").status, 3)
+        self.assertEqual(rejects.read_bytes(), b"2\n")
+        self.database.execute("delete from rows")
+        other = self.data("other.csv", b"not ours")
+        job.options[-1] = other
+        self.check_refused(job.run_alone("--start-over"), 1, "other.csv", "name another file")
+        self.assertEqual((other.read_bytes(), rejects.read_bytes()), (b"not ours", b"2\n"))
+        job.options[-1] = rejects
+        outcome = job.run("--start-over", "--max-rejects", "2")
+        self.assertEqual((outcome.status, outcome.json["rejects"]), (0, 2), outcome)
+        self.assertEqual(rejects.read_bytes(), b"2\n4\n")
+
+    def test_table_of_jobs_of_an_earlier_release(self):
+        job = self.interrupted_job()
+        self.database.execute("alter table tallow_checkpoint drop column rejects_file")
+        self.check_done(job.run("--restart"), job)
+
+    def test_restart_with_another_log(self):
+        job = self.interrupted_job()
+        job.init += f" Log_level=2 Log_directory=Z:{self.folder}"
+        self.check_done(job.run("--restart"), job)
 
     def test_starting_over_removes_the_fallback_file(self):
         job = self.interrupted_job()

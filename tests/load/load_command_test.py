@@ -109,6 +109,47 @@ class Secrets(CommandTest):
         self.check_refused(job.run_alone(), 2, "--to-file", "nothing.txt")
 
 
+class Numbers(CommandTest):
+    def test_negative_numbers(self):
+        job = self.job(self.data("in.csv", b""), "--rejects", self.folder / "bad.csv")
+        for option in ("--max-rejects", "--retry", "--batch", "--checkpoint-every"):
+            self.check_refused(job.run_alone(option, "-1"), 2, option, "-1")
+        self.assertFalse((self.folder / "bad.csv").exists())
+
+
+class Tables(CommandTest):
+    def test_name_that_is_more_than_a_name(self):
+        self.database.execute("create table other (id int)")
+        job = self.job(self.data("in.csv", b"1\n"), "--columns", "id", "--create")
+        for table in ('rows" (id int); drop table other; --', 'rows"; drop table other', "a..b", '"a'):
+            job.table = table
+            self.check_refused(job.run_alone(), 2, "--table")
+        job.table = "rows; drop table other; --"
+        self.assertEqual(job.run().status, 0)
+        self.assertEqual(self.database.query("select * from other"), [])
+        self.assertEqual(self.database.query('select * from "rows; drop table other; --"'), [("1",)])
+
+    def test_name_in_quotes(self):
+        job = self.job(self.data("in.csv", b"1\n"), "--columns", "id", "--create")
+        job.table = 'main."my ""table.1"""'
+        self.assertEqual(job.run().status, 0)
+        self.assertEqual(self.database.query('select * from "my ""table.1"""'), [("1",)])
+
+
+class OtherFiles(CommandTest):
+    def test_starting_over_leaves_a_file_that_only_the_command_line_names(self):
+        job = self.small_job(40)
+        self.check_done(job.run(), job)
+        self.database.execute("delete from rows")
+        precious = job.fallback / "precious.txt"
+        precious.write_bytes(b"precious")
+        job.init += " Fallback_file=precious.txt"
+        load = job.start("--start-over")
+        harness.wait_until(lambda: job.record()[3] == 0, "the job to begin anew")
+        load.kill()
+        self.assertEqual(precious.read_bytes(), b"precious")
+
+
 if __name__ == "__main__":
     harness.wake_wine()
     unittest.main(verbosity=2)

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "common/tool_error.hpp"
+
 namespace tallow::load {
 namespace {
 
@@ -21,14 +23,42 @@ TEST(Name, StandsBareWithoutQuotes) {
   EXPECT_EQ(quoteName("a", " "), "a");
 }
 
+TEST(Name, MustBePlainWithoutQuotes) {
+  for (const char* name : {"a b", "a; drop table b", "a\"b", ""}) {
+    EXPECT_THROW(quoteName(name, " "), tools::ToolError) << name;
+    EXPECT_THROW(quoteName(name, ""), tools::ToolError) << name;
+  }
+}
+
+TEST(Name, CannotHoldANul) {
+  EXPECT_THROW(quoteName({"a\0b", 3}, "\""), tools::ToolError);
+}
+
 TEST(Table, IsFoldedByTheDatabaseWhenPlain) {
   EXPECT_EQ(tableName("Shop.Orders", "\"", Quoting::kWhereNeeded), "Shop.Orders");
   EXPECT_EQ(tableName("shop.my orders", "\"", Quoting::kWhereNeeded), "shop.\"my orders\"");
   EXPECT_EQ(tableName("shop.orders", "\"", Quoting::kAlways), "\"shop\".\"orders\"");
 }
 
-TEST(Table, IsTakenAsItStandsWhenQuoted) {
-  EXPECT_EQ(tableName("\"a.b\"", "\"", Quoting::kAlways), "\"a.b\"");
+TEST(Table, KeepsAQuotedPartExact) {
+  EXPECT_EQ(tableName("\"a.b\"", "\"", Quoting::kWhereNeeded), "\"a.b\"");
+  EXPECT_EQ(tableName("shop.\"Orders\"", "\"", Quoting::kWhereNeeded), "shop.\"Orders\"");
+  EXPECT_EQ(tableName("\"a\"\"b\"", "\"", Quoting::kWhereNeeded), "\"a\"\"b\"");
+}
+
+TEST(Table, IsSpelledInTheDatabasesOwnQuotes) {
+  EXPECT_EQ(tableName("\"a`b\".c", "`", Quoting::kWhereNeeded), "`a``b`.c");
+  EXPECT_EQ(tableName("[my \"orders].`x y`", "\"", Quoting::kWhereNeeded),
+            "\"my \"\"orders\".\"x y\"");
+}
+
+TEST(Table, CannotLeaveItsQuotes) {
+  EXPECT_EQ(tableName("a; drop table b", "\"", Quoting::kWhereNeeded), "\"a; drop table b\"");
+  for (const char* table :
+       {"\"a\"; drop table b; --\"", "a\" (x); drop table b; --", "\"a", "a\"b\"", "\"a\"b", "'a'",
+        "a]", "[a", "`a", "", ".", "a.", ".a", "a..b", "\"\"", "a.b.c.d.e", "a.\"b\".c\""}) {
+    EXPECT_THROW(tableName(table, "\"", Quoting::kWhereNeeded), tools::MisuseError) << table;
+  }
 }
 
 TEST(Insert, HasAParameterForEachValue) {

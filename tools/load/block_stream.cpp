@@ -73,9 +73,13 @@ std::string fallbackPath(const std::string& initString) {
   return folder + "\\" + options.fallbackFile;
 }
 
+bool namesFallbackFile(const std::string& initString) {
+  return !host::explainInitString(initString).effective.fallbackFile.empty();
+}
+
 std::string withFallbackFile(const std::string& initString, const std::string& job,
                              const std::string& pipe) {
-  if (!host::explainInitString(initString).effective.fallbackFile.empty()) return initString;
+  if (namesFallbackFile(initString)) return initString;
   std::string name = "tallow-load-";
   for (const char c : job.substr(0, 64)) {
     const bool plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||

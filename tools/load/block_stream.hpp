@@ -39,6 +39,9 @@ class BlockStream {
 /// that the module accepts and that names the file.
 std::string fallbackPath(const std::string& initString);
 
+/// Whether the string names the job's file itself: such a file may be another job's by now.
+bool namesFallbackFile(const std::string& initString);
+
 /// The initialisation string with a Fallback_file of the job's own, unless it names one: the module
 /// finds a file that it named itself again only when its working directory is the file's folder.
 std::string withFallbackFile(const std::string& initString, const std::string& job,

@@ -3,6 +3,8 @@
 #include <array>
 #include <nlohmann/json.hpp>
 
+#include "host/init_string.hpp"
+
 namespace tallow::load {
 namespace {
 
@@ -21,6 +23,27 @@ std::string change(const std::string& what, const std::string& before, const std
 
 std::string spell(const std::optional<std::string>& nullText) {
   return nullText ? "\"" + *nullText + "\"" : "not given";
+}
+
+/// What decides how the data is cut, whether it is compared, and where the job's fallback file is.
+/// All else, as what is logged, may differ from run to run.
+std::string differenceOfInits(const std::string& recorded, const std::string& now) {
+  const host::EffectiveOptions before = host::explainInitString(recorded).effective;
+  const host::EffectiveOptions after = host::explainInitString(now).effective;
+  if (before.blockSize != after.blockSize) {
+    return change("Block_size", std::to_string(before.blockSize), std::to_string(after.blockSize));
+  }
+  if (before.signatureCheck != after.signatureCheck) {
+    return change("Signature_check", std::to_string(before.signatureCheck),
+                  std::to_string(after.signatureCheck));
+  }
+  if (before.fallbackDirectory != after.fallbackDirectory) {
+    return change("Fallback_Directory", before.fallbackDirectory, after.fallbackDirectory);
+  }
+  if (before.fallbackFile != after.fallbackFile) {
+    return change("Fallback_file", before.fallbackFile, after.fallbackFile);
+  }
+  return {};
 }
 
 }  // namespace
@@ -85,8 +108,7 @@ std::string differenceOf(const JobSettings& recorded, const JobSettings& now) {
   if (recorded.nullText != now.nullText) {
     return "--null was " + spell(recorded.nullText) + " and is now " + spell(now.nullText);
   }
-  if (recorded.init != now.init) return change("--init string", recorded.init, now.init);
-  return {};
+  return differenceOfInits(recorded.init, now.init);
 }
 
 }  // namespace tallow::load

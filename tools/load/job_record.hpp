@@ -9,13 +9,15 @@
 
 namespace tallow::load {
 
-/// What must be the same at a restart, or the bytes would mean something else.
+/// What must be the same at a restart, or the bytes would mean something else; and which rejects
+/// file is the job's own.
 struct JobSettings {
   std::string pipe;
   std::string table;
   char delimiter = ',';
   std::optional<std::string> nullText;
   std::string init;
+  std::string rejectsFile = {};  // full path; empty while there is none
 
   bool operator==(const JobSettings&) const = default;
 };

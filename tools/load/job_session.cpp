@@ -59,9 +59,13 @@ void JobSession::take(RunMode mode, const JobProgress& start) {
     throw ToolError(beginning.reason.empty() ? "the job's row is gone; try again"
                                              : beginning.reason);
   }
-  if (beginning.kind == Beginning::Kind::kFromTheStart) {
+  if (beginning.kind == Beginning::Kind::kFromTheStart) record->progress = start;
+  if (beginning.kind != Beginning::Kind::kAlreadyDone) {
+    const bool goesOn = beginning.kind == Beginning::Kind::kGoOn;
+    if (goesOn && settings_.rejectsFile.empty()) {
+      settings_.rejectsFile = record->settings.rejectsFile;
+    }
     record->settings = settings_;
-    record->progress = start;
     writeJob(*connection_, job_, *record);
   }
   connection_->commit();

@@ -11,14 +11,15 @@ namespace {
 using tools::ToolError;
 
 constexpr const char* kTable = "tallow_checkpoint";
+constexpr const char* kRejectsFile = "rejects_file";
 
 /// All columns but the key, in the order of bindRecord and readRecord. Names that no database
 /// reserves.
 constexpr std::array kColumns = {
-    "block_position", "unfinished_row",   "rows_loaded",    "rows_rejected",
-    "line_breaks",    "bytes_read",       "rejects_length", "reasons_length",
-    "header_state",   "columns_in_force", "job_done",       "pipe_name",
-    "target_table",   "field_delimiter",  "null_text",      "init_string"};
+    "block_position", "unfinished_row", "rows_loaded",    "rows_rejected",   "line_breaks",
+    "bytes_read",     "rejects_length", "reasons_length", "header_state",    "columns_in_force",
+    "job_done",       "pipe_name",      "target_table",   "field_delimiter", "null_text",
+    "init_string",    kRejectsFile};
 
 std::string createSql(const std::string& textType) {
   const std::string text = " " + textType;
@@ -29,7 +30,8 @@ std::string createSql(const std::string& textType) {
          ", rejects_length" + count + ", reasons_length" + count +
          ", header_state VARCHAR(8) NOT NULL, columns_in_force" + text + ", job_done" + count +
          ", commit_number" + count + ", pipe_name" + text + ", target_table" + text +
-         ", field_delimiter VARCHAR(8) NOT NULL, null_text" + text + ", init_string" + text + ")";
+         ", field_delimiter VARCHAR(8) NOT NULL, null_text" + text + ", init_string" + text +
+         ", rejects_file" + text + ")";
 }
 
 std::string columnList() {
@@ -60,6 +62,7 @@ void bindRecord(Statement& statement, const JobRecord& record) {
   statement.bindText(toHex({&settings.delimiter, 1}));
   statement.bindText(settings.nullText);
   statement.bindText(settings.init);
+  statement.bindText(settings.rejectsFile);
 }
 
 template <typename T>
@@ -91,15 +94,15 @@ JobRecord readRecord(Statement& row) {
   settings.delimiter = delimiter.size() == 1 ? delimiter.front() : must(std::optional<char>());
   settings.nullText = row.text(15);
   settings.init = row.text(16).value_or("");
-  record.commitNumber = row.number(17);
+  settings.rejectsFile = row.text(17).value_or("");
+  record.commitNumber = row.number(18);
   return record;
 }
 
-bool jobTableIsThere(Connection& connection) {
+bool jobTableHas(Connection& connection, const std::string& columns) {
   bool there = true;
   try {
-    Statement(connection)
-        .execute(std::string("SELECT job, commit_number FROM ") + kTable + " WHERE 1 = 0");
+    Statement(connection).execute("SELECT " + columns + " FROM " + kTable + " WHERE 1 = 0");
   } catch (const DatabaseError& error) {
     if (classify(error.diagnostic(), connection.dialect(), Step::kOther) == Fault::kLost) throw;
     there = false;
@@ -108,10 +111,34 @@ bool jobTableIsThere(Connection& connection) {
   return there;
 }
 
+bool jobTableIsThere(Connection& connection) {
+  return jobTableHas(connection, "job, commit_number");
+}
+
+/// A table of an earlier release has no such column.
+void provideRejectsFile(Connection& connection) {
+  if (jobTableHas(connection, kRejectsFile)) return;
+  try {
+    Statement(connection)
+        .execute(std::string("ALTER TABLE ") + kTable + " ADD " + kRejectsFile + " " +
+                 connection.textType());
+    connection.commit();
+  } catch (const DatabaseError& error) {
+    // Another load may have added it at the same moment.
+    connection.rollback();
+    if (jobTableHas(connection, kRejectsFile)) return;
+    throw ToolError(std::string("the table ") + kTable + " has no column " + kRejectsFile +
+                    ", and it cannot be added: " + error.what() + "; add it, as a text");
+  }
+}
+
 }  // namespace
 
 void provideJobTable(Connection& connection) {
-  if (jobTableIsThere(connection)) return;
+  if (jobTableIsThere(connection)) {
+    provideRejectsFile(connection);
+    return;
+  }
   try {
     Statement(connection).execute(createSql(connection.textType()));
     connection.commit();

@@ -1,13 +1,16 @@
 #include "load/load_options.hpp"
 
 #include <algorithm>
+#include <filesystem>
 
 #include "common/pipe_names.hpp"
 #include "common/program.hpp"
 #include "common/quoting.hpp"
+#include "common/text.hpp"
 #include "host/init_string.hpp"
 #include "load/connection_source.hpp"
 #include "load/secrets.hpp"
+#include "load/sql_text.hpp"
 
 namespace tallow::load {
 namespace {
@@ -84,7 +87,9 @@ std::string restartCommandOf(const std::vector<std::string>& arguments) {
   std::string command = "tallow-load";
   bool isConnection = false;
   for (const std::string& argument : arguments) {
-    if (argument == "--restart" || argument == "--start-over") continue;
+    if (argument == "--restart" || argument == "--start-over" || argument == "--rows-removed") {
+      continue;
+    }
     isConnection = isConnection || argument.starts_with("--to=");
     command += " " + tools::quotedArgument(isConnection ? withoutSecrets(argument) : argument);
     isConnection = argument == "--to";
@@ -96,9 +101,16 @@ std::string jobFromPipe(const std::string& pipe) {
   return pipe.substr(pipe.rfind('\\') + 1);
 }
 
+std::string fullPath(const std::string& path) {
+  return tools::toUtf8(std::filesystem::absolute(tools::toWide(path)).wstring());
+}
+
 void checkAgainstEachOther(const LoadOptions& options, bool restart, bool startOver) {
   if (restart && startOver) {
     throw MisuseError("--restart goes on and --start-over begins anew; give one of them");
+  }
+  if (options.rowsRemoved && !startOver) {
+    throw MisuseError("--rows-removed goes with --start-over; give both");
   }
   if (options.create && options.columns.empty() && !options.header) {
     throw MisuseError(
@@ -179,6 +191,9 @@ std::optional<ExitStatus> readCommandLine(const std::vector<std::string>& argume
       ->option_text("SECONDS");
   app.add_flag("--restart", restart, "Go on with a job from what the database says of it");
   app.add_flag("--start-over", startOver, "Give up what is recorded of the job and begin it anew");
+  app.add_flag(
+      "--rows-removed", options.rowsRemoved,
+      "With --start-over: the rows that the job had loaded have been removed from the table");
   app.add_option("--init", options.settings.init,
                  "Initialisation string for the module, for example \"Block_size=65536\"")
       ->option_text("STRING");
@@ -197,6 +212,8 @@ std::optional<ExitStatus> readCommandLine(const std::vector<std::string>& argume
   if (startOver) options.mode = RunMode::kStartOver;
   checkAgainstEachOther(options, restart, startOver);
   checkInitString(options.settings.init);
+  parseTableName(options.settings.table);  // refuses what is none
+  if (!options.rejects.empty()) options.settings.rejectsFile = fullPath(options.rejects);
   options.connection = connectionFrom(options.connection, toFile);
   options.restartCommand = restartCommandOf(arguments);
   return std::nullopt;

@@ -26,6 +26,7 @@ struct LoadOptions {
   std::uint64_t maxRejects = 0;
   unsigned retrySeconds = 60;
   RunMode mode = RunMode::kNew;
+  bool rowsRemoved = false;  // the person says that the table holds none of the job's any more
   bool json = false;
   std::string module;
   std::string restartCommand;

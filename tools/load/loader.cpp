@@ -112,6 +112,7 @@ void Loader::begin() {
     return;
   }
   prepareTable();
+  checkRejects();
   if (options_.mode == RunMode::kStartOver) {
     takeJob();
     removeLeftovers();
@@ -131,7 +132,8 @@ Beginning Loader::look() {
   const std::optional<JobRecord> recorded = session_->look();
   if (recorded && options_.mode == RunMode::kRestart) start_ = recorded->progress;
   table_ = findTable(session_->connection(), options_.settings.table);
-  const bool counts = options_.mode == RunMode::kStartOver && recorded && table_;
+  if (recorded && options_.mode == RunMode::kStartOver) givenUp_ = recorded;
+  const bool counts = givenUp_ && table_ && !options_.rowsRemoved;
   const std::uint64_t tableRows = counts ? countRows(session_->connection(), *table_) : 0;
   session_->rollback();
   Beginning beginning =
@@ -164,14 +166,21 @@ void Loader::prepareTable() {
   }
 }
 
-void Loader::openRejects() {
-  const bool restarts = options_.mode == RunMode::kRestart;
-  for (const std::string& path : {options_.rejects, Rejects::reasonsPath(options_.rejects)}) {
-    if (restarts || options_.rejects.empty() || !fileIsThere(path)) continue;
-    if (tools::OutputFile::openExisting(path).size() > 0) {
-      throw ToolError(path + " holds rows of an earlier load; move it away or name another file");
+/// A job that begins takes no file that holds something, but for its own of an earlier attempt.
+void Loader::checkRejects() const {
+  const std::string& file = options_.settings.rejectsFile;
+  const bool isOurs = givenUp_ && givenUp_->settings.rejectsFile == file;
+  if (file.empty() || isOurs || options_.mode == RunMode::kRestart) return;
+  for (const std::string& path : {file, Rejects::reasonsPath(file)}) {
+    if (fileIsThere(path) && tools::OutputFile::openExisting(path).size() > 0) {
+      throw ToolError(path +
+                      " holds something, and nothing says that it is this job's; move it "
+                      "away or name another file");
     }
   }
+}
+
+void Loader::openRejects() {
   rejects_ =
       std::make_unique<Rejects>(options_.rejects, start_.rejectsLength, start_.reasonsLength);
 }
@@ -192,12 +201,18 @@ void Loader::takeJob() {
   report_.bytesBefore = session_->committed().bytes;
 }
 
-/// What an earlier attempt at the job has left on the disk.
-void Loader::removeLeftovers() {
-  std::vector<std::string> leftovers = {fallbackPath_};
-  if (!options_.rejects.empty()) {
-    leftovers.push_back(options_.rejects);
-    leftovers.push_back(Rejects::reasonsPath(options_.rejects));
+/// What the attempt that is given up has left on the disk, as far as the job's row names it and
+/// this run has a use for the name.
+void Loader::removeLeftovers() const {
+  if (!givenUp_) return;
+  const JobSettings& settings = givenUp_->settings;
+  std::vector<std::string> leftovers;
+  if (!givenUp_->progress.done || !namesFallbackFile(settings.init)) {
+    leftovers.push_back(fallbackPath(withFallbackFile(settings.init, options_.job, settings.pipe)));
+  }
+  if (!options_.rejects.empty() && settings.rejectsFile == options_.settings.rejectsFile) {
+    leftovers.push_back(settings.rejectsFile);
+    leftovers.push_back(Rejects::reasonsPath(settings.rejectsFile));
   }
   for (const std::string& path : leftovers) {
     if (!fileIsThere(path) || DeleteFileW(tools::toWide(path).c_str())) continue;
@@ -209,8 +224,7 @@ void Loader::removeLeftovers() {
 /// A load that dies between its last commit and Close leaves it behind. One whose name the user
 /// chose may be another job's by now.
 void Loader::removeLeftFallbackFile() const {
-  const bool isOurs = initString_ != options_.settings.init;
-  if (isOurs) DeleteFileW(tools::toWide(fallbackPath_).c_str());
+  if (!namesFallbackFile(options_.settings.init)) DeleteFileW(tools::toWide(fallbackPath_).c_str());
 }
 
 /// Brings the stream, and then all that is in memory or in files, to the committed position.

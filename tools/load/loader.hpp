@@ -55,10 +55,11 @@ class Loader {
   void begin();
   Beginning look();
   void prepareTable();
+  void checkRejects() const;
   void openRejects();
   void openStream();
   void takeJob();
-  void removeLeftovers();
+  void removeLeftovers() const;
   void removeLeftFallbackFile() const;
   void position();
 
@@ -103,14 +104,15 @@ class Loader {
   RetryBudget budget_;
   BadRowSearch search_;
   Dialect dialect_ = Dialect::kStandard;
-  JobProgress start_;        // of a job that begins
-  JobProgress progress_;     // as it is in memory; the session knows what is committed
-  std::uint64_t block_ = 0;  // delivered last
-  bool dropNext_ = false;    // the next block is the checkpoint's own, which is loaded already
-  bool goesOn_ = false;      // there is a job to restart
-  bool taking_ = false;      // the job's row may be this loader's
-  bool taken_ = false;       // it is
-  bool warned_ = false;      // of the fallback file's loss
+  std::optional<JobRecord> givenUp_;  // of a job that is started over
+  JobProgress start_;                 // of a job that begins
+  JobProgress progress_;              // as it is in memory; the session knows what is committed
+  std::uint64_t block_ = 0;           // delivered last
+  bool dropNext_ = false;  // the next block is the checkpoint's own, which is loaded already
+  bool goesOn_ = false;    // there is a job to restart
+  bool taking_ = false;    // the job's row may be this loader's
+  bool taken_ = false;     // it is
+  bool warned_ = false;    // of the fallback file's loss
   bool done_ = false;
   LoadReport report_;
 };

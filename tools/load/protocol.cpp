@@ -32,10 +32,10 @@ Beginning decideRestart(const std::string& job, const std::optional<JobRecord>& 
 Beginning decideStartOver(const std::string& job, const std::optional<JobRecord>& recorded,
                           std::uint64_t tableRows) {
   if (recorded && recorded->progress.rows > 0 && tableRows > 0) {
-    return refuse("the job \"" + job + "\" has committed " +
-                  std::to_string(recorded->progress.rows) + " rows and the table holds " +
-                  std::to_string(tableRows) + "; remove those " +
-                  std::to_string(recorded->progress.rows) + " first, then start over");
+    return refuse(
+        "the job \"" + job + "\" has committed " + std::to_string(recorded->progress.rows) +
+        " rows and the table holds " + std::to_string(tableRows) + "; remove those " +
+        std::to_string(recorded->progress.rows) + " first, then start over with --rows-removed");
   }
   return {};
 }

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <bit>
+#include <utility>
+
+#include "common/tool_error.hpp"
 
 namespace tallow::load {
 namespace {
@@ -9,6 +12,7 @@ namespace {
 /// SQL Server takes 2,100 parameters, the smallest limit in use.
 constexpr std::size_t kMostParameters = 2000;
 constexpr std::size_t kMostRows = 100;
+constexpr std::size_t kMostParts = 4;
 
 std::string join(const std::vector<std::string>& parts, std::string_view suffix = {}) {
   std::string text;
@@ -24,6 +28,33 @@ bool isBlank(std::string_view quote) {
   return quote.empty() || quote == " ";
 }
 
+/// Takes a part in quotes off the front of `rest`; an empty one when it is not closed.
+NamePart takeQuoted(std::string_view& rest, char close) {
+  NamePart part{{}, true};
+  for (std::size_t i = 1; i < rest.size(); ++i) {
+    const bool doubled =
+        rest[i] == close && close != ']' && rest.substr(i + 1, 1) == rest.substr(i, 1);
+    if (rest[i] == close && !doubled) {
+      rest.remove_prefix(i + 1);
+      return part;
+    }
+    part.text += rest[i];
+    if (doubled) ++i;
+  }
+  return {};
+}
+
+/// Takes a part off the front of `rest`, up to a dot or a quote.
+NamePart takePart(std::string_view& rest) {
+  const char first = rest.empty() ? '\0' : rest.front();
+  if (first == '"' || first == '`') return takeQuoted(rest, first);
+  if (first == '[') return takeQuoted(rest, ']');
+  const std::size_t end = std::min(rest.find_first_of(".\"`[]'"), rest.size());
+  NamePart part{std::string(rest.substr(0, end)), false};
+  rest.remove_prefix(end);
+  return part;
+}
+
 }  // namespace
 
 bool isPlainName(std::string_view name) {
@@ -35,7 +66,11 @@ bool isPlainName(std::string_view name) {
 }
 
 std::string quoteName(std::string_view name, std::string_view quote) {
-  if (isBlank(quote)) return std::string(name);
+  if (isBlank(quote) && isPlainName(name)) return std::string(name);
+  if (isBlank(quote) || name.find('\0') != std::string_view::npos) {
+    throw tools::ToolError("the database cannot spell the name \"" + std::string(name) +
+                           "\"; use a name of letters, digits and underscores");
+  }
   std::string text(quote);
   for (const char c : name) {
     text += c;
@@ -44,18 +79,31 @@ std::string quoteName(std::string_view name, std::string_view quote) {
   return text += quote;
 }
 
-std::string tableName(std::string_view table, std::string_view quote, Quoting quoting) {
-  if (!isBlank(quote) && table.find(quote) != std::string_view::npos) return std::string(table);
-  std::string text;
-  while (true) {
-    const std::size_t dot = table.find('.');
-    const std::string_view part = table.substr(0, dot);
-    const bool bare = quoting == Quoting::kWhereNeeded && isPlainName(part);
-    text += bare ? std::string(part) : quoteName(part, quote);
-    if (dot == std::string_view::npos) return text;
-    text += '.';
-    table.remove_prefix(dot + 1);
+std::vector<NamePart> parseTableName(std::string_view table) {
+  std::vector<NamePart> parts;
+  std::string_view rest = table;
+  for (;;) {
+    NamePart part = takePart(rest);
+    const bool ends = rest.empty();
+    if (part.text.empty() || (!ends && rest.front() != '.') || parts.size() == kMostParts) {
+      throw tools::MisuseError("--table " + std::string(table) +
+                               " is no name of a table; write NAME or SCHEMA.NAME, and what holds "
+                               "dots or quotes in quotes");
+    }
+    parts.push_back(std::move(part));
+    if (ends) return parts;
+    rest.remove_prefix(1);
   }
+}
+
+std::string tableName(std::string_view table, std::string_view quote, Quoting quoting) {
+  std::string text;
+  for (const NamePart& part : parseTableName(table)) {
+    const bool bare = !part.quoted && quoting == Quoting::kWhereNeeded && isPlainName(part.text);
+    if (!text.empty()) text += '.';
+    text += bare ? part.text : quoteName(part.text, quote);
+  }
+  return text;
 }
 
 std::string insertStatement(const std::string& table, const std::vector<std::string>& quotedColumns,

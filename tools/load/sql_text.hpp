@@ -12,7 +12,7 @@ namespace tallow::load {
 bool isPlainName(std::string_view name);
 
 /// The name between the database's quotes, those inside doubled. An empty or blank `quote` means
-/// that the database has none.
+/// that the database has none; then only plain names can be used, and others throw ToolError.
 std::string quoteName(std::string_view name, std::string_view quote);
 
 enum class Quoting {
@@ -20,8 +20,19 @@ enum class Quoting {
   kAlways,
 };
 
-/// A table as the command line names it: "name" or "schema.name"; a name that holds a quote
-/// character is taken as it stands.
+/// One part of a table's name. What the command line has in quotes is spelled in quotes always.
+struct NamePart {
+  std::string text;
+  bool quoted = false;
+
+  bool operator==(const NamePart&) const = default;
+};
+
+/// A table as the command line names it: up to four parts with dots between them, each bare or in
+/// quotes ("..." or `...`, doubled inside, or [...]). Throws MisuseError for anything else.
+std::vector<NamePart> parseTableName(std::string_view table);
+
+/// The table's name as a statement spells it; no part of it can be anything but a name.
 std::string tableName(std::string_view table, std::string_view quote, Quoting quoting);
 
 /// INSERT of `rows` rows, one parameter for each value.
