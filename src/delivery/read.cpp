@@ -87,7 +87,6 @@ void deliverLive(Job& job, TallowRequestBlock& request, TallowReadBlock& block) 
 }  // namespace
 
 void read(Job& job, TallowRequestBlock& request, TallowReadBlock& block) {
-  block.dataLength = 0;
   if (job.state.stream != StreamState::kWhole) {
     request.returnCode = pmrcDelivery;
     return;

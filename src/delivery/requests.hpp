@@ -7,9 +7,10 @@
 
 namespace tallow::delivery {
 
-// The next block: from the fallback file while it replays, else from the pipe. Return code 9 at the
-// end of the data, 16 when the block cannot be had from the file. Raises what the pipe raises, and
-// messages 103 and 104 when the file can't be positioned.
+// The next block: from the fallback file while it replays, else from the pipe. The block's data
+// length is 0 at first. Return code 9 at the end of the data, 16 when the block cannot be had from
+// the file, or the stream can't be continued. Raises what the pipe raises, and messages 103 and 104
+// when the file can't be positioned.
 void read(Job& job, TallowRequestBlock& request, TallowReadBlock& block);
 
 // A checkpoint: answers the number of the last delivered block, sees to the fallback file and

@@ -30,7 +30,7 @@ bool CTallowinApp::start(HMODULE module) noexcept {
     module_ = module;
     startExceptionRuntime();
     std::set_new_handler(raiseOutOfMemory);
-    if (!loadLanguageLibrary(module)) return false;
+    if (!loadLanguageLibrary(path())) return false;
     // NOLINTNEXTLINE(bugprone-throw-keyword-missing): raised when memory has run out
     outOfMemory = new CErrMsgException(MessageId::kOutOfMemory, message<MessageId::kOutOfMemory>());
     threadId_ = GetCurrentThreadId();
@@ -47,6 +47,14 @@ void CTallowinApp::end() noexcept {
   outOfMemory = nullptr;
   freeLanguageLibrary();
   endExceptionRuntime();
+}
+
+std::wstring CTallowinApp::path() const {
+  constexpr DWORD kRoom = 32768;  // for the longest path and its NUL
+  std::wstring text(kRoom, L'\0');
+  const DWORD length = GetModuleFileNameW(module_, text.data(), kRoom);
+  text.resize(length < kRoom ? length : 0);
+  return text;
 }
 
 CTallowinApp& application() noexcept {

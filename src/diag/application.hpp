@@ -23,6 +23,10 @@ class CTallowinApp {
 
   HMODULE module() const noexcept { return module_; }
 
+  // The module's file, in UTF-16, since the code page may not have its folder's characters. Empty
+  // when the system does not say it.
+  std::wstring path() const;
+
  private:
   HMODULE module_ = nullptr;
   DWORD threadId_ = 0;

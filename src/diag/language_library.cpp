@@ -23,27 +23,28 @@ LanguageAttempt attemptFor(LCID locale) {
           localeText(locale, LOCALE_SLANGUAGE)};
 }
 
-// The module's directory with its backslash; empty if it can't be told.
-std::string directoryOf(HMODULE module) {
-  char path[MAX_PATH + 1] = {};
-  const DWORD length = GetModuleFileNameA(module, path, sizeof path);
-  const std::string text(path, length < sizeof path ? length : 0);
-  return text.substr(0, text.rfind('\\') + 1);
+// Maps a library as data: it has texts alone, and no code of it ever runs, wherever it was found.
+HMODULE mapLibrary(const std::wstring& directory, const std::string& name) {
+  // The name is ASCII.
+  const std::wstring path = directory + std::wstring(name.begin(), name.end()) + L".dll";
+  return LoadLibraryExW(path.c_str(), nullptr,
+                        LOAD_LIBRARY_AS_DATAFILE | LOAD_LIBRARY_AS_IMAGE_RESOURCE);
 }
 
 }  // namespace
 
-bool loadLanguageLibrary(HMODULE module) {
+bool loadLanguageLibrary(const std::wstring& modulePath) {
   const LCID locale = GetThreadLocale();
   const std::array<LanguageAttempt, 3> attempts = {
       attemptFor(locale), attemptFor(defaultSublanguage(locale)),
       LanguageAttempt{languageLibraryName("enu"), "English (United States)"}};
   // The full path first, so that a library in the working directory can't take its place.
-  for (const std::string& directory : {directoryOf(module), std::string()}) {
+  const std::wstring beside = modulePath.substr(0, modulePath.rfind(L'\\') + 1);
+  for (const std::wstring& directory : {beside, std::wstring()}) {
     for (const LanguageAttempt& attempt : attempts) {
       // Without an abbreviation the name would be the module's own.
       if (attempt.library == languageLibraryName("")) continue;
-      library = LoadLibraryA((directory + attempt.library).c_str());
+      library = mapLibrary(directory, attempt.library);
       if (library != nullptr) return true;
     }
   }

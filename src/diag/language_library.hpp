@@ -3,12 +3,14 @@
 
 #include <windows.h>
 
+#include <string>
+
 namespace tallow::diag {
 
-// Loads the library of the thread's language, of the language's default sublanguage or of English,
+// Maps the library of the thread's language, of the language's default sublanguage or of English,
 // in this order: beside the module first, then wherever the system looks. When none is found the
 // attempts are told in a message box and the answer is false.
-bool loadLanguageLibrary(HMODULE module);
+bool loadLanguageLibrary(const std::wstring& modulePath);
 
 void freeLanguageLibrary() noexcept;
 

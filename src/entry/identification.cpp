@@ -21,8 +21,6 @@ namespace {
 
 using diag::raise;
 
-constexpr std::size_t kPathSize = 261;
-
 constinit std::array<TallowComponentVersion, 7> components = {{
     {"TALLOW", TALLOW_COMPONENT_VERSION, nullptr},
     {"DDAMLOG", TALLOW_COMPONENT_VERSION, nullptr},
@@ -41,31 +39,34 @@ void copyText(char (&target)[TALLOW_ID_TEXT_SIZE], const std::string& text) {
   text.copy(target, sizeof target - 1);
 }
 
-std::string modulePath(HMODULE module) {
-  char path[kPathSize] = {};
-  if (GetModuleFileNameA(module, path, kPathSize) == 0) {
-    raise<MessageId::kModuleNameNotFound>(diag::lastSystemErrorText().c_str());
-  }
-  return path;
+// The title of the module's own file.
+std::string fileTitle() {
+  const std::wstring path = diag::application().path();
+  if (path.empty()) raise<MessageId::kModuleNameNotFound>(diag::lastSystemErrorText().c_str());
+  std::array<wchar_t, MAX_PATH> title = {};
+  GetFileTitleW(path.c_str(), title.data(), static_cast<WORD>(title.size()));
+  std::array<char, 2 * MAX_PATH> text = {};
+  WideCharToMultiByte(CP_ACP, 0, title.data(), -1, text.data(), static_cast<int>(text.size()) - 1,
+                      nullptr, nullptr);
+  return text.data();
 }
 
-std::string fileTitle(const std::string& path) {
-  char title[kPathSize] = {};
-  GetFileTitleA(path.c_str(), title, kPathSize);
-  return title;
-}
-
-std::string fileVersion(const std::string& path) {
-  DWORD ignored = 0;
-  const DWORD size = GetFileVersionInfoSizeA(path.c_str(), &ignored);
+// The version resource of a library, which may be mapped as data.
+std::vector<char> versionResource(HMODULE library) {
+  const HRSRC found = FindResourceW(library, MAKEINTRESOURCEW(VS_VERSION_INFO),
+                                    reinterpret_cast<const wchar_t*>(RT_VERSION));
+  const DWORD size = found != nullptr ? SizeofResource(library, found) : 0;
   if (size == 0) raise<MessageId::kVersionSizeNotFound>(diag::lastSystemErrorText().c_str());
-  std::vector<char> information(size);
-  if (!GetFileVersionInfoA(path.c_str(), 0, size, information.data())) {
-    raise<MessageId::kVersionNotReadable>(diag::lastSystemErrorText().c_str());
-  }
+  const auto* data = static_cast<const char*>(LoadResource(library, found));
+  if (data == nullptr) raise<MessageId::kVersionNotReadable>(diag::lastSystemErrorText().c_str());
+  return {data, data + size};
+}
+
+std::string fileVersion(HMODULE library) {
+  const std::vector<char> information = versionResource(library);
   void* root = nullptr;
   UINT rootSize = 0;
-  if (!VerQueryValueA(information.data(), "\\", &root, &rootSize) ||
+  if (!VerQueryValueW(information.data(), L"\\", &root, &rootSize) ||
       rootSize < sizeof(VS_FIXEDFILEINFO)) {
     raise<MessageId::kVersionBlockNotFound>();
   }
@@ -76,20 +77,14 @@ std::string fileVersion(const std::string& path) {
                                                   static_cast<int>(LOWORD(fixed.dwFileVersionLS)));
 }
 
-void describe(HMODULE module, char (&name)[TALLOW_ID_TEXT_SIZE],
-              char (&version)[TALLOW_ID_TEXT_SIZE]) {
-  const std::string path = modulePath(module);
-  copyText(name, fileTitle(path));
-  copyText(version, fileVersion(path));
-}
-
 }  // namespace
 
 void identify(TallowIdBlock& block) {
   spare.next = nullptr;
   block.components = &spare;
-  describe(diag::application().module(), block.name, block.version);
-  describe(diag::languageLibrary(), spare.name, spare.version);
+  copyText(block.name, fileTitle());
+  copyText(block.version, fileVersion(diag::application().module()));
+  copyText(spare.version, fileVersion(diag::languageLibrary()));
   for (std::size_t i = 0; i + 1 < components.size(); ++i) components[i].next = &components[i + 1];
   block.components = components.data();
 }

@@ -115,6 +115,8 @@ class Request {
       case pmiPIDMOptCloseR:
         return close(instance<TallowCloseBlock>(), CloseKind::kNeverAsks);
       case pmiPIDMOptRead:
+        // Before the handle is looked at, as above.
+        block<TallowReadBlock>().dataLength = 0;
         return delivery::read(instance<TallowReadBlock>().job, request_, block<TallowReadBlock>());
       case pmiPIDMOptGetPos:
         return delivery::getPos(instance<TallowPositionBlock>().job, request_,

@@ -5,18 +5,21 @@
 //
 // LOCALE is a locale id (0x0407), or 0 for the one that the thread has. With INIT, the module is
 // initialised with that string and asked to write, which it refuses with a line in its log.
-// Prints "box: TEXT" for a message box that comes up meanwhile, "library: FILE" for the language
-// library and "code page: N". The exit status is 1 when the module cannot be loaded.
+// The environment variable MODULE names the module if it is not tallowin.dll. Prints "box: TEXT"
+// for a message box that comes up meanwhile, "library: FILE" for the language library that is
+// mapped, "code page: N" and "ID answers CODE: NAME". The exit status is 1 when the module cannot
+// be loaded.
 #include <tallow/tallow.h>
 #include <windows.h>
-
-#include <psapi.h>
 
 #include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
+#include <cwchar>
+#include <optional>
+
+#include "support/import_hook.hpp"
 
 namespace {
 
@@ -37,24 +40,39 @@ LRESULT CALLBACK onWindowEvent(int code, WPARAM window, LPARAM data) {
   return CallNextHookEx(nullptr, code, window, data);
 }
 
-void printLanguageLibraries() {
-  std::array<HMODULE, 256> modules{};
-  DWORD bytes = 0;
-  K32EnumProcessModules(GetCurrentProcess(), modules.data(), sizeof modules, &bytes);
-  for (std::size_t i = 0; i < bytes / sizeof(HMODULE) && i < modules.size(); ++i) {
-    std::array<char, MAX_PATH> path{};
-    K32GetModuleBaseNameA(GetCurrentProcess(), modules[i], path.data(), MAX_PATH);
-    const std::string_view name = path.data();
-    if (name.starts_with("tallowin") && name != "tallowin.dll") {
-      std::printf("library: %s\n", path.data());
-    }
+using LoadFunction = HMODULE(LPCWSTR, HANDLE, DWORD);
+std::optional<tallow::test::Hook<struct LoadTag, LoadFunction>> load;
+
+// Prints what the module maps from now on.
+void watchLibraries(HMODULE module) {
+  if (!tallow::test::importsFunction(module, "LoadStringA") ||
+      !tallow::test::importsFunction(module, "timeBeginPeriod")) {
+    return;
   }
+  load.emplace(module, "LoadLibraryExW", [](LPCWSTR path, HANDLE file, DWORD flags) {
+    const HMODULE library = load->original(path, file, flags);
+    const wchar_t* separator = std::wcsrchr(path, L'\\');
+    if (library != nullptr) {
+      std::printf("library: %ls\n", separator != nullptr ? separator + 1 : path);
+    }
+    return library;
+  });
 }
 
-int refuseToWrite(HMODULE module, char* initString) {
-  const auto entry =
-      reinterpret_cast<TallowPIDMMain>(reinterpret_cast<void*>(GetProcAddress(module, "PIDMMain")));
-  if (entry == nullptr) return 1;
+TallowPIDMMain entryOf(HMODULE module) {
+  return reinterpret_cast<TallowPIDMMain>(
+      reinterpret_cast<void*>(GetProcAddress(module, "PIDMMain")));
+}
+
+void printIdentification(TallowPIDMMain entry) {
+  TallowRequestBlock request{};
+  TallowIdBlock id{};
+  request.requestCode = pmiPIDMOptID;
+  entry(&request, &id);
+  std::printf("ID answers %u: %s\n", request.returnCode, id.name);
+}
+
+int refuseToWrite(TallowPIDMMain entry, char* initString) {
   TallowRequestBlock request{};
   TallowInitBlock init{};
   init.interfaceLevel1 = TALLOW_INTERFACE_LEVEL_1;
@@ -77,9 +95,13 @@ int main(int argc, char** argv) {
   const LCID locale = std::strtoul(argv[1], nullptr, 0);
   if (locale != 0 && !SetThreadLocale(locale)) return 2;
   SetWindowsHookExA(WH_CBT, onWindowEvent, nullptr, GetCurrentThreadId());
-  const HMODULE module = LoadLibraryA("tallowin.dll");
+  const tallow::test::LoadWatch watch(watchLibraries);
+  const wchar_t* path = _wgetenv(L"MODULE");
+  const HMODULE module = LoadLibraryW(path != nullptr ? path : L"tallowin.dll");
   if (module == nullptr) return 1;
-  printLanguageLibraries();
+  const TallowPIDMMain entry = entryOf(module);
+  if (entry == nullptr) return 1;
   std::printf("code page: %u\n", GetACP());
-  return argc == 3 ? refuseToWrite(module, argv[2]) : 0;
+  printIdentification(entry);
+  return argc == 3 ? refuseToWrite(entry, argv[2]) : 0;
 }

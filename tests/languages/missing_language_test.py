@@ -82,6 +82,32 @@ class SomeLibraries(Folder):
         self.assertEqual(said[0], "library: tallowinenu.dll")
 
 
+class OtherFolders(Folder):
+    """The module in one folder, the program and the working folder elsewhere."""
+
+    def setUp(self):
+        super().setUp()
+        # Not in the code page 1252.
+        self.module = self.folder / "мега"
+        self.module.mkdir()
+        shutil.move(self.folder / "tallowin.dll", self.module)
+
+    def load(self, locale, **environment):
+        return super().load(locale, MODULE="мега\\tallowin.dll", LC_ALL="C.UTF-8", DISPLAY="",
+                            **environment)
+
+    def test_speaks_the_language_beside_the_module_in_a_folder_outside_the_code_page(self):
+        shutil.copy(BIN / "tallowindeu.dll", self.module)
+        self.put("tallowinenu.dll")
+        self.assertEqual(self.load("0x0407"), (0, ["library: tallowindeu.dll", "code page: 1252",
+                                                   "ID answers 0: tallowin.dll"]))
+
+    def test_runs_no_code_of_a_library_in_the_working_folder(self):
+        shutil.copy(BIN / "refusing_module.dll", self.folder / "tallowinenu.dll")
+        status, said = self.load("0x0407")
+        self.assertEqual((status, said[:1]), (0, ["library: tallowinenu.dll"]))
+
+
 class NoLibrary(Folder):
     def assert_box(self, locale, tried):
         status, said = self.press_ok(locale)
@@ -114,7 +140,8 @@ class JapaneseLocale(Folder):
         status, said = self.run_wine("wine", "load_module.exe", "0", "Log_directory=.",
                                           code_page="cp932", LOCPATH=str(locales),
                                           LC_ALL="ja_JP.UTF-8")
-        self.assertEqual((status, said), (0, ["library: tallowinjpn.dll", "code page: 932"]))
+        self.assertEqual((status, said), (0, ["library: tallowinjpn.dll", "code page: 932",
+                                              "ID answers 0: tallowin.dll"]))
         log = (self.folder / "namedpipes.log").read_text(encoding="cp932")
         self.assertIn("エラー 6 Tallow パイプアクセスモジュールは読み取り専用です。", log)
 

@@ -39,7 +39,7 @@ TEST_F(Message, IsLoadedWhole) {
 
 // What a module asks for while it is being loaded, and is refused.
 struct FailedLoad {
-  std::vector<std::string> libraries;
+  std::vector<std::wstring> libraries;
   std::vector<std::string> boxes;
   bool loaded = false;
 };
@@ -51,13 +51,14 @@ bool isModule(HMODULE library) {
 
 FailedLoad loadWithoutLanguages(LCID locale) {
   FailedLoad result;
-  std::optional<Hook<struct LibraryTag, HMODULE(LPCSTR)>> library;
+  std::optional<Hook<struct LibraryTag, HMODULE(LPCWSTR, HANDLE, DWORD)>> library;
   std::optional<Hook<struct BoxTag, int(HWND, LPCSTR, LPCSTR, UINT)>> box;
   std::optional<Hook<struct LocaleTag, LCID()>> threadLocale;
   {
     const LoadWatch watch([&](HMODULE module) {
       if (!isModule(module)) return;
-      library.emplace(module, "LoadLibraryA", [&](LPCSTR name) {
+      library.emplace(module, "LoadLibraryExW", [&](LPCWSTR name, HANDLE, DWORD flags) {
+        EXPECT_EQ(flags, DWORD{LOAD_LIBRARY_AS_DATAFILE | LOAD_LIBRARY_AS_IMAGE_RESOURCE});
         result.libraries.emplace_back(name);
         SetLastError(ERROR_MOD_NOT_FOUND);
         return nullptr;
@@ -94,10 +95,11 @@ class LanguageLibrary : public testing::Test {
 
 TEST_F(LanguageLibrary, IsLookedForBesideTheModuleFirst) {
   const FailedLoad load = loadWithoutLanguages(kGermanAustria);
-  const std::string beside = programDirectory() + '\\';
-  EXPECT_THAT(load.libraries,
-              ElementsAre(beside + "tallowindea", beside + "tallowindeu", beside + "tallowinenu",
-                          "tallowindea", "tallowindeu", "tallowinenu"));
+  const std::string narrow = programDirectory() + '\\';
+  const std::wstring beside(narrow.begin(), narrow.end());  // ASCII
+  EXPECT_THAT(load.libraries, ElementsAre(beside + L"tallowindea.dll", beside + L"tallowindeu.dll",
+                                          beside + L"tallowinenu.dll", L"tallowindea.dll",
+                                          L"tallowindeu.dll", L"tallowinenu.dll"));
 }
 
 TEST_F(LanguageLibrary, IsNeeded) {
