@@ -3,10 +3,8 @@
 # The rules once more and independently.
 add_library(tallow_job_model STATIC model/aftermath.cpp model/careful_host.cpp
                                     model/digest_oracle.cpp model/file_model.cpp
-                                    model/job_model.cpp model/log_model.cpp
-                                    model/pipe_script.cpp)
-target_include_directories(tallow_job_model PUBLIC ${PROJECT_SOURCE_DIR}/tests)
-target_link_libraries(tallow_job_model PUBLIC tallow_build)
+                                    model/job_model.cpp model/log_model.cpp)
+target_link_libraries(tallow_job_model PUBLIC tallow_build tallow_test_support)
 
 tallow_add_tests(model_test SOURCES model_test.cpp LIBRARIES tallow_test_support tallow_job_model
                  DEPENDS tallowin tallowinenu TIMEOUT 900 OWN_MAIN)

@@ -19,11 +19,11 @@
 
 #include "module/model/digest_oracle.hpp"
 #include "module/model/file_model.hpp"
-#include "module/model/pipe_script.hpp"
 #include "support/host.hpp"
 #include "support/import_hook.hpp"
 #include "support/log_reader.hpp"
 #include "support/pipe_ends.hpp"
+#include "support/scripted_pipe.hpp"
 #include "support/surroundings.hpp"
 
 namespace tallow::test {
@@ -37,20 +37,11 @@ class FallbackTest : public testing::Test {
  protected:
   // The module with the script in the place of its pipe.
   struct Loaded {
-    explicit Loaded(FallbackTest& test)
-        : read(module.handle(), "ReadFile",
-               [&test](HANDLE, void* buffer, DWORD size, DWORD* count, OVERLAPPED*) {
-                 const PipeScript::Outcome got = test.script.read(size);
-                 *count = static_cast<DWORD>(got.data.copy(static_cast<char*>(buffer), size));
-                 SetLastError(got.error);
-                 return got.error == 0 ? TRUE : FALSE;
-               }),
-          sleep(module.handle(), "Sleep", [](DWORD) {}) {}
+    explicit Loaded(FallbackTest& test) : pipe(module.handle(), test.script) {}
 
     Module module;
     Host host{module};
-    Hook<struct ReadFileTag, BOOL(HANDLE, void*, DWORD, DWORD*, OVERLAPPED*)> read;
-    Hook<struct SleepTag, void(DWORD)> sleep;
+    ScriptedPipe pipe;
   };
 
   ScratchDirectory logs;

@@ -12,11 +12,11 @@
 #include <vector>
 
 #include "module/model/file_model.hpp"
-#include "module/model/pipe_script.hpp"
 #include "support/child_process.hpp"
 #include "support/host.hpp"
 #include "support/import_hook.hpp"
 #include "support/pipe_ends.hpp"
+#include "support/scripted_pipe.hpp"
 #include "support/surroundings.hpp"
 
 namespace tallow::test {
@@ -105,20 +105,13 @@ class SmallHost {
   explicit SmallHost(const std::vector<std::string>& arguments)
       : folder_(arguments[0]),
         options_(arguments[1]),
-        read_(module_.handle(), "ReadFile",
-              [this](HANDLE, void* buffer, DWORD size, DWORD* count, OVERLAPPED*) {
-                const PipeScript::Outcome got = pipe_.read(size);
-                *count = static_cast<DWORD>(got.data.copy(static_cast<char*>(buffer), size));
-                SetLastError(got.error);
-                return got.error == 0 ? TRUE : FALSE;
-              }),
         death_(module_.handle(), std::stoi(arguments[2]),
                static_cast<Moment>(std::stoi(arguments[3]))),
         data_(jobData(std::stoull(arguments[4]))),
         diesAfter_(std::stoi(arguments[5])) {}
 
   int run() {
-    pipe_.data(data_);
+    script_.data(data_);
     if (host_
             .init("Block_size=64 Fallback_Directory='" + folder_ + "' Fallback_file=job.fbf " +
                   options_)
@@ -173,8 +166,8 @@ class SmallHost {
   std::string options_;
   Module module_;
   Host host_{module_};
-  PipeScript pipe_;
-  Hook<struct ReadFileTag, BOOL(HANDLE, void*, DWORD, DWORD*, OVERLAPPED*)> read_;
+  PipeScript script_;
+  ScriptedPipe pipe_{module_.handle(), script_};
   Death death_;
   std::string data_;
   int diesAfter_;  // new blocks of this life; 0: it lives to the end

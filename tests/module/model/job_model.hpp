@@ -11,7 +11,7 @@
 
 #include "module/model/file_model.hpp"
 #include "module/model/log_model.hpp"
-#include "module/model/pipe_script.hpp"
+#include "support/pipe_script.hpp"
 
 namespace tallow::test {
 

@@ -9,24 +9,13 @@
 #include "module/model/aftermath.hpp"
 #include "module/model/failing_calls.hpp"
 #include "module/model/log_model.hpp"
-#include "module/model/pipe_script.hpp"
 #include "support/host.hpp"
-#include "support/import_hook.hpp"
+#include "support/scripted_pipe.hpp"
 
 namespace tallow::test {
 
 class WatchedModule {
  public:
-  WatchedModule()
-      : read_(module_.handle(), "ReadFile",
-              [this](HANDLE, void* buffer, DWORD size, DWORD* count, OVERLAPPED*) {
-                const PipeScript::Outcome got = script.read(size);
-                note(got);
-                *count = static_cast<DWORD>(got.data.copy(static_cast<char*>(buffer), size));
-                SetLastError(got.error);
-                return got.error == 0 ? TRUE : FALSE;
-              }) {}
-
   Host& host() { return host_; }
   FailingCalls& calls() { return calls_; }
 
@@ -47,8 +36,8 @@ class WatchedModule {
   Module module_;
   Host host_{module_};
   FailingCalls calls_{module_.handle()};
-  Hook<struct ReadFileTag, BOOL(HANDLE, void*, DWORD, DWORD*, OVERLAPPED*)> read_;
-  Hook<struct SleepTag, void(DWORD)> sleep_{module_.handle(), "Sleep", [](DWORD) {}};
+  ScriptedPipe pipe_{module_.handle(), script,
+                     [this](const PipeScript::Outcome& got) { note(got); }};
 };
 
 }  // namespace tallow::test

@@ -1,4 +1,4 @@
-#include "module/model/pipe_script.hpp"
+#include "support/pipe_script.hpp"
 
 namespace tallow::test {
 
