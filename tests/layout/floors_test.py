@@ -8,7 +8,7 @@ import unittest
 
 SOURCE = pathlib.Path(os.environ["TALLOW_SOURCE_DIR"]) / "src"
 # From the bottom up; folders on one line do not know each other. The host interface is the ground.
-FLOORS = [{"tallow"}, {"resources"}, {"diag"}, {"config"}, {"pipe", "fallback"}, {"delivery"}, {"entry"}]
+FLOORS = [{"tallow"}, {"runtime"}, {"resources"}, {"diag"}, {"config"}, {"pipe", "fallback"}, {"delivery"}, {"entry"}]
 HEIGHT = {folder: height for height, floor in enumerate(FLOORS) for folder in floor}
 
 

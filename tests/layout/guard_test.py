@@ -1,0 +1,47 @@
+#!/usr/bin/env python3
+"""A program that runs over an array is ended at once, and the guard that notices it is a secret."""
+import os
+import pathlib
+import subprocess
+import unittest
+
+PROGRAM = pathlib.Path(os.environ["TALLOW_BINARY_DIR"]) / "bin" / "overrun.exe"
+LONG = "x" * 200
+# STATUS_STACK_BUFFER_OVERRUN, of which a process here keeps the last byte.
+ENDED = 0xC0000409 & 0xFF
+
+
+def run(*arguments):
+    result = subprocess.run(["wine", PROGRAM, *arguments], stdin=subprocess.DEVNULL,
+                            capture_output=True, text=True, timeout=120, check=False)
+    return result.returncode, result.stdout.strip()
+
+
+class Guard(unittest.TestCase):
+    def test_what_fits_is_let_through(self):
+        self.assertEqual(run("stack"), (0, ""))
+        self.assertEqual(run("copy"), (0, "copied"))
+
+    def test_a_damaged_stack_ends_the_program(self):
+        self.assertEqual(run("stack", LONG)[0], ENDED)
+
+    def test_a_copy_that_is_too_long_ends_the_program(self):
+        status, said = run("copy", LONG)
+        self.assertEqual(status, ENDED)
+        if "Debug" not in build_type():
+            self.assertEqual(said, "", "it went on behind the copy")
+
+    def test_the_guard_differs_from_start_to_start_and_stops_texts(self):
+        guards = {run("guard")[1] for _ in range(3)}
+        self.assertEqual(len(guards), 3)
+        for guard in guards:
+            self.assertRegex(guard, "^[0-9a-f]{14}00$")
+
+
+def build_type():
+    cache = pathlib.Path(os.environ["TALLOW_BINARY_DIR"], "CMakeCache.txt").read_text(encoding="utf-8")
+    return next(line for line in cache.splitlines() if line.startswith("CMAKE_BUILD_TYPE"))
+
+
+if __name__ == "__main__":
+    unittest.main()
