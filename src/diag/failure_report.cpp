@@ -1,6 +1,7 @@
 #include "diag/failure_report.hpp"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 
 namespace tallow::diag {

@@ -95,8 +95,7 @@ void transform(Word (&state)[4], const std::uint8_t* data, std::size_t blocks) n
     const Word before[4] = {a, b, c, d};
     [&]<std::size_t... fours>(std::index_sequence<fours...>) {
       (fourSteps<4 * fours>(a, b, c, d, data), ...);
-    }
-    (std::make_index_sequence<16>());
+    }(std::make_index_sequence<16>());
     a += before[0];
     b += before[1];
     c += before[2];

@@ -33,7 +33,9 @@ class Load : public testing::Test {
 
 TEST_F(Load, GivesBackAllMemoryAndHandlesAtUnload) {
   counting();
-  { const Module firstOne; }  // loads what stays loaded
+  {
+    const Module firstOne;
+  }  // loads what stays loaded
   const std::size_t handles = openHandles();
   const long blocks = blocksHeld();
   {

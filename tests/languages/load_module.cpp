@@ -13,6 +13,7 @@
 #include <windows.h>
 
 #include <array>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>

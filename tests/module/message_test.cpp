@@ -145,7 +145,9 @@ TEST_F(LanguageLibrary, BoxIsNotShownWhenOneIsFound) {
     if (!isModule(module)) return;
     box.emplace(module, "MessageBoxA", [&](auto...) { return ++boxes; });
   });
-  { const Module module; }
+  {
+    const Module module;
+  }
   EXPECT_EQ(boxes, 0);
 }
 

@@ -47,8 +47,7 @@ Fault classify(const Diagnostic& diagnostic, Dialect dialect, Step step) {
 
 std::string describe(const Diagnostic& diagnostic) {
   std::string text = diagnostic.text.empty() ? "the driver gives no reason" : diagnostic.text;
-  std::replace_if(
-      text.begin(), text.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
+  std::replace_if(text.begin(), text.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
   text += " (SQLSTATE " + (diagnostic.state.empty() ? "none" : diagnostic.state);
   if (diagnostic.native != 0) text += ", native " + std::to_string(diagnostic.native);
   return text + ")";
