@@ -52,7 +52,8 @@ class FallbackTest : public testing::Test {
   PipeScript script;
   std::string data = sampleData(kBlockSize * 20);
   std::string pipeName = uniquePipeName();
-  std::optional<Loaded> loaded{std::in_place, *this};
+  // Not an optional: GCC 14 takes its content for uninitialized.
+  std::unique_ptr<Loaded> loaded = std::make_unique<Loaded>(*this);
 
   Host& host() { return loaded->host; }
   HMODULE module() { return loaded->module.handle(); }
@@ -83,7 +84,7 @@ class FallbackTest : public testing::Test {
   // The process dies and another one takes over.
   void reload() {
     loaded.reset();
-    loaded.emplace(*this);
+    loaded = std::make_unique<Loaded>(*this);
     position_ = 0;
   }
 
