@@ -29,8 +29,9 @@ std::size_t distance(std::string_view a, std::string_view b) {
 /// A word cut short is near too: "Block" is meant for "Block_size".
 bool begins(std::string_view word, std::string_view name) {
   return word.size() >= 3 && word.size() < name.size() &&
-         std::equal(word.begin(), word.end(), name.begin(),
-                    [](char x, char y) { return lower(x) == lower(y); });
+         std::equal(
+             word.begin(), word.end(), name.begin(),
+             [](char x, char y) { return lower(x) == lower(y); });
 }
 
 bool isOption(const std::string& argument) {
