@@ -150,6 +150,37 @@ class OtherFiles(CommandTest):
         self.assertEqual(precious.read_bytes(), b"precious")
 
 
+class Data(CommandTest):
+    def test_data_in_another_format(self):
+        formats = [(b"\x1f\x8b\x08" + bytes(40), "gzip"), ("id,v\n1,a\n".encode("utf-16"), "UTF-16")]
+        formats += [("id,v\n1,a\n".encode("utf-16-le"), "UTF-16"), (b"PK\x03\x04" + bytes(40), "zip")]
+        for content, name in formats:
+            self.database = self.database_factory()
+            job = self.job(self.data("in.csv", content), "--columns", "id,v", "--create")
+            outcome = job.run()
+            self.assertNotEqual(outcome.status, 0, outcome)
+            self.assertIn("looks like", outcome.err)
+            self.assertIn(name, outcome.err)
+
+    def test_no_data_where_a_header_is_due(self):
+        job = self.job(self.data("in.csv", b""), "--header", "--create")
+        outcome = job.run()
+        self.check_refused(outcome, 1, "empty", "header")
+        self.assertIsNone(outcome.json["lastRowEndsWithLineBreak"])
+        self.assertIsNone(job.record())
+
+    def test_bad_row_reaches_no_terminal_raw(self):
+        content = b"1,a\x1b[2J\xc2\x9b\n"
+        outcome = self.job(self.data("in.csv", content), "--columns", "id", "--create").run()
+        self.assertIn(r"a\x1B[2J\u009B", outcome.err)
+        self.assertNotIn("\x1b", outcome.err + outcome.json["error"])
+
+    def test_folder_for_the_rejects(self):
+        self.database.execute("create table rows (id varchar(9))")
+        job = self.job(self.data("in.csv", b"1\n"), "--rejects", self.folder)
+        self.check_refused(job.run_alone(), 1, "is a folder")
+
+
 if __name__ == "__main__":
     harness.wake_wine()
     unittest.main(verbosity=2)

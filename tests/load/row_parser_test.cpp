@@ -275,5 +275,17 @@ TEST(OpenQuote, SkipsClosedOnes) {
   EXPECT_EQ(linesBeforeOpenQuote("\"a\n\",\"b\"\"\n\"\"\n", ','), 1U);
 }
 
+TEST(Fields, AreKeptUpToABound) {
+  RowParser parser(',');
+  const std::string text = std::string(200'000, ',') + "\nlast,row\n";
+  parser.setInput(text);
+  Row row;
+  ASSERT_TRUE(parser.next(row));
+  EXPECT_EQ(row.fields.size(), kMostFields + 1);
+  EXPECT_EQ(row.raw.size(), 200'001U);
+  ASSERT_TRUE(parser.next(row));
+  EXPECT_EQ(row.fields.size(), 2U);
+}
+
 }  // namespace
 }  // namespace tallow::load

@@ -30,6 +30,10 @@ std::string advice(DWORD error) {
 
 [[noreturn]] void fail(const std::string& what, const std::string& name) {
   const DWORD error = GetLastError();
+  const DWORD attributes = GetFileAttributesW(toWide(name).c_str());
+  if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
+    throw ToolError(name + " is a folder; name a file");
+  }
   throw ToolError(what + " " + name + ": " + systemErrorText(error) + advice(error));
 }
 

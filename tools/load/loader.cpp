@@ -9,8 +9,10 @@
 #include <utility>
 
 #include "common/output_file.hpp"
+#include "common/printable.hpp"
 #include "common/program.hpp"
 #include "common/text.hpp"
+#include "load/data_format.hpp"
 #include "load/job_table.hpp"
 #include "load/sql_text.hpp"
 
@@ -32,9 +34,7 @@ std::string textOf(const RequestFailed& error) {
 /// The beginning of a row, fit for one line.
 std::string excerpt(std::string_view raw) {
   while (!raw.empty() && (raw.back() == '\n' || raw.back() == '\r')) raw.remove_suffix(1);
-  std::string text(raw.substr(0, kShownOfRow));
-  std::replace_if(
-      text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; }, ' ');
+  const std::string text = tools::printable(raw.substr(0, kShownOfRow));
   return raw.size() > kShownOfRow ? text + "..." : text;
 }
 
@@ -301,6 +301,7 @@ void Loader::step() {
     stream_->getPos();
     return;
   }
+  if (block_ == 1) checkFormat(*data);
   pacer_.delivered(block_);
   const bool due = pacer_.due();
   // A header that is wrong ends the job, whatever follows it.
@@ -311,11 +312,23 @@ void Loader::step() {
   if (due) checkpoint(false);
 }
 
+void Loader::checkFormat(std::string_view beginning) {
+  const std::string format(foreignFormat(beginning));
+  if (format.empty()) return;
+  throw UnreadableData("the data looks like " + format +
+                       ", and what can be loaded is CSV in UTF-8");
+}
+
 void Loader::finishData() {
   const std::string& rest = parser_.unfinished();
-  report_.endsWithLineBreak = rest.empty() || rest.back() == '\r';
+  if (parser_.bytes() > 0) {
+    report_.endsWithLineBreak = rest.empty() || rest.back() == '\r';
+  }
   Row row;
   while (parser_.finish(row)) handle(row);
+  if (progress_.header == Header::kDue) {
+    abandon("the data is empty, without even the header; see why the writer sent nothing");
+  }
   checkpoint(true);
   done_ = true;
 }

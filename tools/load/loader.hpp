@@ -65,6 +65,7 @@ class Loader {
 
   void loadBlocks();
   void step();
+  static void checkFormat(std::string_view beginning);
   void finishData();
   void checkpoint(bool done);
 

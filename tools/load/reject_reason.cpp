@@ -30,9 +30,12 @@ std::optional<Diagnostic> faultOf(const Row& row, std::size_t columns) {
       break;
   }
   if (row.fields.size() == columns) return std::nullopt;
-  return Diagnostic{"21S01", 0,
-                    "the row has " + std::to_string(row.fields.size()) + " fields instead of " +
-                        std::to_string(columns)};
+  const bool cut = row.fields.size() > kMostFields;
+  return Diagnostic{
+      "21S01", 0,
+      "the row has " +
+          (cut ? "more than " + std::to_string(kMostFields) : std::to_string(row.fields.size())) +
+          " fields instead of " + std::to_string(columns)};
 }
 
 std::string reasonLine(const Row& row, const Diagnostic& reason) {

@@ -202,6 +202,7 @@ RowDefect RowParser::defectOf(std::string_view raw) const {
 
 void RowParser::onField(void* text, std::size_t length, void* self) {
   auto& parser = *static_cast<RowParser*>(self);
+  if (parser.fields_.size() > kMostFields) return;
   if (text == nullptr) {
     parser.fields_.push_back({{}, true});
     return;

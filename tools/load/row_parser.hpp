@@ -17,6 +17,10 @@ namespace tallow::load {
 /// A row may have this many bytes; a longer one is most likely a quote that was never closed.
 constexpr std::uint64_t kLongestRow = 64ULL * 1024 * 1024;
 
+/// A row may have this many fields, more than any database has columns for. Of a row with more, one
+/// more is kept, so that it fits no table.
+constexpr std::size_t kMostFields = 32768;
+
 /// One value of a row. An unquoted empty field is null.
 struct Field {
   std::string_view text;
