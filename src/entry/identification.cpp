@@ -45,7 +45,7 @@ std::string fileTitle() {
   if (path.empty()) raise<MessageId::kModuleNameNotFound>(diag::lastSystemErrorText().c_str());
   std::array<wchar_t, MAX_PATH> title = {};
   GetFileTitleW(path.c_str(), title.data(), static_cast<WORD>(title.size()));
-  std::array<char, 2 * MAX_PATH> text = {};
+  std::array<char, 2 * title.size()> text = {};
   WideCharToMultiByte(CP_ACP, 0, title.data(), -1, text.data(), static_cast<int>(text.size()) - 1,
                       nullptr, nullptr);
   return text.data();
