@@ -6,7 +6,7 @@
 #include "config/option_setting.hpp"
 #include "config/option_tokens.hpp"
 #include "fuzz_target.hpp"
-#include "host/init_string.hpp"
+#include "common/init_string.hpp"
 
 TALLOW_FUZZ_TARGET(option_explanation) {
   using namespace tallow;
@@ -24,7 +24,7 @@ TALLOW_FUZZ_TARGET(option_explanation) {
   } catch (const std::out_of_range&) {
     quoteMissing = true;
   }
-  const host::InitStringReport report = host::explainInitString(text);
+  const tools::InitStringReport report = tools::explainInitString(text);
   require(report.options.size() == options, "every option is explained");
   require(report.endsTheParse == quoteMissing, "the explanation ends as the parse does");
   require(report.accepted() == (good && !quoteMissing), "it accepts what the module accepts");

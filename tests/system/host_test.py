@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """tallow-host as a person uses it: jobs, options, failures, Ctrl-C."""
 
+import json
 import os
 import shutil
 import subprocess
@@ -53,7 +54,7 @@ class Jobs(tools_support.ToolTest):
         self.assertEqual(list(report), [
             "status", "exitStatus", "module", "pipe", "output", "init", "blockSize", "blocks",
             "bytes", "seconds", "bytesPerSecond", "checkpoints", "rewound", "restartedFrom",
-            "recordedPosition", "error"])
+            "recordedPosition", "restart", "warnings", "error"])
         self.assertEqual((report["status"], report["exitStatus"]), ("done", 0))
         self.assertEqual((report["blocks"], report["bytes"]), (11, 10_500))
         self.assertEqual(report["blockSize"], BLOCK)
@@ -244,7 +245,9 @@ class Checkpoints(tools_support.ToolTest):
         """Restarts a job whose process died behind its note of the end, in front of Close."""
         self.feed(self.DATA)
         self.assertEnded(self.host(*STATE, *arguments, init=init).outcome(), 0)
-        self.write(left, b"left")
+        header = b"Varnholt Fallback File 01.03.00\n\0" + BLOCK.to_bytes(4, "little") + b"\1"
+        header += self.pipe.encode().ljust(260, b"\0")
+        self.write(left, header + b"\0" * 48)
         self.assertEnded(self.restart().outcome(), 0)
 
     def test_deletes_the_fallback_file_that_a_done_job_left(self):
@@ -264,6 +267,80 @@ class Checkpoints(tools_support.ToolTest):
         self.restart_of_a_done_job(init=OPTIONS + " Ff=mine.fbf FD=.", left="mine.fbf")
         self.assertTrue(self.exists("mine.fbf"))
 
+    def test_keeps_a_file_that_only_has_the_name_of_what_a_done_job_left(self):
+        self.feed(self.DATA)
+        self.assertEnded(self.host(*STATE).outcome(), 0)
+        self.write("job.json.fbf", b"somebody's")
+        self.assertEnded(self.restart().outcome(), 0)
+        self.assertEqual(self.read("job.json.fbf"), b"somebody's")
+
+    def change_state(self, **changes):
+        state = self.state()
+        state.update(changes)
+        self.write("job.json", json.dumps(state))
+
+    def test_touches_no_file_that_a_forged_state_names(self):
+        self.stop_half_way()
+        victim = self.DATA[:10_000] + data_of(30_000, seed=5)
+        self.write("victim", victim)
+        forged = self.state()["output"][:-len("out")] + "victim"
+        for changes in ({}, {"outputLength": 10_000}, {"position": 0, "outputLength": 0}):
+            with self.subTest(changes):
+                self.change_state(output=forged, **changes)
+                self.feed(self.DATA, "--wait", 5)
+                outcome = self.restart("--wait", 5).outcome()
+                self.assertIn(outcome.status, (1, 4), outcome.err)
+                self.assertEqual(self.read("victim"), victim)
+
+    def test_refuses_numbers_that_are_none(self):
+        self.stop_half_way()
+        good = self.state()
+        for changes in ({"position": -3}, {"position": 25.0}, {"position": 2**63},
+                        {"outputLength": -1}, {"outputLength": 25_000}, {"blockSize": 0},
+                        {"blockSize": 2**32 + BLOCK}, {"checkpointEvery": 0},
+                        {"finished": 0}, {"position": True}):
+            with self.subTest(changes):
+                self.write("job.json", json.dumps({**good, **changes}))
+                self.assertFault(self.restart("--wait", 5).outcome(), 1, "job.json is damaged")
+
+    def test_takes_another_log_level_at_a_restart(self):
+        self.stop_half_way()
+        self.feed(self.DATA)
+        outcome = self.restart("--init", OPTIONS + " Log_level=6 Log_directory=.").outcome()
+        self.assertEnded(outcome, 0)
+        self.assertEqual(self.read("out"), self.DATA)
+        self.assertIn("GetPos", self.log())
+
+    def test_keeps_a_second_host_away_from_its_state(self):
+        feed = self.slow_feed(self.DATA[:25_500])
+        host = self.host(*STATE)
+        self.wait_for_length("out", 25_000)
+        before = self.read("out"), self.read("job.json")
+        other = self.start("tallow-host", "--pipe", self.pipe + "-2", "--out", "out2", *STATE,
+                           "--new").outcome()
+        self.assertFault(other, 2, "another tallow-host (process ")
+        self.assertFault(self.restart().outcome(), 3, "another tallow-host (process ")
+        self.assertEqual((self.read("out"), self.read("job.json")), before)
+        self.assertFalse(self.exists("out2"))
+        host.terminate()
+        feed.close()
+        self.feed(self.DATA)
+        self.assertEnded(self.restart().outcome(), 0)
+        self.assertEqual(self.read("out"), self.DATA)
+        self.assertFalse(self.exists("job.json.lock"))
+
+    def test_quotes_the_restart_command(self):
+        feed = self.slow_feed(self.DATA[:25_500])
+        host = self.host("--state", "a&b.json", "--wait", 500, "--json")
+        self.wait_for_length("out", 25_000)
+        host.interrupt()
+        outcome = host.outcome()
+        feed.close()
+        self.assertEnded(outcome, 3)
+        command = 'tallow-host --state "a&b.json" --restart --wait 500'
+        self.assertIn(command, outcome.err)
+        self.assertEqual(outcome.json["restart"], command)
+
     def test_refuses_changed_data_and_touches_nothing(self):
         self.stop_half_way()
         before = self.read("out"), self.read("job.json")
@@ -271,9 +348,9 @@ class Checkpoints(tools_support.ToolTest):
         changed[5_000] ^= 1
         self.feed(bytes(changed))
         outcome = self.restart("--json").outcome()
-        self.assertEnded(outcome, 1)
+        self.assertEnded(outcome, 4)
         self.assertIn("pmrcDelivery (16)", outcome.err)
-        self.assertEqual(outcome.json["status"], "failed")
+        self.assertEqual(outcome.json["status"], "mendFirst")
         self.assertEqual(outcome.json["error"]["request"]["returnCode"], 16)
         self.assertEqual((self.read("out"), self.read("job.json")), before)
         self.feed(self.DATA)
@@ -287,16 +364,14 @@ class Checkpoints(tools_support.ToolTest):
 
     def test_refuses_a_position_that_the_file_does_not_know(self):
         self.stop_half_way()
-        self.write("job.json", self.read("job.json").replace(b'"position": 25', b'"position": 24'))
-        self.feed(self.DATA, "--wait", 5)
-        self.assertIn("pmrcBadPosition (32)", self.restart().outcome().err)
+        self.write("job.json", self.read("job.json").replace(b'"position": 25', b'"position": 26'))
+        self.assertFault(self.restart().outcome(), 1, "has no checkpoint at block 26", "--new")
 
     def test_refuses_a_restart_without_the_fallback_file(self):
         self.stop_half_way()
         os.remove(self.folder / "job.json.fbf")
         outcome = self.restart().outcome()
-        self.assertEnded(outcome, 1)
-        self.assertIn("SetPos failed with pmrcFailed (34)", outcome.err)
+        self.assertFault(outcome, 1, "job.json.fbf is not there", "--new")
 
     def test_refuses_a_restart_that_cannot_work(self):
         self.stop_half_way()
@@ -311,26 +386,25 @@ class Checkpoints(tools_support.ToolTest):
     def test_refuses_an_output_that_is_shorter_than_recorded(self):
         self.stop_half_way()
         os.truncate(self.folder / "out", 10_000)
-        self.assertFault(self.restart().outcome(), 1, "out", "10000", "--new")
+        self.assertFault(self.restart().outcome(), 4, "out", "10000", "--new")
 
     def test_refuses_a_damaged_or_foreign_state(self):
         self.stop_half_way()
         good = self.read("job.json")
         for content in (b"", b"{}", b"[]", b'{"format": 7}', good[:60], b"\0" * 50,
                         good.replace(b'"position": 25', b'"position": "x"'),
-                        good.replace(b"state 1", b"state 9"), b"\xff\xfe"):
+                        good.replace(b"state 2", b"state 9"), b"\xff\xfe"):
             with self.subTest(content):
                 self.write("job.json", content)
                 self.assertFault(self.restart().outcome(), 1, "job.json is damaged", "--new")
 
     def test_refuses_a_state_that_is_not_there(self):
-        self.assertFault(self.restart().outcome(), 1, "cannot read job.json")
+        self.assertFault(self.restart().outcome(), 2, "there is no state file job.json")
 
     def test_says_when_the_state_cannot_be_written(self):
         self.feed(self.DATA)
         outcome = self.host("--state", "absent/job.json", init=OPTIONS + " FD=.").outcome()
-        self.assertEnded(outcome, 1)
-        self.assertIn("job.json", outcome.err)
+        self.assertFault(outcome, 2, "job.json", "folder does not exist")
 
     def test_warns_when_a_restart_is_impossible(self):
         for init, words in ((OPTIONS + " nfb=no", "Need_Full_Block is off"),
@@ -389,6 +463,218 @@ class Checkpoints(tools_support.ToolTest):
         self.assertEqual(self.read("out"), self.DATA)
 
 
+class Unprotected(tools_support.ToolTest):
+    """Jobs whose fallback file cannot be made."""
+    DATA = data_of(60_000)
+
+    def assertUnprotected(self, outcome, *words):
+        self.assertEnded(outcome, 0)
+        self.assertFault(outcome, 0, "warning: the job goes on, but it cannot be restarted", *words)
+        report = outcome.json
+        self.assertEqual((report["checkpoints"], report["restart"]), (0, None))
+        self.assertEqual(len(report["warnings"]), 1)
+        self.assertEqual(self.read("out"), self.DATA)
+
+    def test_warns_of_a_folder_that_is_not_there(self):
+        self.feed(self.DATA)
+        outcome = self.host(*STATE, "--json", init=OPTIONS + " Ff=sub/a.fbf FD=.").outcome()
+        self.assertUnprotected(outcome, "sub/a.fbf is not there")
+
+    def test_offers_no_restart_that_would_be_refused(self):
+        feed = self.slow_feed(self.DATA[:25_500])
+        host = self.host(*STATE, init=OPTIONS + " Ff=sub/a.fbf FD=.")
+        self.wait_for_length("out", 25_000)
+        host.interrupt()
+        outcome = host.outcome()
+        feed.close()
+        self.assertEnded(outcome, 1)
+        self.assertIn("has to start over", outcome.err)
+        self.assertNotIn("--restart", outcome.err)
+        self.assertFalse(self.exists("job.json"))
+
+    def test_warns_of_a_file_that_another_job_holds(self):
+        feed = self.slow_feed(self.DATA[:25_500])
+        holder = self.host("--state", "holder.json", output="held",
+                           init=OPTIONS + " Ff=held.fbf FD=.")
+        self.wait_for_length("held", 25_000)
+        self.pipe = tools_support.pipe_name()
+        self.feed(self.DATA)
+        outcome = self.host(*STATE, "--json", init=OPTIONS + " Ff=held.fbf FD=.").outcome()
+        self.assertUnprotected(outcome, "held.fbf belongs to a job with another pipe")
+        holder.interrupt()
+        self.assertEnded(holder.outcome(), 3)
+        feed.close()
+
+    def test_warns_when_the_disk_of_the_file_is_full(self):
+        disk = self.folder / "disk"
+        disk.mkdir()
+        mount = subprocess.run(["mount", "-t", "tmpfs", "-o", "size=8k", "tallow", disk],
+                               capture_output=True, check=False)
+        if mount.returncode != 0:
+            self.skipTest("no right to mount a small disk")
+        self.addCleanup(subprocess.run, ["umount", "--lazy", disk], check=True)
+        self.feed(self.DATA)
+        outcome = self.host("--state", "job.json", "--checkpoint-every", 30, "--json",
+                            init=OPTIONS + " FD=disk").outcome()
+        self.assertEnded(outcome, 0)
+        self.assertFault(outcome, 0, "warning: the job goes on, but it cannot be restarted")
+        self.assertEqual(self.read("out"), self.DATA)
+
+    def test_counts_no_checkpoint_without_a_fallback_file(self):
+        self.feed(self.DATA)
+        outcome = self.host("--checkpoint-every", 10, "--json",
+                            init=OPTIONS + " No_FallBack").outcome()
+        self.assertEqual(outcome.json["checkpoints"], 0)
+
+
+class Waits(tools_support.ToolTest):
+    def test_ends_when_no_writer_comes(self):
+        for init in (OPTIONS, OPTIONS + " nfb=no"):
+            with self.subTest(init):
+                outcome = self.host("--wait", 1, "--json", init=init).outcome()
+                self.assertFault(outcome, 1, "no writer has come to " + self.pipe)
+                self.assertEqual(outcome.json["status"], "failed")
+                self.assertEqual(sorted(os.listdir(self.folder)), [])
+
+    def test_can_be_restarted_when_no_writer_has_come(self):
+        data = data_of(20_000)
+        outcome = self.host(*STATE, "--wait", 1).outcome()
+        self.assertEnded(outcome, 3)
+        self.assertIn("go on with: tallow-host --state job.json --restart --wait 1", outcome.err)
+        restart = ["--state", "job.json", "--restart"]
+        self.feed(data)
+        self.assertEnded(self.run_tool("tallow-host", *restart, "--wait", 20), 0)
+        self.assertEqual(self.read("out"), data)
+
+    def test_ends_when_the_writer_falls_silent(self):
+        data = data_of(25_500)
+        feed = self.slow_feed(data)
+        outcome = self.host(*STATE, "--wait", 2).outcome()
+        feed.close()
+        self.assertEnded(outcome, 3)
+        self.assertIn("took longer than 2 seconds for a block", outcome.err)
+        self.feed(data)
+        self.assertEnded(self.run_tool("tallow-host", "--state", "job.json", "--restart"), 0)
+        self.assertEqual(self.read("out"), data)
+
+    def test_ends_a_restart_to_which_no_writer_comes(self):
+        self.feed(data_of(25_500)).close()
+        outcome = self.host(*STATE, "--wait", 1).outcome()
+        self.assertEnded(outcome, 3)
+        outcome = self.run_tool("tallow-host", "--state", "job.json", "--restart", "--wait", 1)
+        self.assertEnded(outcome, 3)
+        self.assertIn("no writer has come", outcome.err)
+
+    def test_takes_its_time_while_blocks_come(self):
+        data = data_of(3_000)
+        feed = self.slow_feed(b"")
+        host = self.host("--wait", 2)
+        for start in range(0, 3_000, 1_000):
+            feed.process.stdin.write(data[start:start + 1_000])
+            feed.process.stdin.flush()
+            self.wait_for_length("out.part", start + 1_000)
+        feed.process.stdin.close()
+        self.assertEnded(host.outcome(), 0)
+        self.assertEqual(self.read("out"), data)
+
+
+class ExitStatuses(tools_support.ToolTest):
+    """The one table: what happens to a job, and what a loop may make of it."""
+    DATA = data_of(60_000)
+    RESTART = ["--state", "job.json", "--restart"]
+
+    def begun_job(self):
+        """A job that has a checkpoint at block 20 and was killed."""
+        for name in ("job.json", "job.json.fbf", "out"):
+            (self.folder / name).unlink(missing_ok=True)
+        self.pipe = tools_support.pipe_name()
+        feed = self.slow_feed(self.DATA[:25_500])
+        host = self.host(*STATE)
+        self.wait_for_length("out", 25_000)
+        host.terminate()
+        feed.close()
+
+    def first_start(self, *arguments, **keywords):
+        return self.host(*arguments, **keywords).outcome()
+
+    def restart(self, *arguments):
+        return self.run_tool("tallow-host", *self.RESTART, *arguments)
+
+    def test_of_a_first_start(self):
+        os.mkdir(self.folder / "folder")
+        self.write("plain", "a file")
+        rows = (
+            ("an unknown option", 2, [], {"init": "Block_sze=1"}),
+            ("a bad value", 2, [], {"init": "Signature_check=3"}),
+            ("a log folder that is not there", 2, [], {"init": "Log_directory=nowhere"}),
+            ("an unknown attribute", 2, ["--attribute", "SPEED=1"], {}),
+            ("no module", 2, ["--module", "absent.dll"], {}),
+            ("a pipe that is none", 2, ["--pipe", "orders"], {}),
+            ("an output in no folder", 2, [], {"output": "absent/out"}),
+            ("a folder as output", 2, [], {"output": "folder"}),
+            ("a folder as state", 2, ["--state", "folder"], {}),
+            ("a state in no folder", 2, ["--state", "absent/job.json"], {}),
+            ("another file as state", 2, ["--state", "plain"], {}),
+            ("a device as output of a state", 2, STATE, {"output": "NUL"}),
+            ("no writer, no state", 1, ["--wait", 1], {}),
+            ("no writer, a state", 3, [*STATE, "--wait", 1], {}),
+        )
+        for what, status, arguments, keywords in rows:
+            with self.subTest(what):
+                pipe = self.pipe
+                if "--pipe" in arguments:
+                    self.pipe, arguments = arguments[1], arguments[2:]
+                self.assertEnded(self.first_start(*arguments, **keywords), status)
+                self.pipe = pipe
+
+    def test_of_a_restart(self):
+        def cut_output():
+            os.truncate(self.folder / "out", 5_000)
+
+        def change_output():
+            self.write("out", data_of(30_000, seed=3))
+
+        def remove(name):
+            return lambda: (self.folder / name).unlink()
+
+        def write(name, content):
+            return lambda: self.write(name, content)
+
+        other = bytearray(self.DATA)
+        other[5_000] ^= 1
+        rows = (
+            ("the same data", 0, None, self.DATA, []),
+            ("other data", 4, None, bytes(other), []),
+            ("less data", 4, None, self.DATA[:10_000], []),
+            ("no writer", 3, None, None, ["--wait", 1]),
+            ("a cut output", 4, cut_output, None, []),
+            ("another output", 4, change_output, None, []),
+            ("no output", 4, remove("out"), None, []),
+            ("no fallback file", 1, remove("job.json.fbf"), None, []),
+            ("another fallback file", 1, write("job.json.fbf", b"x" * 5_000), None, []),
+            ("a damaged state", 1, write("job.json", b"{}"), None, []),
+            ("no state", 2, remove("job.json"), None, []),
+            ("wrong options", 4, None, None, ["--init", OPTIONS + " Speed=1"]),
+            ("another block size", 2, None, None, ["--init", "Block_size=7"]),
+            ("another pipe", 2, None, None, ["--pipe", r"\\.\pipe\other"]),
+            ("no module", 4, None, None, ["--module", "absent.dll"]),
+        )
+        for what, status, change, data, arguments in rows:
+            with self.subTest(what):
+                self.begun_job()
+                if change:
+                    change()
+                writer = None if data is None else self.feed(data)
+                outcome = self.restart(*arguments)
+                self.assertEnded(outcome, status)
+                if status in (3, 4):
+                    self.assertIn("tallow-host --state job.json --restart", outcome.err)
+                else:
+                    self.assertNotIn("go on with", outcome.err)
+                if writer:
+                    writer.close()
+
+
 class CtrlC(tools_support.ToolTest):
     def test_leaves_nothing_of_a_job_without_a_state(self):
         feed = self.slow_feed(data_of(5_500))
@@ -402,12 +688,16 @@ class CtrlC(tools_support.ToolTest):
         self.assertFalse(self.exists("out.part"))
 
     def test_says_that_it_cannot_end_a_wait_for_a_writer(self):
-        host = self.host(*STATE)
-        wait_until(lambda: self.exists("out"), "the output")
+        host = self.host(*STATE, init=OPTIONS + " Log_level=6 Log_directory=.")
+        wait_until(lambda: self.exists("namedpipes.log") and "pmiPIDMOptRead" in self.log(),
+                   "the first Read")
         host.interrupt()
         wait_until(lambda: "press Ctrl-C again" in host.said(), "the advice")
         host.interrupt()
-        self.assertEnded(host.outcome(), 1)
+        outcome = host.outcome()
+        self.assertEnded(outcome, 3)
+        self.assertIn("tallow-host --state job.json --restart", outcome.err)
+        self.assertEqual(outcome.text.splitlines()[0][:9], "stopped: ")
 
     def test_ends_at_once_the_second_time_and_can_be_restarted(self):
         data = data_of(20_000)
@@ -431,7 +721,7 @@ class CtrlC(tools_support.ToolTest):
 
 class Failures(tools_support.ToolTest):
     def test_names_a_module_that_is_not_there(self):
-        self.assertFault(self.host("--module", "absent.dll").outcome(), 1, "absent.dll",
+        self.assertFault(self.host("--module", "absent.dll").outcome(), 2, "absent.dll",
                          "does not exist", "--module")
 
     def test_names_what_is_no_module(self):
@@ -446,22 +736,22 @@ class Failures(tools_support.ToolTest):
                             (BIN / "tallow-feed.exe", "is a program"),
                             (BIN / "tallowinenu.dll", "exports no PIDMMain")):
             with self.subTest(path):
-                self.assertFault(self.host("--module", path).outcome(), 1, words, "--module")
+                self.assertFault(self.host("--module", path).outcome(), 2, words, "--module")
 
     def test_names_the_language_library_when_it_is_missing(self):
-        self.assertFault(self.host("--module", BIN / "refusing_module.dll").outcome(), 1,
+        self.assertFault(self.host("--module", BIN / "refusing_module.dll").outcome(), 2,
                          "refused to start", "tallowinenu.dll")
 
     def test_shows_the_modules_text_for_a_name_that_is_no_pipe(self):
         self.pipe = "orders"
         outcome = self.host("--json").outcome()
-        self.assertFault(outcome, 1, "Open failed with pmrcFailed (34)", "orders")
+        self.assertFault(outcome, 2, "Open failed with pmrcFailed (34)", "orders")
         request = outcome.json["error"]["request"]
         self.assertEqual((request["name"], request["returnCode"], request["returnCodeName"]),
                          ("Open", 34, "pmrcFailed"))
         self.assertIn("orders", request["failureText"])
         self.assertFalse(self.exists("out"))
-        self.assertEnded(self.host(*STATE).outcome(), 1)
+        self.assertEnded(self.host(*STATE).outcome(), 2)
         self.assertFalse(self.exists("out"))
 
     def test_names_the_option_that_is_wrong(self):
@@ -471,17 +761,19 @@ class Failures(tools_support.ToolTest):
                             ("Block_size=0", "pmrcFailed (34)"),
                             ("Ff='x", "no closing quote")):
             with self.subTest(init):
-                self.assertFault(self.host(init=init).outcome(), 1, "Init failed", words,
+                self.assertFault(self.host(init=init).outcome(), 2, "Init failed", words,
                                  "--explain")
 
     def test_names_an_attribute_that_the_module_does_not_know(self):
-        self.assertFault(self.host("--attribute", "SPEED=high").outcome(), 1,
+        self.assertFault(self.host("--attribute", "SPEED=high").outcome(), 2,
                          "pmrcBadAttribute (33)")
 
     def test_names_an_output_that_cannot_be_written(self):
         os.mkdir(self.folder / "folder")
-        self.assertFault(self.host(output="absent/out").outcome(), 1, "out", "folder exists")
-        self.assertFault(self.host(output="folder").outcome(), 1, "folder")
+        self.assertFault(self.host(output="absent/out").outcome(), 2, "out", "folder exists")
+        self.assertFault(self.host(output="folder").outcome(), 2, "is a folder; name a file")
+        self.assertFault(self.host(*STATE, output="folder").outcome(), 2, "is a folder; name a file")
+        self.assertFault(self.host(output="").outcome(), 2, "--out has an empty name")
 
     def test_leaves_no_output_on_a_full_disk(self):
         self.feed(data_of(50_000))
@@ -512,7 +804,7 @@ class Failures(tools_support.ToolTest):
         data = data_of(200_000)
         self.feed(data)
         outcome = self.host(*STATE, output="disk/out").outcome()
-        self.assertFault(outcome, 1, "cannot write", "holds only a part", "--restart")
+        self.assertFault(outcome, 4, "cannot write", "holds only a part", "--restart")
         subprocess.run(["mount", "-o", "remount,size=1m", disk], check=True)
         self.feed(data)
         self.assertEnded(
@@ -530,7 +822,11 @@ class Failures(tools_support.ToolTest):
                 ("NAME=VALUE", [*both, "--attribute", "X"]),
                 ("NAME=VALUE", [*both, "--attribute", "=X"]),
                 ("cut back", ["--pipe", self.pipe, "--out", "-", "--state", "s"]),
-                ("its own", [*both, "--state", "OUT"]), ("--init", [*both, "--init"])):
+                ("its own", [*both, "--state", "OUT"]),
+                ("--pipe has an empty name", ["--pipe", "", "--out", "out"]),
+                ("--state", [*both, "--state", ""]),
+                ("is a folder", [*both, "--state", "."]),
+                ("--wait", [*both, "--wait", "0"]), ("--wait", [*both, "--wait", "-1"]), ("--init", [*both, "--init"])):
             with self.subTest(arguments):
                 self.assertFault(self.run_tool("tallow-host", *arguments), 2, words)
 
@@ -553,6 +849,15 @@ class Explanations(tools_support.ToolTest):
         self.assertIn("did you mean Block_size?", outcome.text)
         self.assertIn("is not a folder", outcome.text)
         self.assertIn("refuses", outcome.text)
+
+    def test_calls_a_folder_in_the_name_of_the_fallback_file_wrong(self):
+        for name in ("sub/a.fbf", r"sub\a.fbf", "..", r"..\a.fbf", "c:a.fbf"):
+            with self.subTest(name):
+                outcome = self.explain("Ff=" + name)
+                self.assertEnded(outcome, 1)
+                self.assertIn("WRONG", outcome.text)
+                self.assertIn("Fallback_Directory", outcome.text)
+                self.assertTrue(self.explain("Ff=" + name, "--json").json["accepted"])
 
     def test_explains_as_json(self):
         report = self.explain("b=7 speed=1", "--json").json

@@ -1,9 +1,9 @@
-#include "host/init_string.hpp"
+#include "common/init_string.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-namespace tallow::host {
+namespace tallow::tools {
 namespace {
 
 using testing::HasSubstr;
@@ -103,4 +103,4 @@ TEST(NearestOption, StaysSilentWhenNothingIsNear) {
 }
 
 }  // namespace
-}  // namespace tallow::host
+}  // namespace tallow::tools

@@ -28,13 +28,17 @@ std::string advice(DWORD error) {
   }
 }
 
+bool isFolder(const std::string& path) {
+  const DWORD attributes = GetFileAttributesW(toWide(path).c_str());
+  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
 [[noreturn]] void fail(const std::string& what, const std::string& name) {
   const DWORD error = GetLastError();
-  const DWORD attributes = GetFileAttributesW(toWide(name).c_str());
-  if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
-    throw ToolError(name + " is a folder; name a file");
-  }
-  throw ToolError(what + " " + name + ": " + systemErrorText(error) + advice(error));
+  if (isFolder(name)) throw ToolError(name + " is a folder; name a file");
+  const std::string text = what + " " + name + ": " + systemErrorText(error) + advice(error);
+  if (error == ERROR_SHARING_VIOLATION || error == ERROR_LOCK_VIOLATION) throw FileInUse(text);
+  throw ToolError(text);
 }
 
 HANDLE openFor(const std::string& path, DWORD access, DWORD disposition) {

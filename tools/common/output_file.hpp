@@ -8,9 +8,16 @@
 #include <string>
 #include <string_view>
 
+#include "common/tool_error.hpp"
 #include "common/unique_handle.hpp"
 
 namespace tallow::tools {
+
+/// Another process has the file open in a way that keeps us out of it.
+class FileInUse : public ToolError {
+ public:
+  using ToolError::ToolError;
+};
 
 /// A file open for writing. Paths are UTF-8. All failures are ToolErrors that name the file.
 class OutputFile {

@@ -6,9 +6,13 @@
 
 namespace tallow::tools {
 
-void requirePipeName(const std::string& name) {
+bool isPipeName(const std::string& name) {
   static constexpr std::string_view kPrefix = "\\\\.\\pipe\\";
-  if (name.size() > kPrefix.size() && name.starts_with(kPrefix)) return;
+  return name.size() > kPrefix.size() && name.starts_with(kPrefix);
+}
+
+void requirePipeName(const std::string& name) {
+  if (isPipeName(name)) return;
   throw MisuseError("\"" + name + "\" is not a pipe; its name is written \\\\.\\pipe\\NAME");
 }
 

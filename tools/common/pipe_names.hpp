@@ -5,6 +5,9 @@
 
 namespace tallow::tools {
 
+/// Whether the name is written \\.\pipe\NAME.
+bool isPipeName(const std::string& name);
+
 /// Throws MisuseError unless the name begins with \\.\pipe\ and goes on: a tool would otherwise
 /// open an ordinary file of that name.
 void requirePipeName(const std::string& name);

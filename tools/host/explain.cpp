@@ -7,13 +7,16 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
+#include "common/init_string.hpp"
 #include "common/text.hpp"
-#include "host/init_string.hpp"
 
 namespace tallow::host {
 namespace {
 
 using nlohmann::ordered_json;
+using tools::EffectiveOptions;
+using tools::ExplainedOption;
+using tools::InitStringReport;
 
 /// The two options that name a folder are only good when it is there and can be written to.
 void checkFolders(InitStringReport& report) {
@@ -24,15 +27,21 @@ void checkFolders(InitStringReport& report) {
     if (!option.good || !isFolder) continue;
     const std::wstring path = tools::toWide(option.value);
     const DWORD attributes = GetFileAttributesW(path.c_str());
-    option.good = false;
+    option.good = option.taken = false;
     if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
       option.text = "is not a folder; create it or name another";
     } else if (_waccess(path.c_str(), kWritePermission) != 0) {
       option.text = "cannot be written to; check its permissions or name another folder";
     } else {
-      option.good = true;
+      option.good = option.taken = true;
     }
   }
+}
+
+bool isGood(const InitStringReport& report) {
+  return report.accepted() &&
+         std::all_of(report.options.begin(), report.options.end(),
+                     [](const ExplainedOption& option) { return option.good; });
 }
 
 ordered_json toJson(const InitStringReport& report) {
@@ -82,6 +91,7 @@ void printText(const InitStringReport& report) {
     std::printf("The module refuses this string.\n");
     return;
   }
+  if (!isGood(report)) std::printf("The module takes this string, but not as it is meant.\n");
   const EffectiveOptions& effective = report.effective;
   std::printf(
       "In force: blocks of %u byte%s%s, %s, Signature_check %u, Pipe_Wait %u ms, log %s.\n",
@@ -95,14 +105,14 @@ void printText(const InitStringReport& report) {
 }  // namespace
 
 tools::ExitStatus printExplanation(const std::string& initString, bool json) {
-  InitStringReport report = explainInitString(initString);
+  InitStringReport report = tools::explainInitString(initString);
   checkFolders(report);
   if (json) {
     std::printf("%s\n", toJson(report).dump(2).c_str());
   } else {
     printText(report);
   }
-  return report.accepted() ? tools::ExitStatus::kDone : tools::ExitStatus::kFailed;
+  return isGood(report) ? tools::ExitStatus::kDone : tools::ExitStatus::kFailed;
 }
 
 }  // namespace tallow::host

@@ -4,38 +4,40 @@
 
 #include <chrono>
 #include <cstdio>
+#include <utility>
 #include <vector>
 
 #include "common/formatting.hpp"
+#include "common/pipe_names.hpp"
 #include "common/program.hpp"
 #include "common/text.hpp"
+#include "host/output_proof.hpp"
 
 namespace tallow::host {
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using client::RequestFailed;
 
 constexpr const char* kModuleName = "tallow-host";
 
-/// With one of these the module takes the pipe's name as UTF-8.
-bool pipeNameIsUtf8(const std::vector<Attribute>& attributes) {
-  std::string charset;
-  for (const Attribute& attribute : attributes) {
-    if (attribute.name == "CHARSET_NAME") charset = attribute.value;
-  }
-  return charset == "UTF8" || charset == "UTF16";
+bool isPipeThere(const std::string& name) {
+  if (WaitNamedPipeW(tools::toWide(name).c_str(), 1)) return true;
+  const DWORD error = GetLastError();
+  return error == ERROR_SEM_TIMEOUT || error == ERROR_PIPE_BUSY;
 }
 
 JobOutput outputOf(const JobPlan& plan) {
-  if (plan.restart) return JobOutput::forRestart(plan.output, plan.restart->outputLength);
+  if (plan.restart) {
+    requireFallbackFile(plan);
+    return JobOutput::forRestart(*plan.restart);
+  }
   return JobOutput::forJob(plan.output, plan.keepsState());
 }
 
 /// Adds what the module leaves to its log, in words and with a next step.
 std::string initFailure(const JobPlan& plan, const RequestFailed& error) {
   std::string text = tools::ansiToUtf8(error.what());
-  if (const std::string complaint = explainInitString(plan.userInit).firstComplaint();
+  if (const std::string complaint = tools::explainInitString(plan.userInit).firstComplaint();
       !complaint.empty()) {
     text += ": " + complaint;
   }
@@ -47,7 +49,7 @@ std::string restartFailure(const JobPlan& plan, const RequestFailed& error) {
   if (error.code() == pmrcDelivery) {
     text += ": the data that the writer sends again differs from that of the first run";
   } else if (error.code() == pmrcBadPosition) {
-    text += ": the fallback file does not know the position, or the writer's data ended before it";
+    text += ": the writer's data ended before the position";
   }
   return text + "; the output " + plan.output +
          " is as it was; send the same data, or start over with --new";
@@ -64,26 +66,20 @@ Job::Job(const JobPlan& plan, client::Module& module, Interrupt& interrupt)
 }
 
 JobEnd Job::run() {
+  isServerEnd_ = !isPipeThere(plan_.pipe);
   instance_.emplace(open());
   counts_.blockSize = instance_->blockSize();
-  const auto start = Clock::now();
-  deliveryStart_ = start;
-  const auto note = [&] {
-    counts_.seconds = std::chrono::duration<double>(Clock::now() - start).count();
-    counts_.deliverySeconds = std::chrono::duration<double>(Clock::now() - deliveryStart_).count();
-    counts_.outputBytes = output_.length();
-    progress_.reset();
-  };
+  start_ = deliveryStart_ = Clock::now();
   JobEnd end = JobEnd::kStopped;
   try {
     end = deliverAll();
   } catch (...) {
-    note();
+    settle();
     // Close would delete the fallback file now, and the output may not hold the data yet.
     if (endTold_) instance_->abandon();
     throw;
   }
-  note();
+  settle();
   if (plan_.closeR) {
     instance_->closeR();
   } else {
@@ -91,6 +87,18 @@ JobEnd Job::run() {
   }
   module_.shut();
   return end;
+}
+
+void Job::settle() {
+  counts_.seconds = std::chrono::duration<double>(Clock::now() - start_).count();
+  counts_.deliverySeconds = std::chrono::duration<double>(Clock::now() - deliveryStart_).count();
+  counts_.outputBytes = output_.length();
+  progress_.reset();
+}
+
+void Job::leave() {
+  settle();
+  output_.abandon();
 }
 
 JobEnd Job::deliverAll() {
@@ -108,36 +116,41 @@ client::Instance Job::open() {
     for (const Attribute& attribute : plan_.attributes) {
       module_.setAttribute(handle, tools::toAnsi(attribute.name), tools::toAnsi(attribute.value));
     }
-    return module_.open(handle,
-                        pipeNameIsUtf8(plan_.attributes) ? plan_.pipe : tools::toAnsi(plan_.pipe));
+    return module_.open(handle, pipeName(plan_));
   } catch (const RequestFailed& error) {
     if (error.request() == pmiPIDMOptInit) {
-      throw RequestRefused(initFailure(plan_, error), error);
+      throw RequestRefused(initFailure(plan_, error), error, Cure::kMend);
     }
-    throw;
+    const bool isBusy = error.request() == pmiPIDMOptOpen && tools::isPipeName(plan_.pipe);
+    throw RequestRefused(tools::ansiToUtf8(error.what()), error,
+                         isBusy ? Cure::kTime : Cure::kMend);
   }
 }
 
 void Job::startOver() {
+  started_ = true;
   // From the first Read on, the earlier job can't be restarted any more.
   if (plan_.keepsState()) removeState(plan_.statePath);
   output_.start();
+  // The first checkpoint makes the fallback file, so a job that has none is known at once.
+  if (plan_.restartPossible) takeCheckpoint();
 }
 
-/// False when Ctrl-C ended it; the record of the earlier run stands then.
+/// False when it was ended from outside; the record of the earlier run stands then.
 bool Job::restart() {
   const std::uint64_t position = plan_.restart->position;
-  if (plan_.restartPossible) interrupt_.setForcedStatus(tools::ExitStatus::kRestartable);
   const std::string label = "dropping re-sent data up to block " + std::to_string(position);
   if (!tools::standardErrorIsTerminal()) tools::writeToStandardError(label + "\n");
   progress_.emplace(label);
   try {
-    const Interrupt::Cancellable scope(interrupt_);
+    const Interrupt::Cancellable scope(interrupt_, patienceOf(position));
     instance_->setPos(position);
   } catch (const RequestFailed& error) {
     if (interrupt_.requested()) return false;
-    throw RequestRefused(restartFailure(plan_, error), error);
+    const bool passes = error.code() == pmrcFailed;
+    throw RequestRefused(restartFailure(plan_, error), error, passes ? Cure::kTime : Cure::kMend);
   }
+  started_ = true;
   output_.start();
   counts_.blocks = position == 0 ? 0 : position - 1;
   confirmRestart_ = position > 0;
@@ -151,11 +164,12 @@ JobEnd Job::deliver() {
   progress_->startAt(output_.length(), counts_.blocks);
   progress_->waitFor("waiting for data from a writer at " + plan_.pipe);
   std::vector<std::byte> buffer(instance_->blockSize());
+  const Interrupt::Patience patience = patienceOf(1);
   for (;;) {
     if (interrupt_.requested()) return stop();
     client::ReadResult result;
     try {
-      const Interrupt::Cancellable scope(interrupt_);
+      const Interrupt::Cancellable scope(interrupt_, patience);
       result = instance_->read(buffer);
     } catch (const RequestFailed&) {
       if (interrupt_.requested()) return stop();
@@ -205,20 +219,78 @@ void Job::rewind() {
 }
 
 void Job::takeCheckpoint() {
-  lastCheckpoint_ = Checkpoint{instance_->getPos(), output_.lengthBeforeLastBlock()};
-  ++counts_.checkpoints;
+  noticeLoss();
+  const Checkpoint checkpoint{instance_->getPos(), output_.lengthBeforeLastBlock()};
   blocksSinceCheckpoint_ = 0;
+  if (!isProtected(checkpoint.position)) return;
+  lastCheckpoint_ = checkpoint;
+  if (checkpoint.position > 0) ++counts_.checkpoints;
   if (!plan_.keepsState()) return;
   output_.flushToDisk();
-  record(*lastCheckpoint_, Finished::kNo);
+  record(checkpoint, Finished::kNo);
+}
+
+/// Whether the module has been able to write the checkpoint. It says nothing if it has not, since
+/// the data is delivered all the same.
+bool Job::isProtected(std::uint64_t position) {
+  if (plan_.noFallback) return false;
+  if (plan_.fallbackFile.empty()) return true;  // nobody knows its name
+  const std::string fault =
+      tools::lookAtFallbackFile(plan_.fallbackFile, plan_.fallbackOwner, position);
+  if (fault.empty()) return true;
+  if (plan_.keepsState()) removeState(plan_.statePath);
+  counts_.recordedPosition.reset();
+  warnUnprotected(fault);
+  return false;
+}
+
+/// The module deletes a file that it cannot write, and makes it anew at the next checkpoint.
+void Job::noticeLoss() {
+  if (!counts_.recordedPosition || !plan_.restartPossible) return;
+  const std::string fault = fallbackFileFault(plan_, *counts_.recordedPosition);
+  if (!fault.empty()) warnUnprotected(fault);
+}
+
+void Job::warnUnprotected(const std::string& fault) {
+  if (std::exchange(warned_, true)) return;
+  counts_.warnings.push_back("the job goes on, but it cannot be restarted: the fallback file " +
+                             plan_.fallbackFile + " " + fault +
+                             "; name another place for it with Fallback_Directory");
+  tools::printError("warning: " + counts_.warnings.back());
 }
 
 void Job::record(const Checkpoint& checkpoint, Finished finished) {
-  saveState(plan_.statePath, {plan_.pipe, plan_.output, plan_.userInit, plan_.attributes,
-                              plan_.checkpointEvery, counts_.blockSize, checkpoint.position,
-                              checkpoint.outputLength, finished == Finished::kYes});
+  const OutputProof proof = proofOf(plan_.output, checkpoint.outputLength);
+  saveState(plan_.statePath,
+            {plan_.pipe, plan_.output, plan_.userInit, plan_.attributes, plan_.checkpointEvery,
+             counts_.blockSize, checkpoint.position, checkpoint.outputLength, proof.file, proof.end,
+             finished == Finished::kYes});
   counts_.recordedPosition = checkpoint.position;
-  if (plan_.restartPossible) interrupt_.setForcedStatus(tools::ExitStatus::kRestartable);
+}
+
+/// A pipe that nobody has connected to yet still waits for somebody.
+bool Job::isWriterThere() const {
+  return !isServerEnd_ || !WaitNamedPipeW(tools::toWide(plan_.pipe).c_str(), 1);
+}
+
+/// A request that takes so many blocks out of the pipe may take the time of as many, once there is
+/// a writer. The module does not say how far it has come.
+Interrupt::Patience Job::patienceOf(std::uint64_t blocks) const {
+  if (plan_.waitSeconds == 0) return {};
+  const std::chrono::duration<double> one(static_cast<double>(plan_.waitSeconds));
+  const auto all = one * static_cast<double>(blocks);
+  return [this, one, all](Interrupt::Clock::duration taken) {
+    return taken >= one && (taken >= all || !isWriterThere());
+  };
+}
+
+std::string Job::waitText() const {
+  if (!isWriterThere()) {
+    return "no writer has come to " + plan_.pipe + " within " +
+           tools::formatCount(plan_.waitSeconds, "second");
+  }
+  return "the writer at " + plan_.pipe + " took longer than " +
+         tools::formatCount(plan_.waitSeconds, "second") + " for a block";
 }
 
 JobEnd Job::stop() {

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "common/module.hpp"
 #include "common/progress.hpp"
@@ -23,38 +24,52 @@ struct JobCounts {
   std::uint64_t readBytes = 0;    // by this run
   double seconds = 0;             // from Open on
   double deliverySeconds = 0;     // from the first Read on
-  std::uint64_t checkpoints = 0;
+  std::uint64_t checkpoints = 0;  // that a restart or a rewind can go back to
   bool rewound = false;
   std::optional<std::uint64_t> recordedPosition;  // what the state file holds
+  std::vector<std::string> warnings;
 };
 
 enum class JobEnd { kDone, kStopped };
 
+/// What a person or the time has to do before the module takes the request.
+enum class Cure { kMend, kTime };
+
 /// A refusal of the module that needs more words than its own; nothing was changed by then.
-class RequestRefused : public tools::ToolError {
+class RequestRefused : public std::runtime_error {
  public:
-  RequestRefused(const std::string& text, client::RequestFailed request)
-      : ToolError(text), request_(std::move(request)) {}
+  RequestRefused(const std::string& text, client::RequestFailed request, Cure cure)
+      : std::runtime_error(text), request_(std::move(request)), cure_(cure) {}
   const client::RequestFailed& request() const noexcept { return request_; }
+  Cure cure() const noexcept { return cure_; }
 
  private:
   client::RequestFailed request_;
+  Cure cure_;
 };
 
 /// Delivers the data of a plan. Failures are exceptions; counts() is good after them.
 class Job {
  public:
+  /// Throws ToolError when the output, or on a restart the fallback file, is not the job's.
   Job(const JobPlan& plan, client::Module& module, Interrupt& interrupt);
 
-  /// kStopped: Ctrl-C; the checkpoint behind the last whole block is recorded if the plan keeps a
-  /// state.
+  /// kStopped: Ctrl-C, or the writer took too long; the checkpoint after the last whole block is
+  /// recorded if the plan keeps a state.
   JobEnd run();
+  /// The process ends inside of a request: settles the counts and what is on the disk.
+  void leave();
 
   const JobCounts& counts() const noexcept { return counts_; }
+  /// Whether anything on the disk has been changed.
+  bool started() const noexcept { return started_; }
   /// The output file that holds only the beginning of the data; empty when there is none.
   std::string incompleteFile() const { return output_.incompleteFile(); }
+  /// What the wait for the writer came to, in one line without an end.
+  std::string waitText() const;
 
  private:
+  using Clock = std::chrono::steady_clock;
   enum class Finished { kNo, kYes };
   struct Checkpoint {
     std::uint64_t position = 0;
@@ -70,9 +85,15 @@ class Job {
   bool rewindIsDue() const noexcept;
   void rewind();
   void takeCheckpoint();
+  bool isProtected(std::uint64_t position);
+  void noticeLoss();
+  void warnUnprotected(const std::string& fault);
   void record(const Checkpoint& checkpoint, Finished finished);
   JobEnd stop();
   void finish();
+  void settle();
+  bool isWriterThere() const;
+  Interrupt::Patience patienceOf(std::uint64_t blocks) const;
 
   const JobPlan& plan_;
   client::Module& module_;
@@ -83,7 +104,11 @@ class Job {
   std::optional<tools::Progress> progress_;
   std::optional<Checkpoint> lastCheckpoint_;
   std::uint64_t blocksSinceCheckpoint_ = 0;
-  std::chrono::steady_clock::time_point deliveryStart_;
+  Clock::time_point start_;
+  Clock::time_point deliveryStart_;
+  bool started_ = false;
+  bool isServerEnd_ = false;     // the module has made the pipe
+  bool warned_ = false;          // that the fallback file does not protect the job
   bool confirmRestart_ = false;  // the block of the restart's position is still to come again
   bool endTold_ = false;         // the module has answered pmrcEOF
 };

@@ -6,10 +6,32 @@
 
 #include "common/text.hpp"
 #include "common/tool_error.hpp"
+#include "host/output_proof.hpp"
 
 namespace tallow::host {
 
 using tools::OutputFile;
+
+namespace {
+
+/// Restarting cuts the file back, so it must be the one whose beginning the state counts. Without
+/// any bytes to compare, only the very same file will do, or one with nothing to lose.
+void requireOutputOf(const JobState& state, std::uint64_t size) {
+  if (size < state.outputLength) {
+    throw tools::ToolError(state.output + " has " + std::to_string(size) +
+                           " bytes, but the state counts " + std::to_string(state.outputLength) +
+                           "; put the output of this job back, or start over with --new");
+  }
+  const OutputProof proof = proofOf(state.output, state.outputLength);
+  const bool same = state.outputLength > 0 ? proof.end == state.outputEnd
+                                           : size == 0 || proof.file == state.outputFile;
+  if (same) return;
+  throw tools::ToolError(state.output +
+                         " is not what this job wrote and was not touched; put the output of this "
+                         "job back, or start over with --new");
+}
+
+}  // namespace
 
 JobOutput JobOutput::forJob(const std::string& path, bool restartable) {
   JobOutput output;
@@ -21,6 +43,9 @@ JobOutput JobOutput::forJob(const std::string& path, bool restartable) {
   }
   output.file_ = OutputFile::tryOpenExisting(path);
   const bool device = output.file_ && !output.file_->isOrdinary();
+  if (device && restartable) {
+    throw tools::MisuseError(path + " is no ordinary file and cannot be cut back for --state");
+  }
   if (device) return output;  // NUL and its like: nothing to rename
   if (restartable) {
     if (!output.file_) {
@@ -34,24 +59,23 @@ JobOutput JobOutput::forJob(const std::string& path, bool restartable) {
   return output;
 }
 
-JobOutput JobOutput::forRestart(const std::string& path, std::uint64_t keptLength) {
+JobOutput JobOutput::forRestart(const JobState& state) {
   JobOutput output;
-  output.path_ = path;
-  output.file_ = OutputFile::openExisting(path);
-  if (const std::uint64_t size = output.file_->size(); size < keptLength) {
-    throw tools::ToolError(path + " has " + std::to_string(size) + " bytes, but the state counts " +
-                           std::to_string(keptLength) +
-                           "; put the output of this job back, or start over with --new");
+  output.path_ = state.output;
+  output.file_ = OutputFile::openExisting(state.output);
+  if (!output.file_->isOrdinary()) {
+    throw tools::ToolError(state.output + " is no ordinary file; a job never wrote it");
   }
-  output.length_ = output.lengthBeforeLastBlock_ = keptLength;
+  requireOutputOf(state, output.file_->size());
+  output.length_ = output.lengthBeforeLastBlock_ = state.outputLength;
   return output;
 }
 
-JobOutput::~JobOutput() {
+void JobOutput::abandon() {
   if (!file_ || finished_) return;
   const bool unused = created_ && !started_;
-  if (partPath_.empty() && !unused) return;
   file_.reset();
+  if (partPath_.empty() && !unused) return;
   DeleteFileW(tools::toWide(unused ? path_ : partPath_).c_str());
 }
 

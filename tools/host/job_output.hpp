@@ -8,6 +8,7 @@
 #include <string>
 
 #include "common/output_file.hpp"
+#include "host/job_state.hpp"
 
 namespace tallow::host {
 
@@ -22,11 +23,12 @@ class JobOutput {
   /// that was not there before is not left behind unless start() was reached.
   /// "-" is standard output.
   static JobOutput forJob(const std::string& path, bool restartable);
-  /// A file that an earlier run of the job has begun.
-  static JobOutput forRestart(const std::string& path, std::uint64_t keptLength);
+  /// A file that an earlier run of the job has begun. Throws ToolError unless it is proved to be
+  /// the one that the state counts.
+  static JobOutput forRestart(const JobState& state);
 
   JobOutput(JobOutput&&) = default;
-  ~JobOutput();
+  ~JobOutput() { abandon(); }
 
   /// Empties the file, or cuts it back to the length kept.
   void start();
@@ -35,7 +37,10 @@ class JobOutput {
   void flushToDisk() { file_->flushToDisk(); }
   /// The data is whole: gives the file its name.
   void finish();
+  /// Closes the file, and deletes what nobody can use.
+  void abandon();
 
+  const std::string& path() const noexcept { return path_; }
   std::uint64_t length() const noexcept { return length_; }
   /// Bytes in front of the block written last.
   std::uint64_t lengthBeforeLastBlock() const noexcept { return lengthBeforeLastBlock_; }

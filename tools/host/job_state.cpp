@@ -7,14 +7,38 @@
 #include "common/output_file.hpp"
 #include "common/text.hpp"
 #include "common/tool_error.hpp"
+#include "config/options_record.hpp"
 
 namespace tallow::host {
 namespace {
 
 using nlohmann::ordered_json;
 
-constexpr const char* kFormat = "tallow-host state 1";
+constexpr const char* kFormat = "tallow-host state 2";
 constexpr std::uint64_t kLargestStateFile = 1U << 20;
+
+constexpr std::uint64_t kLargestNumber = std::uint64_t{1} << 62;
+
+/// Thrown and caught here: the content is no state.
+struct Unfit {};
+
+/// Exactly a whole number in the range, neither negative nor with a fraction.
+std::uint64_t numberOf(const ordered_json& json, const char* name, std::uint64_t lowest,
+                       std::uint64_t highest) {
+  const ordered_json& item = json.at(name);
+  if (!item.is_number_unsigned()) throw Unfit{};
+  const auto number = item.get<std::uint64_t>();
+  if (number < lowest || number > highest) throw Unfit{};
+  return number;
+}
+
+/// The output cannot be longer than the blocks that it counts.
+void requireFittingLength(const JobState& state) {
+  const std::uint64_t comesAgain = state.finished || state.position == 0 ? 0 : 1;
+  const std::uint64_t blocks = state.position - comesAgain;
+  const std::uint64_t needed = (state.outputLength + state.blockSize - 1) / state.blockSize;
+  if (needed > blocks) throw Unfit{};
+}
 
 JobState fromJson(const ordered_json& json) {
   JobState state;
@@ -25,11 +49,15 @@ JobState fromJson(const ordered_json& json) {
     state.attributes.push_back(
         {item.at("name").get<std::string>(), item.at("value").get<std::string>()});
   }
-  state.checkpointEvery = json.at("checkpointEvery").get<std::uint64_t>();
-  state.blockSize = json.at("blockSize").get<std::uint32_t>();
-  state.position = json.at("position").get<std::uint64_t>();
-  state.outputLength = json.at("outputLength").get<std::uint64_t>();
+  state.checkpointEvery = numberOf(json, "checkpointEvery", 1, kLargestNumber);
+  state.blockSize =
+      static_cast<std::uint32_t>(numberOf(json, "blockSize", 1, config::kLargestBlockSize));
+  state.position = numberOf(json, "position", 0, kLargestNumber);
+  state.outputLength = numberOf(json, "outputLength", 0, kLargestNumber);
+  state.outputFile = json.at("outputFile").get<std::string>();
+  state.outputEnd = json.at("outputEnd").get<std::string>();
   state.finished = json.at("finished").get<bool>();
+  requireFittingLength(state);
   return state;
 }
 
@@ -47,6 +75,8 @@ ordered_json toJson(const JobState& state) {
           {"blockSize", state.blockSize},
           {"position", state.position},
           {"outputLength", state.outputLength},
+          {"outputFile", state.outputFile},
+          {"outputEnd", state.outputEnd},
           {"finished", state.finished}};
 }
 
@@ -63,6 +93,8 @@ JobState loadState(const std::string& path) {
     if (json.at("format").get<std::string>() == kFormat) return fromJson(json);
   } catch (const nlohmann::json::exception&) {
     // Falls through to the one answer for everything that is no state.
+  } catch (const Unfit&) {
+    // The same.
   }
   throw tools::ToolError(path +
                          " is damaged or no state file of tallow-host; name another with --state, "

@@ -23,12 +23,15 @@ struct JobState {
   std::uint64_t position = 0;         // what GetPos answered
   std::uint64_t outputLength = 0;  // bytes of the output before the block of that position, which
                                    // comes again after a restart; all bytes once finished
+  std::string outputFile;          // which file the output was, and the MD5 of the end of those
+  std::string outputEnd;           // bytes; see OutputProof
   bool finished = false;           // the end of the data has been reached and written
 };
 
 /// Whether a file of that name is there, of whatever kind.
 bool stateExists(const std::string& path);
-/// Throws ToolError when the file cannot be read or is no state of a job.
+/// Throws ToolError when the file cannot be read or is no state of a job, and when its numbers do
+/// not fit each other.
 JobState loadState(const std::string& path);
 /// No state of an earlier job is left behind.
 void removeState(const std::string& path);

@@ -11,6 +11,8 @@
 namespace tallow::host {
 namespace {
 
+using tools::EffectiveOptions;
+using tools::explainInitString;
 using tools::MisuseError;
 
 /// Blocks between two checkpoints of a job that keeps a state and does not say how many.
@@ -24,22 +26,19 @@ std::string fullPath(const std::string& path) {
 /// Names the fallback file beside the state file. Stands in front of the user's own options, so
 /// that these keep their meaning whatever they end with, and a folder that they name wins. The
 /// module finds a file again in any working folder only when it is named.
-void nameFallbackFile(JobPlan& plan, const EffectiveOptions& options) {
-  const std::filesystem::path state = std::filesystem::absolute(tools::toWide(plan.statePath));
-  const std::string folder = tools::toUtf8(state.parent_path().wstring());
-  const std::string name = tools::toUtf8(state.filename().wstring()) + ".fbf";
-  plan.moduleInit =
-      "Fallback_Directory=\"" + folder + "\" Fallback_file=\"" + name + "\" " + plan.userInit;
-  plan.ownFallbackFile = fullPath(
-      (options.fallbackDirectory.empty() ? folder : options.fallbackDirectory) + "\\" + name);
+std::string withFallbackFile(const std::string& userInit, const std::string& statePath) {
+  const std::filesystem::path state = std::filesystem::absolute(tools::toWide(statePath));
+  return "Fallback_Directory=\"" + tools::toUtf8(state.parent_path().wstring()) +
+         "\" Fallback_file=\"" + tools::toUtf8(state.filename().wstring()) + ".fbf\" " + userInit;
 }
 
-void requireStateFolder(const std::string& statePath) {
-  std::error_code error;
-  const std::filesystem::path state = std::filesystem::absolute(tools::toWide(statePath));
-  if (std::filesystem::is_directory(state.parent_path(), error)) return;
-  throw tools::ToolError("cannot write " + statePath +
-                         ": its folder does not exist; create it or name another with --state");
+/// With one of these the module takes the pipe's name as UTF-8.
+bool isPipeNameUtf8(const std::vector<Attribute>& attributes) {
+  std::string charset;
+  for (const Attribute& attribute : attributes) {
+    if (attribute.name == "CHARSET_NAME") charset = attribute.value;
+  }
+  return charset == "UTF8" || charset == "UTF16";
 }
 
 void refuseOneFileForTwo(const JobPlan& plan) {
@@ -63,6 +62,10 @@ bool hasTimeout(const std::vector<Attribute>& attributes) {
 
 /// Takes what the command line leaves out from the state; what it gives must fit.
 void takeUpState(JobPlan& plan, const Settings& settings) {
+  if (!stateExists(settings.state)) {
+    throw MisuseError("there is no state file " + settings.state +
+                      "; name the job's with --state, or start the job without --restart");
+  }
   JobState state = loadState(settings.state);
   if (settings.pipe && *settings.pipe != state.pipe) {
     throw MisuseError("the job in " + settings.state + " reads " + state.pipe +
@@ -112,19 +115,68 @@ void addWarnings(JobPlan& plan, const EffectiveOptions& options) {
   }
 }
 
+/// What the options make of the fallback file, and whether it makes a restart possible.
+void settleFallbackFile(JobPlan& plan) {
+  EffectiveOptions options = explainInitString(plan.userInit).effective;
+  plan.namesFallbackFile = plan.keepsState() && !options.noFallback && options.fallbackFile.empty();
+  plan.moduleInit =
+      plan.namesFallbackFile ? withFallbackFile(plan.userInit, plan.statePath) : plan.userInit;
+  if (plan.namesFallbackFile) options = explainInitString(plan.moduleInit).effective;
+  plan.noFallback = options.noFallback;
+  if (!options.noFallback) plan.fallbackFile = tools::fallbackPath(options);
+  plan.fallbackOwner = {pipeName(plan), options.blockSize};
+  plan.restartPossible = plan.keepsState() && options.needFullBlock && !options.noFallback;
+  refuseHopelessRestart(plan, options);
+  addWarnings(plan, options);
+}
+
 }  // namespace
 
-JobPlan makePlan(const Settings& settings) {
-  JobPlan plan;
+std::string pipeName(const JobPlan& plan) {
+  return isPipeNameUtf8(plan.attributes) ? plan.pipe : tools::toAnsi(plan.pipe);
+}
+
+void requireStatePlace(const std::string& statePath) {
+  std::error_code error;
+  const std::filesystem::path state = std::filesystem::absolute(tools::toWide(statePath));
+  if (std::filesystem::is_directory(state, error)) {
+    throw MisuseError(statePath + " is a folder; name a file with --state");
+  }
+  if (std::filesystem::is_directory(state.parent_path(), error)) return;
+  throw MisuseError("cannot write " + statePath +
+                    ": its folder does not exist; create it or name another with --state");
+}
+
+std::string fallbackFileFault(const JobPlan& plan, std::uint64_t position) {
+  std::string fault = tools::lookAtFallbackFile(plan.fallbackFile, plan.fallbackOwner, position);
+  // Nothing has to come out of the file at the beginning.
+  if (position == 0 && fault == tools::kFallbackFileAbsent) fault.clear();
+  return fault;
+}
+
+void requireFallbackFile(const JobPlan& plan) {
+  const std::string fault = fallbackFileFault(plan, plan.restart->position);
+  if (fault.empty()) {
+    if (!tools::isFallbackFileHeld(plan.fallbackFile)) return;
+    throw tools::ToolError("the fallback file " + plan.fallbackFile +
+                               " is held by another process; end that, then restart",
+                           tools::ExitStatus::kRestartable);
+  }
+  throw NothingToRestartFrom("the restart was refused: the fallback file " + plan.fallbackFile +
+                             " " + fault + "; the output " + plan.output +
+                             " is as it was; start over with --new");
+}
+
+void makePlan(JobPlan& plan, const Settings& settings) {
   plan.statePath = settings.state;
   plan.checkpointEvery = settings.checkpointEvery;
   plan.rewindAfter = settings.rewindAfter;
+  plan.waitSeconds = settings.wait;
   plan.closeR = settings.closeR;
   if (settings.restart) {
     takeUpState(plan, settings);
   } else {
     refuseFreshRunOverState(settings);
-    if (plan.keepsState()) requireStateFolder(plan.statePath);
     plan.pipe = *settings.pipe;
     plan.output = fullPath(*settings.output);
     plan.userInit = settings.init.value_or("");
@@ -134,14 +186,7 @@ JobPlan makePlan(const Settings& settings) {
     }
   }
   refuseOneFileForTwo(plan);
-  const EffectiveOptions options = explainInitString(plan.userInit).effective;
-  const bool namesFile = plan.keepsState() && !options.noFallback && options.fallbackFile.empty();
-  plan.moduleInit = plan.userInit;
-  if (namesFile) nameFallbackFile(plan, options);
-  plan.restartPossible = plan.keepsState() && options.needFullBlock && !options.noFallback;
-  refuseHopelessRestart(plan, options);
-  addWarnings(plan, options);
-  return plan;
+  settleFallbackFile(plan);
 }
 
 }  // namespace tallow::host

@@ -5,6 +5,7 @@
 
 #include "common/formatting.hpp"
 #include "common/program.hpp"
+#include "common/quoting.hpp"
 #include "common/return_codes.hpp"
 #include "common/text.hpp"
 
@@ -41,11 +42,17 @@ ordered_json errorJson(const Outcome& outcome) {
   return error;
 }
 
-ordered_json toJson(const JobPlan& plan, const Outcome& outcome) {
+bool canBeRestarted(const Outcome& outcome) {
+  return outcome.status == ExitStatus::kRestartable || outcome.status == ExitStatus::kMendFirst;
+}
+
+ordered_json toJson(const Settings& settings, const JobPlan& plan, const Outcome& outcome) {
   const JobCounts& counts = outcome.counts;
   const double rate = counts.deliverySeconds > 0
                           ? static_cast<double>(counts.readBytes) / counts.deliverySeconds
                           : 0;
+  std::vector<std::string> warnings = plan.warnings;
+  warnings.insert(warnings.end(), counts.warnings.begin(), counts.warnings.end());
   return {{"status", tools::statusWord(outcome.status)},
           {"exitStatus", static_cast<int>(outcome.status)},
           {"module", moduleJson(outcome)},
@@ -61,6 +68,8 @@ ordered_json toJson(const JobPlan& plan, const Outcome& outcome) {
           {"rewound", counts.rewound},
           {"restartedFrom", plan.restart ? ordered_json(plan.restart->position) : nullptr},
           {"recordedPosition", orNull(counts.recordedPosition)},
+          {"restart", canBeRestarted(outcome) ? ordered_json(restartCommand(settings)) : nullptr},
+          {"warnings", warnings},
           {"error", errorJson(outcome)}};
 }
 
@@ -83,28 +92,25 @@ void printSummary(std::FILE* stream, const JobPlan& plan, const Outcome& outcome
   std::fprintf(stream, "%s\n", text.c_str());
 }
 
-/// Double quotes where a blank asks for them.
-std::string quoted(const std::string& argument) {
-  return argument.find(' ') == std::string::npos ? argument : "\"" + argument + "\"";
-}
-
 }  // namespace
 
 std::string restartCommand(const Settings& settings) {
-  std::string command = "tallow-host --state " + quoted(settings.state) + " --restart";
-  if (!settings.module.empty()) command += " --module " + quoted(settings.module);
+  std::string command =
+      "tallow-host --state " + tools::quotedArgument(settings.state) + " --restart";
+  if (settings.wait != 0) command += " --wait " + std::to_string(settings.wait);
+  if (!settings.module.empty()) command += " --module " + tools::quotedArgument(settings.module);
   return command;
 }
 
 void printReport(const Settings& settings, const JobPlan& plan, const Outcome& outcome) {
   // Standard output may be the data.
-  std::FILE* const stream = plan.output == "-" ? stderr : stdout;
+  std::FILE* const stream = plan.writesToStandardOutput() ? stderr : stdout;
   if (settings.json) {
     std::fprintf(stream, "%s\n",
-                 toJson(plan, outcome)
+                 toJson(settings, plan, outcome)
                      .dump(2, ' ', false, nlohmann::detail::error_handler_t::replace)
                      .c_str());
-  } else if (outcome.error.empty() || outcome.status == ExitStatus::kRestartable) {
+  } else if (outcome.error.empty() || (canBeRestarted(outcome) && outcome.counts.blockSize != 0)) {
     printSummary(stream, plan, outcome);
   }
   if (!outcome.error.empty()) tools::printError(outcome.error);

@@ -23,11 +23,15 @@ constexpr const char* kExamples = R"(Examples:
   Set attributes of the module:
     tallow-host --pipe \\.\pipe\orders --out - --attribute TIMEOUT_SECONDS=30 --init "nfb=no"
 
-Ctrl-C stops a job that has a state file behind its last whole block, with exit status 3.
+  Give up when no writer has come, or it has sent no block, for ten minutes:
+    tallow-host --pipe \\.\pipe\orders --out orders.csv --state orders.json --wait 600
+
+Ctrl-C stops a job that has a state file after its last whole block, with exit status 3.
 With --json the outcome is one JSON object on standard output (on standard error with --out -);
 docs/tools.md describes it.
 
-Exit status: 0 done, 1 failed, 2 wrong command line, 3 stopped and can be restarted.)";
+Exit status: 0 done; 1 failed, nothing to restart from; 2 misused, nothing was started; 3 stopped,
+the same restart may help now; 4 stopped, mend what the line says, then restart.)";
 
 Attribute splitAttribute(const std::string& text) {
   const std::size_t equals = text.find('=');
@@ -35,6 +39,14 @@ Attribute splitAttribute(const std::string& text) {
     throw MisuseError("--attribute " + text + " is not of the form NAME=VALUE");
   }
   return {text.substr(0, equals), text.substr(equals + 1)};
+}
+
+void requireNames(const Settings& settings) {
+  const auto require = [](const std::optional<std::string>& name, const char* option) {
+    if (name && name->empty()) throw MisuseError(std::string(option) + " has an empty name");
+  };
+  require(settings.pipe, "--pipe");
+  require(settings.output, "--out");
 }
 
 void requireTogether(const Settings& settings) {
@@ -91,7 +103,12 @@ std::optional<tools::ExitStatus> readCommandLine(std::vector<std::string> argume
   app.add_option("--state", settings.state,
                  "File that keeps the last checkpoint, so that the job can be restarted, for "
                  "example orders.json")
-      ->option_text("FILE");
+      ->option_text("FILE")
+      ->check(CLI::Validator(
+          [](const std::string& name) {
+            return name.empty() ? std::string("has an empty name") : std::string();
+          },
+          ""));
   app.add_flag("--restart", settings.restart,
                "Go on from the state file; everything that is not given again is taken from it");
   app.add_flag("--new", settings.startOver, "Start over although a state file is there");
@@ -99,6 +116,11 @@ std::optional<tools::ExitStatus> readCommandLine(std::vector<std::string> argume
                  "After so many checkpoints go back to the last one, once, for example 2")
       ->option_text("CHECKPOINTS")
       ->check(CLI::Range(std::uint64_t{1}, std::uint64_t{1} << 62));
+  app.add_option("--wait", settings.wait,
+                 "End when the writer takes longer than so many seconds for a block of data, also "
+                 "for the first, for example 600 (default: wait for ever)")
+      ->option_text("SECONDS")
+      ->check(CLI::Range(std::uint64_t{1}, std::uint64_t{31'536'000}));
   app.add_flag("--close-r", settings.closeR, "End with CloseR, which never asks, instead of Close");
   app.add_flag("--json", settings.json, "Print the outcome as JSON");
   app.add_option("--explain", settings.explain,
@@ -109,6 +131,7 @@ std::optional<tools::ExitStatus> readCommandLine(std::vector<std::string> argume
   for (const std::string& attribute : attributes) {
     settings.attributes.push_back(splitAttribute(attribute));
   }
+  requireNames(settings);
   requireTogether(settings);
   return std::nullopt;
 }

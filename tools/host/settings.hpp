@@ -21,6 +21,7 @@ struct Settings {
   std::string state;                  // empty: no state file
   std::uint64_t checkpointEvery = 0;  // blocks; 0: not given
   std::uint64_t rewindAfter = 0;      // checkpoints; 0: never
+  std::uint64_t wait = 0;             // seconds; 0: for ever
   bool restart = false;
   bool startOver = false;
   bool closeR = false;

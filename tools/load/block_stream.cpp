@@ -7,8 +7,8 @@
 #include <filesystem>
 #include <utility>
 
+#include "common/init_string.hpp"
 #include "common/text.hpp"
-#include "host/init_string.hpp"
 
 namespace tallow::load {
 namespace {
@@ -67,14 +67,14 @@ void BlockStream::finish() {
 }
 
 std::string fallbackPath(const std::string& initString) {
-  const host::EffectiveOptions options = host::explainInitString(initString).effective;
+  const tools::EffectiveOptions options = tools::explainInitString(initString).effective;
   const std::string folder =
       options.fallbackDirectory.empty() ? defaultFolder() : options.fallbackDirectory;
   return folder + "\\" + options.fallbackFile;
 }
 
 bool namesFallbackFile(const std::string& initString) {
-  return !host::explainInitString(initString).effective.fallbackFile.empty();
+  return !tools::explainInitString(initString).effective.fallbackFile.empty();
 }
 
 std::string withFallbackFile(const std::string& initString, const std::string& job,

@@ -3,7 +3,7 @@
 #include <array>
 #include <nlohmann/json.hpp>
 
-#include "host/init_string.hpp"
+#include "common/init_string.hpp"
 
 namespace tallow::load {
 namespace {
@@ -28,8 +28,8 @@ std::string spell(const std::optional<std::string>& nullText) {
 /// What decides how the data is cut, whether it is compared, and where the job's fallback file is.
 /// All else, as what is logged, may differ from run to run.
 std::string differenceOfInits(const std::string& recorded, const std::string& now) {
-  const host::EffectiveOptions before = host::explainInitString(recorded).effective;
-  const host::EffectiveOptions after = host::explainInitString(now).effective;
+  const tools::EffectiveOptions before = tools::explainInitString(recorded).effective;
+  const tools::EffectiveOptions after = tools::explainInitString(now).effective;
   if (before.blockSize != after.blockSize) {
     return change("Block_size", std::to_string(before.blockSize), std::to_string(after.blockSize));
   }

@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "common/init_string.hpp"
 #include "common/pipe_names.hpp"
 #include "common/program.hpp"
 #include "common/quoting.hpp"
 #include "common/text.hpp"
-#include "host/init_string.hpp"
 #include "load/connection_source.hpp"
 #include "load/secrets.hpp"
 #include "load/sql_text.hpp"
@@ -38,7 +38,8 @@ Connection strings are, for example:
 The position of the load stands in the database, in the table tallow_checkpoint, and is committed
 together with the rows: whatever dies, a restart puts every row into the table exactly once.
 
-Exit status: 0 done, 1 failed, 2 wrong command line, 3 stopped and can be restarted.)";
+Exit status: 0 done; 1 failed, nothing to restart from; 2 misused, nothing was started; 3 stopped,
+the same restart may help now; 4 stopped, mend what the line says, then restart.)";
 
 char delimiterFrom(const std::string& text) {
   if (text == "\\t" || text == "tab") return '\t';
@@ -68,7 +69,7 @@ std::vector<std::string> splitNames(const std::string& list) {
 
 /// What a load cannot do without: the module's answer to a restart.
 void checkInitString(const std::string& text) {
-  const host::InitStringReport report = host::explainInitString(text);
+  const tools::InitStringReport report = tools::explainInitString(text);
   if (const std::string complaint = report.firstComplaint(); !complaint.empty()) {
     throw MisuseError("--init: " + complaint);
   }

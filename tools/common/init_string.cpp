@@ -1,4 +1,4 @@
-#include "host/init_string.hpp"
+#include "common/init_string.hpp"
 
 #include <algorithm>
 #include <stdexcept>
@@ -6,7 +6,7 @@
 #include "common/unknown_argument.hpp"
 #include "config/option_tokens.hpp"
 
-namespace tallow::host {
+namespace tallow::tools {
 namespace {
 
 using config::OptionId;
@@ -97,15 +97,24 @@ std::string apply(const OptionSetting& setting, const std::string& value,
   return {};
 }
 
+bool namesAFolder(std::string_view fileName) {
+  return fileName == "." || fileName == ".." ||
+         fileName.find_first_of("/\\:") != std::string_view::npos;
+}
+
 ExplainedOption explain(std::string_view keyword, std::string_view value,
                         EffectiveOptions& options) {
   ExplainedOption option{
-      std::string(keyword), std::string(value), canonicalName(keyword), false, {}};
+      std::string(keyword), std::string(value), canonicalName(keyword), false, false, {}};
   const OptionSetting setting = config::readOption(keyword, value);
   switch (setting.verdict) {
     case OptionVerdict::kGood:
-      option.good = true;
+      option.taken = option.good = true;
       option.text = apply(setting, option.value, options);
+      if (setting.id == OptionId::kFallbackFile && namesAFolder(value)) {
+        option.good = false;
+        option.text = "must be a file's name without a folder; name that with Fallback_Directory";
+      }
       break;
     case OptionVerdict::kEmptyValue:
       option.text = "has no value";
@@ -128,7 +137,7 @@ ExplainedOption explain(std::string_view keyword, std::string_view value,
 
 bool InitStringReport::accepted() const noexcept {
   return !endsTheParse && std::all_of(options.begin(), options.end(),
-                                      [](const auto& option) { return option.good; });
+                                      [](const auto& option) { return option.taken; });
 }
 
 std::string InitStringReport::firstComplaint() const {
@@ -167,4 +176,4 @@ InitStringReport explainInitString(std::string_view text) {
   return report;
 }
 
-}  // namespace tallow::host
+}  // namespace tallow::tools

@@ -8,14 +8,15 @@
 
 #include "config/option_setting.hpp"
 
-namespace tallow::host {
+namespace tallow::tools {
 
 /// One option of the string.
 struct ExplainedOption {
   std::string keyword;    // as written
   std::string value;      // as written, without quotes
   std::string canonical;  // the option's full name; empty when there is no such option
-  bool good = false;
+  bool taken = false;     // Init accepts it
+  bool good = false;      // and it does what it is meant for
   std::string text;  // what the option does, or what is wrong with it and what to write instead
 };
 
@@ -49,4 +50,4 @@ InitStringReport explainInitString(std::string_view text);
 /// The option name nearest to a mistyped keyword; empty when none is near.
 std::string nearestOption(std::string_view keyword);
 
-}  // namespace tallow::host
+}  // namespace tallow::tools
