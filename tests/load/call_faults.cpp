@@ -8,6 +8,7 @@
 //   die N              the process dies before its N-th call
 //   commit-lost N M    M commits from the N-th on are carried out and answered by a lost connection
 //   commit-undone N M  the same, but they are rolled back
+//   long-name          the driver says that a column's name is longer than the room for it
 #include <windows.h>
 // sql.h needs windows.h before it.
 #include <sql.h>
@@ -34,6 +35,7 @@ struct Plan {
   unsigned long firstCommit = 0;
   unsigned long lastCommit = 0;
   bool carriesOut = false;
+  bool longName = false;
 };
 
 Plan plan;
@@ -46,6 +48,7 @@ TallowPIDMMain realPidmMain = nullptr;
 decltype(&GetProcAddress) realGetProcAddress = nullptr;
 decltype(&SQLEndTran) realEndTran = nullptr;
 decltype(&SQLGetDiagRecW) realGetDiagRec = nullptr;
+decltype(&SQLDescribeColW) realDescribeCol = nullptr;
 
 std::string environment(const char* name) {
   std::array<char, 1024> value{};
@@ -113,6 +116,16 @@ SQLRETURN WINAPI getDiagRec(SQLSMALLINT type, SQLHANDLE handle, SQLSMALLINT reco
   return SQL_SUCCESS;
 }
 
+SQLRETURN WINAPI describeCol(SQLHSTMT statement, SQLUSMALLINT column, SQLWCHAR* name,
+                             SQLSMALLINT room, SQLSMALLINT* length, SQLSMALLINT* type,
+                             SQLULEN* size, SQLSMALLINT* digits, SQLSMALLINT* nullable) {
+  const SQLRETURN result =
+      realDescribeCol(statement, column, name, room, length, type, size, digits, nullable);
+  if (!plan.longName) return result;
+  *length = 32767;
+  return SQL_SUCCESS_WITH_INFO;
+}
+
 void pidmMain(TallowRequestBlock* request, void* parameters) {
   count();
   realPidmMain(request, parameters);
@@ -137,6 +150,7 @@ void readPlan() {
   std::sscanf(text.c_str(), "%31s %lu %lu", kind.data(), &first, &amount);
   const std::string name = kind.data();
   plan.counts = name == "count";
+  plan.longName = name == "long-name";
   if (name == "die") plan.dieAt = first;
   if (name == "commit-lost" || name == "commit-undone") {
     plan.firstCommit = first;
@@ -193,6 +207,7 @@ void patchProgram() {
   const std::array items = {COUNTED_FUNCTIONS(REPLACE)
                                 replacement("SQLEndTran", &endTran, &realEndTran),
                             replacement("SQLGetDiagRecW", &getDiagRec, &realGetDiagRec),
+                            replacement("SQLDescribeColW", &describeCol, &realDescribeCol),
                             replacement("GetProcAddress", &getProcAddress, &realGetProcAddress)};
 #undef REPLACE
   patchImports(items.data(), items.size());

@@ -7,6 +7,7 @@ import json
 import os
 import pathlib
 import random
+import re
 import shutil
 import signal
 import socket
@@ -41,6 +42,12 @@ def wait_until(condition, what):
 
 
 # ---------------------------------------------------------------------------------------- databases
+
+
+def free_port():
+    with contextlib.closing(socket.socket()) as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
 
 
 class Sqlite:
@@ -113,9 +120,7 @@ class PostgresServer:
         if os.geteuid() == 0:
             self.prefix = ["runuser", "-u", "postgres", "--"]
             shutil.chown(self.folder, "postgres")
-        with contextlib.closing(socket.socket()) as probe:
-            probe.bind(("127.0.0.1", 0))
-            self.port = probe.getsockname()[1]
+        self.port = free_port()
         data = f"{self.folder}/data"
         # As Debian sets it up, the driver would leave a log of each connection in /tmp.
         drivers = pathlib.Path("/etc/odbcinst.ini").read_text(encoding="utf-8")
@@ -158,6 +163,160 @@ class PostgresServer:
             self.stop("immediate")
         finally:
             shutil.rmtree(self.folder, ignore_errors=True)
+
+
+class Mariadb:
+    """A database of a server that the tests have started."""
+
+    name = "mariadb"
+
+    def __init__(self, server):
+        self.server = server
+        self.database = unique("db").replace("-", "_")
+        server.execute("", f"create database {self.database} character set utf8mb4")
+        self.connection_string = (
+            "Driver={MariaDB Unicode};Server=127.0.0.1;"
+            f"Port={server.port};Database={self.database};Uid={server.user}"
+        )
+
+    def execute(self, *statements):
+        # The name that most cases use is a reserved word here.
+        name = re.compile(r"\b(table|from|into|update|on|exists) rows\b")
+        self.server.execute(self.database, *(name.sub(r"\1 `rows`", text) for text in statements))
+
+    def query(self, statement):
+        """Rows of texts and Nones."""
+        path = pathlib.Path(self.server.folder, unique("rows"))
+        self.execute(f"{statement} into outfile '{path}' character set utf8mb4")
+        text = path.read_bytes().decode()
+        path.unlink()
+        return list(self.rows_of(text))
+
+    @staticmethod
+    def rows_of(text):
+        """The rows of a file that the server has written; a backslash stands before what is no end
+        of a field or row."""
+        row, field, characters = [], "", iter(text)
+        for c in characters:
+            if c == "\\":
+                c = next(characters)
+                field = None if c == "N" else field + ("\0" if c == "0" else c)
+            elif c in "\t\n":
+                row.append(field)
+                field = ""
+                if c == "\n":
+                    yield tuple(row)
+                    row = []
+            else:
+                field += c
+
+    def number_table(self, table):
+        self.execute(f"create table {table} (id int primary key, amount int, note text)")
+
+
+class MariadbServer:
+    """A server in a scratch folder, on a loopback port, under an unprivileged user."""
+
+    def __init__(self):
+        self.folder = tempfile.mkdtemp(prefix="tallow-maria-")
+        self.user = "loader"
+        self.account = []
+        if os.geteuid() == 0:
+            self.account = ["--user=mysql"]
+            shutil.chown(self.folder, "mysql")
+        self.port = free_port()
+        self.socket = f"{self.folder}/socket"
+        silence = {"stdout": subprocess.DEVNULL, "stderr": subprocess.DEVNULL}
+        install = ["mariadb-install-db", "--no-defaults", "--skip-test-db", *self.account]
+        install += [f"--datadir={self.folder}/data", "--auth-root-authentication-method=normal"]
+        subprocess.run(install, check=True, stdin=subprocess.DEVNULL, timeout=PATIENCE, **silence)
+        self.process = None
+        self.start()
+        rights = "select, insert, update, delete, create, drop, alter, index, trigger"
+        self.execute(
+            "",
+            f"create user {self.user}@'%'",
+            f"grant {rights} on *.* to {self.user}@'%'",
+        )
+
+    def start(self, *options):
+        with open(f"{self.folder}/log", "ab") as log:
+            self.process = subprocess.Popen(
+                ["/usr/sbin/mariadbd", "--no-defaults", *self.account, f"--socket={self.socket}"]
+                + [f"--datadir={self.folder}/data", f"--port={self.port}"]
+                + ["--bind-address=127.0.0.1", "--skip-name-resolve", "--innodb-flush-method=nosync"]
+                + ["--innodb-buffer-pool-size=32M", "--innodb-flush-log-at-trx-commit=2", *options],
+                stdin=subprocess.DEVNULL,
+                stdout=log,
+                stderr=log,
+            )
+        wait_until(self.answers, "the server's first answer")
+
+    def client(self, database):
+        return ["mariadb", "--no-defaults", "-u", "root", f"--socket={self.socket}", "-N", database]
+
+    def answers(self):
+        if self.process.poll() is not None:
+            raise RuntimeError("the server has ended; see its log")
+        probe = subprocess.run(
+            [*self.client("mysql"), "-e", "select 1"], capture_output=True, check=False
+        )
+        return probe.returncode == 0
+
+    def kill(self):
+        """Ends it at once, with nothing flushed."""
+        self.process.kill()
+        self.process.wait(PATIENCE)
+
+    def execute(self, database, *statements):
+        result = subprocess.run(
+            self.client(database or "mysql"),
+            input=";\n".join(statements).encode(),
+            check=True,
+            capture_output=True,
+            timeout=PATIENCE,
+        )
+        return result.stdout.decode()
+
+    def session(self, database):
+        """A session that stays open."""
+        return MariadbSession(self.client(database))
+
+    def close(self):
+        self.kill()
+        shutil.rmtree(self.folder, ignore_errors=True)
+
+
+class MariadbSession:
+    """A client that holds its transaction open until the end of the block."""
+
+    def __init__(self, command):
+        self.process = subprocess.Popen(
+            [*command, "-n"], stdin=subprocess.PIPE, stdout=subprocess.PIPE
+        )
+
+    def send(self, statements):
+        """Statements of which the last answers with one line."""
+        self.process.stdin.write(statements.encode() + b"\n")
+        self.process.stdin.flush()
+        return self.process.stdout.readline()
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.process.stdin.close()
+        self.process.wait(PATIENCE)
+        self.process.stdout.close()
+
+
+@contextlib.contextmanager
+def silent_server():
+    """A port that takes connections and never answers."""
+    with contextlib.closing(socket.socket()) as listener:
+        listener.bind(("127.0.0.1", 0))
+        listener.listen()
+        yield listener.getsockname()[1]
 
 
 # --------------------------------------------------------------------------------------------- data

@@ -7,7 +7,7 @@ import random
 import tempfile
 
 import harness
-from harness import Job, read_rows, table_rows, write_rows
+from harness import Job, Outcome, read_rows, table_rows, write_rows
 
 FULL = False
 
@@ -207,9 +207,9 @@ class Cases:
                     self.check_done(outcome, job, context)
 
     @contextlib.contextmanager
-    def load_half_way(self):
+    def load_half_way(self, *options):
         """A job that has committed its first rows, and what sends the rest and waits for the end."""
-        job = self.small_job(400)
+        job = self.small_job(400, 1, *options)
         content = job.source.read_bytes()
         load = job.start()
         with harness.SlowFeed(job) as feed:
@@ -231,6 +231,14 @@ class Cases:
         self.assertEqual(job.record(), before)
         self.assertEqual(len(table_rows(self.database, "rows")), before[1])
         self.check_done(job.run("--restart"), job)
+
+    def test_database_that_has_gone_back_in_time(self):
+        with self.load_half_way() as (job, finish):
+            self.database.execute("update tallow_checkpoint set commit_number = commit_number - 1")
+            before = job.record()
+            self.check_refused(finish(), 4, "gone back to an earlier state", "--start-over")
+        self.assertEqual(job.record(), before)
+        self.assertEqual(len(table_rows(self.database, "rows")), before[1])
 
     def test_a_second_loader_beside_the_first(self):
         with self.load_half_way() as (job, finish):
@@ -288,7 +296,7 @@ class Cases:
     def test_first_bad_row_stops_the_load(self):
         job, lines, rejects = self.bad_row_job({30})
         outcome = job.run()
-        self.assertEqual(outcome.status, 3, outcome)
+        self.assertEqual(outcome.status, 4, outcome)
         self.assertIn("line 30", outcome.err)
         self.assertIn("30,bad,note 30", outcome.err)
         self.assertIn("--restart", outcome.json["restart"])
@@ -303,7 +311,7 @@ class Cases:
         with harness.SlowFeed(job) as feed:
             # The second block is read ahead and never becomes full.
             feed.send(content)
-            self.check_refused(harness.Outcome(load), 3, "line 2")
+            self.check_refused(harness.Outcome(load), 4, "line 2")
 
     def test_rejects_are_written_once(self):
         bad = {3, 20, 21, 45}
@@ -347,7 +355,7 @@ class Cases:
         self.assertEqual(outcome.status, status, outcome)
         for word in words:
             self.assertIn(word, outcome.err)
-        self.assertLessEqual(len(outcome.err.splitlines()), 2 if status == 3 else 1, outcome)
+        self.assertLessEqual(len(outcome.err.splitlines()), 2 if status in (3, 4) else 1, outcome)
 
     def test_missing_table(self):
         job = self.job(self.data("in.csv", b"1\n"))
@@ -484,7 +492,7 @@ class Cases:
         (file,) = job.fallback_files()
         content = file.read_bytes()
         file.write_bytes(content[:20])
-        self.check_refused(job.run("--restart"), 3, "cannot be used", "nothing was changed")
+        self.check_refused(job.run("--restart"), 4, "cannot be used", "nothing was changed")
         self.assertEqual(job.record(), before)
         file.write_bytes(content)
         self.check_done(job.run("--restart"), job)
@@ -495,7 +503,7 @@ class Cases:
         content = bytearray(job.source.read_bytes())
         content[100] ^= 1
         outcome = job.run("--restart", source=self.data("other.csv", bytes(content)))
-        self.check_refused(outcome, 3, "other data", "--start-over")
+        self.check_refused(outcome, 4, "other data", "--start-over")
         self.assertEqual(job.record(), before)
         self.check_done(job.run("--restart"), job)
 
@@ -503,7 +511,7 @@ class Cases:
         job = self.interrupted_job()
         before = job.record()
         part = self.data("part.csv", job.source.read_bytes()[:600])
-        self.check_refused(job.run("--restart", source=part), 3, "sent less")
+        self.check_refused(job.run("--restart", source=part), 4, "sent less")
         self.assertEqual(job.record(), before)
         self.check_done(job.run("--restart"), job)
 
@@ -511,12 +519,34 @@ class Cases:
         job = self.interrupted_job()
         for file in job.fallback_files():
             file.unlink()
-        self.check_refused(job.run("--restart"), 1, "--start-over")
+        outcome = job.run("--restart")
+        self.check_refused(outcome, 1, "--start-over")
+        self.assertEqual(outcome.err.count("fallback file"), 1, outcome)
+
+    def test_more_values_than_a_statement_holds(self):
+        self.database.execute("create table rows (id varchar(9), a varchar(9), b varchar(9))")
+        source = self.data("in.csv", b"".join(b"%d,a,b\n" % i for i in range(1, 30001)))
+        before = self.job(source, "--columns", "id,a,b", "--batch", "32767")
+        self.check_refused(before.run_alone(), 2, "--batch 21845")
+        after = self.job(source, "--batch", "32767", block=65536)
+        outcome = after.run_alone()
+        self.check_refused(outcome, 2, "at most --batch")
+        self.assertIsNone(after.record())
+        most = outcome.err.split("at most --batch ")[1].split()[0]
+        full = self.job(source, "--batch", most, block=65536)
+        outcome = full.run()
+        self.assertEqual(outcome.status, 0, outcome)
+        self.assertEqual(self.database.query("select count(*) from rows"), [("30000",)])
+
+    def test_driver_that_says_a_longer_name_than_it_gives(self):
+        self.database.execute("create table rows (id varchar(9))")
+        job = self.job(self.data("in.csv", b"1\n"))
+        self.check_refused(Outcome(job.start(fault="long-name")), 1, "longer than 511")
 
     def test_open_quote_at_the_end(self):
         source = self.data("in.csv", b'1,a\n2,"b\n3,c\n')
         outcome = self.job(source, "--columns", "id,v", "--create").run()
-        self.check_refused(outcome, 3, "line 2")
+        self.check_refused(outcome, 4, "line 2")
         self.assertEqual(table_rows(self.database, "rows"), [])
 
     def test_init_strings_that_a_load_cannot_use(self):

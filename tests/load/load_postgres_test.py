@@ -31,7 +31,19 @@ class PostgresLoad(load_cases.Cases, unittest.TestCase):
         self.database.connection_string = (
             "Driver={PostgreSQL Unicode};Server=127.0.0.1;Port=1;Database=x;Uid=x"
         )
-        self.check_refused(job.run_alone(), 1, "database")
+        outcome = job.run_alone("--retry", "1")
+        self.check_refused(outcome, 3, "out of reach for 1 second")
+        # There is no job to restart: the same command is to be run again.
+        self.assertNotIn("--restart", outcome.json["restart"])
+
+    def test_login_that_is_refused(self):
+        job = self.job(self.data("in.csv", b"1\n"))
+        good = self.database.connection_string
+        self.database.connection_string = good.replace("Uid=postgres", "Uid=nobody")
+        self.check_refused(job.run_alone(), 1, "nobody", "check --to")
+        self.check_refused(job.run_alone("--restart"), 4, "nobody", "check --to")
+        self.database.connection_string = "Driver={No such driver};Server=127.0.0.1"
+        self.check_refused(job.run_alone("--restart"), 4, "check --to")
 
     def test_numbers_and_dates(self):
         self.database.execute("create table rows (id int, d date, n numeric(9,2), b boolean)")
@@ -163,7 +175,7 @@ class PostgresLoad(load_cases.Cases, unittest.TestCase):
         )
         source = self.data("in.csv", b"id,c1,c2\n1,a,b\n1,c,d\n")
         outcome = self.job(source, "--header", "--max-rejects", "9", "--rejects", self.folder / "r").run()
-        self.check_refused(outcome, 3, "23505")
+        self.check_refused(outcome, 4, "23505")
         self.assertEqual(table_rows(self.database, "rows"), [])
 
     def test_four_loads_at_once(self):

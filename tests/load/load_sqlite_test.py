@@ -1,7 +1,9 @@
 #!/usr/bin/env python3
 """tallow-load into SQLite."""
 
+import sqlite3
 import subprocess
+import time
 import unittest
 
 import harness
@@ -16,7 +18,13 @@ class SqliteLoad(load_cases.Cases, unittest.TestCase):
     def test_database_that_cannot_be_had(self):
         job = self.job(self.data("in.csv", b"1\n"))
         self.database.connection_string = "Driver={SQLite3};Database=/nowhere/at/all.db"
-        self.check_refused(job.run_alone(), 1, "database")
+        self.check_refused(job.run_alone("--retry", "1"), 1, "database", "check --to")
+
+    def test_driver_without_transactions(self):
+        job = self.small_job()
+        self.database.connection_string += ";NoTXN=1"
+        self.check_refused(job.run_alone(), 2, "NoTXN")
+        self.assertIsNone(job.record())
 
     def test_full_disk(self):
         disk = self.folder / "disk"
@@ -29,10 +37,41 @@ class SqliteLoad(load_cases.Cases, unittest.TestCase):
         source = write_rows(self.folder / "in.csv", 10000)
         job = self.job(source, "--header", "--create", block=16384)
         outcome = job.run()
-        self.check_refused(outcome, 3, "full")
+        self.check_refused(outcome, 4, "full")
         self.assertEqual(len(table_rows(self.database, "rows")), job.record()[1])
         self.assertGreater(job.record()[1], 0)
         subprocess.run(["mount", "-o", "remount,size=20m", disk], check=True)
+        self.check_done(job.run("--restart"), job)
+
+
+    def locked(self):
+        """Another program's lock on the whole file."""
+        holder = sqlite3.connect(self.database.path, isolation_level=None)
+        holder.execute("begin exclusive")
+        self.addCleanup(holder.close)
+        return holder
+
+    def test_database_that_is_locked(self):
+        # The driver's own limit would be 100 seconds.
+        self.database.connection_string = self.database.connection_string.split(";Timeout")[0]
+        job = self.small_job()
+        holder = self.locked()
+        start = time.monotonic()
+        outcome = job.run_alone("--retry", "4")
+        self.check_refused(outcome, 3, "locked by another program for 4 seconds")
+        self.assertLess(time.monotonic() - start, 30)
+        holder.rollback()
+        self.check_done(job.run(), job)
+
+    def test_database_that_is_locked_during_the_load(self):
+        self.database.connection_string = self.database.connection_string.split(";Timeout")[0]
+        with self.load_half_way("--retry", "4") as (job, finish):
+            holder = self.locked()
+            start = time.monotonic()
+            outcome = finish()
+            self.check_refused(outcome, 3, "locked by another program for 4 seconds")
+            self.assertLess(time.monotonic() - start, 40)
+            holder.rollback()
         self.check_done(job.run("--restart"), job)
 
 

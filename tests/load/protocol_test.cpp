@@ -88,13 +88,13 @@ TEST(Reconnect, GoesBackWhenTheCommitDidNotHappen) {
 }
 
 TEST(Reconnect, StaysWhenTheCommitHappened) {
-  EXPECT_EQ(decideAfterReconnection(doubtful(), record(8, 80, 4)), AfterReconnection::kStayHere);
+  EXPECT_EQ(decideAfterReconnection(doubtful(), record(8, 80, 5)), AfterReconnection::kStayHere);
 }
 
 TEST(Reconnect, IsFinishedWhenTheLastCommitHappened) {
   Belief belief = doubtful();
   belief.inDoubt->done = true;
-  EXPECT_EQ(decideAfterReconnection(belief, record(8, 80, 4, true)), AfterReconnection::kFinished);
+  EXPECT_EQ(decideAfterReconnection(belief, record(8, 80, 5, true)), AfterReconnection::kFinished);
 }
 
 TEST(Reconnect, TellsTheEndFromACheckpointAtTheSameBlock) {
@@ -125,8 +125,25 @@ TEST(Reconnect, FindsAPositionThatIsNotItsOwn) {
   EXPECT_EQ(decideAfterReconnection(doubtful(), record(6, 60, 4)), AfterReconnection::kTaken);
 }
 
-TEST(Reconnect, FindsARowThatWasMadeAnew) {
-  EXPECT_EQ(decideAfterReconnection(doubtful(), record(4, 40, 2)), AfterReconnection::kTaken);
+TEST(Reconnect, ForgivesItsOwnUnansweredClaimsAfterTheCommit) {
+  Belief belief = doubtful();
+  belief.unansweredClaims = 1;
+  EXPECT_EQ(decideAfterReconnection(belief, record(8, 80, 6)), AfterReconnection::kStayHere);
+  EXPECT_EQ(decideAfterReconnection(belief, record(8, 80, 7)), AfterReconnection::kTaken);
+}
+
+TEST(Reconnect, FindsADatabaseThatHasGoneBackInTime) {
+  // The claim has made 3 of the 2 that the database remembers: the commit with number 3 is gone.
+  EXPECT_EQ(decideAfterReconnection(doubtful(), record(2, 20, 3)), AfterReconnection::kLostCommits);
+  EXPECT_EQ(decideAfterReconnection(doubtful(), record(4, 40, 2)), AfterReconnection::kLostCommits);
+  EXPECT_EQ(decideAfterReconnection(doubtful(), record(8, 80, 1)), AfterReconnection::kLostCommits);
+}
+
+TEST(Reconnect, TellsACommitFromAnotherLoadersClaim) {
+  Belief belief = doubtful();
+  belief.inDoubt = belief.committed;
+  EXPECT_EQ(decideAfterReconnection(belief, record(4, 40, 5)), AfterReconnection::kStayHere);
+  EXPECT_EQ(decideAfterReconnection(belief, record(4, 40, 6)), AfterReconnection::kTaken);
 }
 
 TEST(Pacer, CountsBlocks) {

@@ -37,6 +37,7 @@ void InsertBatch::add(std::uint64_t number, const Row& row) {
     ++version_;
   }
   std::size_t cell = numbers_.size() * columns_.size();
+  bytes_ += row.raw.size();
   for (const Field& field : row.fields) {
     if (field.isNull || (nullText_ && field.text == *nullText_)) {
       lengths_[cell] = SQL_NULL_DATA;
@@ -78,18 +79,31 @@ void InsertBatch::insert() {
     insertPiece(first, rows);
     first += rows;
   }
-  numbers_.clear();
+  clear();
 }
 
 void InsertBatch::insertPiece(std::size_t first, std::size_t rows) {
   Prepared& insertion = prepared(rows);
   bindAll(insertion, first * columns_.size());
+  bool succeeded = false;
   try {
     insertion.statement.executePrepared(Step::kInsert);
+    succeeded = true;
+    requireAll(insertion.statement, rows);
   } catch (const DatabaseError& error) {
-    if (classify(error.diagnostic(), connection_.dialect(), Step::kInsert) != Fault::kBadRow) throw;
+    // Rows that are missing after a success are refused ones, unless the fault passes.
+    const Fault fault = classify(error.diagnostic(), connection_.dialect(), Step::kInsert);
+    if (fault == Fault::kLost || (fault == Fault::kPermanent && !succeeded)) throw;
     const auto begin = numbers_.begin() + static_cast<std::ptrdiff_t>(first);
     throw RowsRefused(error, {begin, begin + static_cast<std::ptrdiff_t>(rows)});
+  }
+}
+
+/// Looks at the row count, and at what the driver says beside a success.
+void InsertBatch::requireAll(const Statement& statement, std::size_t rows) const {
+  statement.requireChanged(static_cast<std::int64_t>(rows), Step::kInsert);
+  if (const auto& note = statement.note(); note && altersValue(*note, connection_.dialect())) {
+    throw DatabaseError(*note, Step::kInsert);
   }
 }
 

@@ -37,7 +37,8 @@ class InsertBatch {
               std::optional<std::string> nullText);
 
   std::size_t columns() const noexcept { return columns_.size(); }
-  bool full() const noexcept { return numbers_.size() == capacity_; }
+  /// Of rows, or of bytes: statements have a largest size.
+  bool full() const noexcept { return numbers_.size() == capacity_ || bytes_ >= kMostBytes; }
   bool empty() const noexcept { return numbers_.empty(); }
 
   /// The batch must not be full, and the row must have columns() fields.
@@ -45,7 +46,10 @@ class InsertBatch {
   /// Inserts what was collected. Throws RowsRefused or DatabaseError; the transaction is then to be
   /// rolled back, and the batch to be cleared.
   void insert();
-  void clear() noexcept { numbers_.clear(); }
+  void clear() noexcept {
+    numbers_.clear();
+    bytes_ = 0;
+  }
 
  private:
   /// What a parameter points to.
@@ -63,6 +67,9 @@ class InsertBatch {
     std::size_t firstCell = 0;   // that the first parameter points to
   };
 
+  static constexpr std::size_t kMostBytes = std::size_t{2} << 20U;
+
+  void requireAll(const Statement& statement, std::size_t rows) const;
   void store(std::size_t cell, std::string_view text, bool ascii);
   Prepared& prepared(std::size_t rows);
   void insertPiece(std::size_t first, std::size_t rows);
@@ -81,6 +88,7 @@ class InsertBatch {
   std::map<std::size_t, std::string> longValues_;  // by cell: bytes of a value that is longer
   std::uint64_t version_ = 1;                      // grows when a value may lie elsewhere
   std::vector<std::uint64_t> numbers_;             // of the collected rows
+  std::size_t bytes_ = 0;                          // of the collected rows, as they came
   std::map<std::size_t, std::unique_ptr<Prepared>> statements_;  // by rows
 };
 

@@ -8,17 +8,16 @@ namespace tallow::load {
 
 using tools::ToolError;
 
-JobSession::JobSession(std::string connectionString, std::string job, JobSettings settings)
+JobSession::JobSession(std::string connectionString, std::string job, JobSettings settings,
+                       std::chrono::milliseconds longestWait)
     : connectionString_(std::move(connectionString)),
       job_(std::move(job)),
-      settings_(std::move(settings)) {
-  connect();
-  provideJobTable(*connection_);
-}
+      settings_(std::move(settings)),
+      longestWait_(longestWait) {}
 
 void JobSession::connect() {
   connection_.reset();
-  connection_ = std::make_unique<Connection>(connectionString_);
+  connection_ = std::make_unique<Connection>(connectionString_, longestWait_);
 }
 
 std::optional<JobRecord> JobSession::look() {
@@ -40,7 +39,9 @@ void JobSession::take(RunMode mode, const JobProgress& start) {
   if (!record && mode != RunMode::kRestart) {
     try {
       makeJob(*connection_, job_, fresh);
+      takeIsInDoubt_ = true;
       connection_->commit();
+      takeIsInDoubt_ = false;
       belief_ = {start, fresh.commitNumber, std::nullopt, 0};
       return;
     } catch (const DatabaseError& error) {
@@ -49,6 +50,7 @@ void JobSession::take(RunMode mode, const JobProgress& start) {
       }
     }
     // Another loader has made the row at the same moment.
+    takeIsInDoubt_ = false;
     connection_->rollback();
     record = claim();
   }
@@ -67,8 +69,11 @@ void JobSession::take(RunMode mode, const JobProgress& start) {
     }
     record->settings = settings_;
     writeJob(*connection_, job_, *record);
+    ++record->commitNumber;
   }
+  takeIsInDoubt_ = true;
   connection_->commit();
+  takeIsInDoubt_ = false;
   belief_ = {record->progress, record->commitNumber, std::nullopt, 0};
 }
 
@@ -81,12 +86,19 @@ void JobSession::withdraw() {
 void JobSession::commit(const JobProgress& progress) {
   if (!writeJob(*connection_, job_, {settings_, progress, belief_.commitNumber})) {
     connection_->rollback();
-    throw JobTaken(job_);
+    explainLoss(look());
   }
   belief_.inDoubt = progress;
   connection_->commit();
+  ++belief_.commitNumber;
   belief_.committed = progress;
   belief_.inDoubt.reset();
+}
+
+/// The row is not the one that this loader has left.
+void JobSession::explainLoss(const std::optional<JobRecord>& row) const {
+  if (!row || row->commitNumber < belief_.commitNumber) throw CommitsLost(job_);
+  throw JobTaken(job_);
 }
 
 AfterReconnection JobSession::reconnect() {
@@ -95,11 +107,16 @@ AfterReconnection JobSession::reconnect() {
   const std::optional<JobRecord> row = claim();
   if (!row) {
     connection_->rollback();
-    return AfterReconnection::kTaken;
+    throw CommitsLost(job_);
+  }
+  const AfterReconnection outcome = decideAfterReconnection(belief_, *row);
+  if (outcome == AfterReconnection::kTaken || outcome == AfterReconnection::kLostCommits) {
+    connection_->rollback();
+    if (outcome == AfterReconnection::kTaken) throw JobTaken(job_);
+    throw CommitsLost(job_);
   }
   connection_->commit();
   --belief_.unansweredClaims;
-  const AfterReconnection outcome = decideAfterReconnection(belief_, *row);
   belief_ = {row->progress, row->commitNumber, std::nullopt, 0};
   return outcome;
 }

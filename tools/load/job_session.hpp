@@ -1,6 +1,7 @@
 // One loader's hold on its job: the connection, the job's row, and what is known of it.
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <string>
@@ -20,10 +21,22 @@ class JobTaken : public tools::ToolError {
                   "\"; this one stops and leaves it alone") {}
 };
 
+/// The database no longer holds what this loader has committed.
+class CommitsLost : public tools::ToolError {
+ public:
+  explicit CommitsLost(const std::string& job)
+      : ToolError("the database has gone back to an earlier state of the job \"" + job +
+                      "\", as after a fail-over or from a backup: what was committed since is "
+                      "missing; bring the database back to its newest state and restart, or remove "
+                      "the job's rows and begin anew with --start-over",
+                  tools::ExitStatus::kMendFirst) {}
+};
+
 class JobSession {
  public:
-  /// Connects and provides the table of jobs.
-  JobSession(std::string connectionString, std::string job, JobSettings settings);
+  /// Does not connect. `longestWait` is for each lock.
+  JobSession(std::string connectionString, std::string job, JobSettings settings,
+             std::chrono::milliseconds longestWait);
 
   Connection& connection() noexcept { return *connection_; }
   const std::string& job() const noexcept { return job_; }
@@ -34,6 +47,10 @@ class JobSession {
   /// `start` is what a job that begins has. Throws ToolError with the reason when the job is
   /// refused after all, since another loader came first.
   void take(RunMode mode, const JobProgress& start);
+  /// Whether take() has sent its commit: trying it again could then meet its own row.
+  bool takeIsInDoubt() const noexcept { return takeIsInDoubt_; }
+  /// Makes the connection, or makes it anew.
+  void connect();
   /// Removes the job's row while it is still this loader's and nothing was committed.
   void withdraw();
 
@@ -44,21 +61,23 @@ class JobSession {
   /// The last transaction whose outcome is known.
   const JobProgress& committed() const noexcept { return belief_.committed; }
 
-  /// Commits the transaction at hand together with the progress. Throws JobTaken.
+  /// Commits the transaction at hand together with the progress. Throws JobTaken and CommitsLost.
   void commit(const JobProgress& progress);
   void rollback() { connection_->rollback(); }
 
   /// Drops the connection, makes a new one, takes the job again and finds out what became of it.
-  /// committed() is then what the database says. Throws DatabaseError.
+  /// committed() is then what the database says. Throws DatabaseError, JobTaken and CommitsLost.
   AfterReconnection reconnect();
 
  private:
-  void connect();
   std::optional<JobRecord> claim();
+  [[noreturn]] void explainLoss(const std::optional<JobRecord>& row) const;
 
   std::string connectionString_;
   std::string job_;
   JobSettings settings_;
+  std::chrono::milliseconds longestWait_;
+  bool takeIsInDoubt_ = false;
   std::unique_ptr<Connection> connection_;
   Belief belief_;
 };

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "common/tool_error.hpp"
+#include "load/table_engine.hpp"
 
 namespace tallow::load {
 namespace {
@@ -132,21 +133,36 @@ void provideRejectsFile(Connection& connection) {
   }
 }
 
+/// False when no row was changed; a change that was refused is thrown.
+bool changedOne(const Statement& statement) {
+  if (statement.changedRows() == 0 && !statement.note()) return false;
+  statement.requireChanged(1);
+  return true;
+}
+
+void makeJobTable(Connection& connection) {
+  try {
+    Statement(connection).execute(createSql(connection.textType()));
+    connection.commit();
+  } catch (const DatabaseError& error) {
+    if (classify(error.diagnostic(), connection.dialect(), Step::kOther) == Fault::kLost) throw;
+    // Another load may have made it at the same moment.
+    connection.rollback();
+    if (jobTableIsThere(connection)) return;
+    throw ToolError(std::string("the table ") + kTable + " cannot be made: " + error.what() +
+                    "; give the database's user the right to make it, or have it made");
+  }
+}
+
 }  // namespace
 
 void provideJobTable(Connection& connection) {
   if (jobTableIsThere(connection)) {
     provideRejectsFile(connection);
-    return;
+  } else {
+    makeJobTable(connection);
   }
-  try {
-    Statement(connection).execute(createSql(connection.textType()));
-    connection.commit();
-  } catch (const DatabaseError&) {
-    // Another load may have made it at the same moment.
-    connection.rollback();
-    if (!jobTableIsThere(connection)) throw;
-  }
+  requireTransactions(connection, kTable);
 }
 
 std::optional<JobRecord> readJob(const Connection& connection, const std::string& job) {
@@ -164,7 +180,7 @@ bool claimJob(const Connection& connection, const std::string& job) {
                     " SET commit_number = commit_number + 1 WHERE job = ?");
   statement.bindText(job);
   statement.executePrepared();
-  return statement.changedRows() == 1;
+  return changedOne(statement);
 }
 
 void makeJob(const Connection& connection, const std::string& job, const JobRecord& record) {
@@ -176,6 +192,7 @@ void makeJob(const Connection& connection, const std::string& job, const JobReco
   bindRecord(statement, record);
   statement.bindText(job);
   statement.executePrepared();
+  statement.requireChanged(1);
 }
 
 bool writeJob(const Connection& connection, const std::string& job, const JobRecord& record) {
@@ -186,12 +203,12 @@ bool writeJob(const Connection& connection, const std::string& job, const JobRec
   }
   Statement statement(connection);
   statement.prepare(std::string("UPDATE ") + kTable + " SET " + assignments +
-                    " WHERE job = ? AND commit_number = ?");
+                    ", commit_number = commit_number + 1 WHERE job = ? AND commit_number = ?");
   bindRecord(statement, record);
   statement.bindText(job);
   statement.bindNumber(record.commitNumber);
   statement.executePrepared();
-  return statement.changedRows() == 1;
+  return changedOne(statement);
 }
 
 void removeJob(const Connection& connection, const std::string& job, std::uint64_t commitNumber) {

@@ -9,7 +9,8 @@
 
 namespace tallow::load {
 
-/// Makes the table unless it is there. Ends the transaction.
+/// Makes the table unless it is there. Ends the transaction. Throws ToolError when the table has no
+/// transactions.
 void provideJobTable(Connection& connection);
 
 /// The job's row, if there is one. Part of the transaction at hand.
@@ -22,8 +23,8 @@ bool claimJob(const Connection& connection, const std::string& job);
 /// Makes the job's row at the start, with commit number 1.
 void makeJob(const Connection& connection, const std::string& job, const JobRecord& record);
 
-/// Writes settings and progress over the row that has this commit number. False when the row is not
-/// there any more: another loader has taken the job.
+/// Writes settings and progress over the row that has this commit number, and adds 1 to the number.
+/// False when the row is not there any more.
 bool writeJob(const Connection& connection, const std::string& job, const JobRecord& record);
 
 /// Removes the row that has this commit number, if it is still there.

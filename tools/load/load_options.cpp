@@ -84,18 +84,22 @@ void checkInitString(const std::string& text) {
 }
 
 /// A connection string that comes from a file or the environment is not in it.
-std::string restartCommandOf(const std::vector<std::string>& arguments) {
+std::string commandOf(const std::vector<std::string>& arguments) {
   std::string command = "tallow-load";
   bool isConnection = false;
   for (const std::string& argument : arguments) {
-    if (argument == "--restart" || argument == "--start-over" || argument == "--rows-removed") {
-      continue;
-    }
     isConnection = isConnection || argument.starts_with("--to=");
     command += " " + tools::quotedArgument(isConnection ? withoutSecrets(argument) : argument);
     isConnection = argument == "--to";
   }
-  return command + " --restart";
+  return command;
+}
+
+std::string restartCommandOf(std::vector<std::string> arguments) {
+  std::erase_if(arguments, [](const std::string& argument) {
+    return argument == "--restart" || argument == "--start-over" || argument == "--rows-removed";
+  });
+  return commandOf(arguments) + " --restart";
 }
 
 std::string jobFromPipe(const std::string& pipe) {
@@ -104,6 +108,17 @@ std::string jobFromPipe(const std::string& pipe) {
 
 std::string fullPath(const std::string& path) {
   return tools::toUtf8(std::filesystem::absolute(tools::toWide(path)).wstring());
+}
+
+/// The values of a statement are counted in 16 bits. Many databases allow fewer, which shows once
+/// one is connected.
+void checkBatch(const LoadOptions& options) {
+  constexpr std::size_t kMost = 65535;
+  if (options.batch * options.columns.size() <= kMost) return;
+  throw MisuseError("--batch " + std::to_string(options.batch) + " with " +
+                    std::to_string(options.columns.size()) +
+                    " columns is more than a statement can hold; give at most --batch " +
+                    std::to_string(std::max<std::size_t>(kMost / options.columns.size(), 1)));
 }
 
 void checkAgainstEachOther(const LoadOptions& options, bool restart, bool startOver) {
@@ -187,7 +202,7 @@ std::optional<ExitStatus> readCommandLine(const std::vector<std::string>& argume
       ->check(CLI::Range(0, 1'000'000'000))
       ->option_text("N");
   app.add_option("--retry", options.retrySeconds,
-                 "Seconds to go on trying when the database is out of reach (default 60)")
+                 "Seconds to go on trying when the database is out of reach or locked (default 60)")
       ->check(CLI::Range(0, 1'000'000))
       ->option_text("SECONDS");
   app.add_flag("--restart", restart, "Go on with a job from what the database says of it");
@@ -211,11 +226,13 @@ std::optional<ExitStatus> readCommandLine(const std::vector<std::string>& argume
   if (options.job.empty()) options.job = jobFromPipe(options.settings.pipe);
   if (restart) options.mode = RunMode::kRestart;
   if (startOver) options.mode = RunMode::kStartOver;
+  checkBatch(options);
   checkAgainstEachOther(options, restart, startOver);
   checkInitString(options.settings.init);
   parseTableName(options.settings.table);  // refuses what is none
   if (!options.rejects.empty()) options.settings.rejectsFile = fullPath(options.rejects);
   options.connection = connectionFrom(options.connection, toFile);
+  options.sameCommand = commandOf(arguments);
   options.restartCommand = restartCommandOf(arguments);
   return std::nullopt;
 }

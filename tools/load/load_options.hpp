@@ -29,6 +29,7 @@ struct LoadOptions {
   bool rowsRemoved = false;  // the person says that the table holds none of the job's any more
   bool json = false;
   std::string module;
+  std::string sameCommand;
   std::string restartCommand;
 };
 

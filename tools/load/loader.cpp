@@ -8,6 +8,7 @@
 #include <thread>
 #include <utility>
 
+#include "common/formatting.hpp"
 #include "common/output_file.hpp"
 #include "common/printable.hpp"
 #include "common/program.hpp"
@@ -15,6 +16,7 @@
 #include "load/data_format.hpp"
 #include "load/job_table.hpp"
 #include "load/sql_text.hpp"
+#include "load/table_engine.hpp"
 
 namespace tallow::load {
 namespace {
@@ -23,9 +25,25 @@ using client::RequestFailed;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 using tools::ExitStatus;
+using tools::MisuseError;
 using tools::ToolError;
 
 constexpr std::size_t kShownOfRow = 200;  // bytes
+
+/// Room in the server's largest statement for all but the row.
+constexpr std::uint64_t kStatementOverhead = 64ULL * 1024;
+
+/// How long one statement may wait for a lock: half of the time that the load has for it all.
+milliseconds longestWait(const LoadOptions& options) {
+  return std::clamp(milliseconds(options.retrySeconds * 500ULL), milliseconds(1000),
+                    milliseconds(30000));
+}
+
+/// A failure with its last words and status.
+class Ended : public ToolError {
+ public:
+  using ToolError::ToolError;
+};
 
 std::string textOf(const RequestFailed& error) {
   return tools::ansiToUtf8(error.what());
@@ -53,6 +71,7 @@ Loader::~Loader() = default;
 
 LoadReport Loader::report() const {
   LoadReport report = report_;
+  report.nothingBegun = !isBegun();
   if (session_) report.progress = session_->committed();
   return report;
 }
@@ -63,50 +82,63 @@ void Loader::run() {
     if (!done_) loadBlocks();
   } catch (const JobTaken&) {
     throw;
+  } catch (const Ended&) {
+    throw;
   } catch (const ToolError& error) {
-    if (error.status() != ExitStatus::kFailed) throw;
-    fail(error.what());
+    const bool isOurs =
+        error.status() == ExitStatus::kFailed || error.status() == ExitStatus::kRestartable;
+    if (!isOurs) throw;
+    fail(error.what(), error.status());
   } catch (const DatabaseError& error) {
+    const bool unconnected = error.step() == Step::kConnect;
     const std::string text =
-        session_ ? std::string("the database says: ") + error.what()
-                 : std::string("cannot use the database: ") + error.what() +
-                       "; check --to, and that its user may make the table tallow_checkpoint";
-    const bool untold = options_.mode == RunMode::kRestart || taking_;
-    if (!taken_ && untold && isLost(error)) throw ToolError(text, ExitStatus::kRestartable);
-    fail(text);
+        (unconnected ? "cannot connect to the database: " : "the database says: ") +
+        std::string(error.what()) + (unconnected ? "; check --to" : "");
+    fail(text, isLost(error) ? ExitStatus::kRestartable : ExitStatus::kMendFirst);
   } catch (const UnreadableData& error) {
-    fail(std::string(error.what()) + "; repair the data there and send it again");
+    fail(std::string(error.what()) + "; repair the data there and send it again",
+         ExitStatus::kMendFirst);
   } catch (const RequestFailed& error) {
-    fail(textOf(error));
+    fail(textOf(error), ExitStatus::kRestartable);
   } catch (const std::bad_alloc&) {
-    fail("out of memory; use a smaller block size or batch, or close other programs");
+    fail("out of memory; use a smaller block size or batch, or close other programs",
+         ExitStatus::kMendFirst);
   } catch (const std::exception& error) {
-    fail(error.what());
+    fail(error.what(), ExitStatus::kMendFirst);
   }
 }
 
-void Loader::fail(const std::string& text) const {
-  if (canBeRestarted()) throw ToolError(text, ExitStatus::kRestartable);
-  if (!taken_) throw ToolError(text);
-  throw ToolError(text + "; the fallback file " + fallbackPath_ +
-                  " is gone, so only --start-over is left");
+/// Ends the load. What has no status of its own needs something mended first, and what has nothing
+/// to restart from has failed; but a fault that passes may be gone when the same is run again.
+void Loader::fail(const std::string& text, ExitStatus status) const {
+  const bool passes = status == ExitStatus::kRestartable;
+  if (!isBegun()) throw Ended(text, passes ? status : ExitStatus::kFailed);
+  if (canBeRestarted()) throw Ended(text, passes ? status : ExitStatus::kMendFirst);
+  throw Ended(
+      text + "; the fallback file " + fallbackPath_ + " is gone, so only --start-over is left",
+      ExitStatus::kFailed);
+}
+
+/// Whether a restart finds the job, as far as this run can know.
+bool Loader::isBegun() const {
+  return taken_ || goesOn_ || (session_ && session_->takeIsInDoubt());
 }
 
 /// From position 0 the job reads its data from the first block on, like a new one; any other
 /// position needs the fallback file.
 bool Loader::canBeRestarted() const {
-  if (!taken_ && !goesOn_) return false;
   const std::uint64_t position = taken_ ? session_->committed().position : start_.position;
   return position == 0 || fileIsThere(fallbackPath_);
 }
 
 void Loader::begin() {
-  session_ = std::make_unique<JobSession>(options_.connection, options_.job, options_.settings);
-  dialect_ = session_->connection().dialect();
-  const Beginning beginning = look();
-  if (beginning.kind == Beginning::Kind::kRefused) throw ToolError(beginning.reason);
-  done_ = report_.wasDone = beginning.kind == Beginning::Kind::kAlreadyDone;
+  // Until the job's row has been looked at, a restart takes it for granted.
+  goesOn_ = options_.mode == RunMode::kRestart;
+  const Beginning beginning = connectAndLook();
   goesOn_ = beginning.kind == Beginning::Kind::kGoOn;
+  if (beginning.kind == Beginning::Kind::kRefused) throw ToolError(beginning.reason);
+  limitRows();
+  done_ = report_.wasDone = beginning.kind == Beginning::Kind::kAlreadyDone;
   if (done_) {
     removeLeftFallbackFile();
     return;
@@ -125,6 +157,32 @@ void Loader::begin() {
     return;
   }
   position();
+}
+
+/// The rest of a row goes into the job's row, where each byte takes two.
+void Loader::limitRows() {
+  const std::optional<std::uint64_t> statement = session_->connection().largestStatement();
+  if (!statement) return;
+  const std::uint64_t most = (*statement - std::min(*statement, kStatementOverhead)) / 2;
+  if (most >= kLongestRow) return;
+  parser_.setLongestRow(most, ", which is what the server's max_allowed_packet of " +
+                                  std::to_string(*statement) +
+                                  " bytes leaves room for; raise that");
+}
+
+Beginning Loader::connectAndLook() {
+  session_ = std::make_unique<JobSession>(options_.connection, options_.job, options_.settings,
+                                          longestWait(options_));
+  Beginning beginning;
+  insist(
+      [&] {
+        session_->connect();
+        dialect_ = session_->connection().dialect();
+        provideJobTable(session_->connection());
+        beginning = look();
+      },
+      [&](const DatabaseError& error) { return isLost(error); });
+  return beginning;
 }
 
 /// What is to be done about the job's row. Changes nothing.
@@ -164,6 +222,8 @@ void Loader::prepareTable() {
       matchColumns(options_.columns, *table_) != start_.columns) {
     throw ToolError("the job was begun with other columns; give the same --columns, or none");
   }
+  if (table_) requireTransactions(session_->connection(), table_->sqlName);
+  if (!start_.columns.empty()) batchFor(start_.columns.size());
 }
 
 /// A job that begins takes no file that holds something, but for its own of an earlier attempt.
@@ -194,8 +254,14 @@ void Loader::openStream() {
 }
 
 void Loader::takeJob() {
-  taking_ = true;
-  session_->take(options_.mode, start_);
+  bool again = false;
+  insist(
+      [&] {
+        if (again) session_->connect();
+        again = true;
+        session_->take(options_.mode, start_);
+      },
+      [&](const DatabaseError& error) { return !session_->takeIsInDoubt() && isLost(error); });
   taken_ = true;
   report_.rowsBefore = session_->committed().rows;
   report_.bytesBefore = session_->committed().bytes;
@@ -256,20 +322,23 @@ void Loader::explainRefusal(const RequestFailed& error) const {
   const std::string position = std::to_string(session_->committed().position);
   if (error.code() == pmrcDelivery) {
     fail("the writer sends other data than before (" + textOf(error) + "); " + unchanged +
-         "have it send the same data and run this again, or begin anew with --start-over");
+             "have it send the same data and run this again, or begin anew with --start-over",
+         ExitStatus::kMendFirst);
   }
   if (error.code() == pmrcBadPosition) {
     fail("the data cannot be brought to block " + position + " (" + textOf(error) + "); " +
-         unchanged +
-         "either the writer sent less than before: have it send all and run this "
-         "again; or the fallback file is of another run: begin anew with --start-over");
+             unchanged +
+             "either the writer sent less than before: have it send all and run this "
+             "again; or the fallback file is of another run: begin anew with --start-over",
+         ExitStatus::kMendFirst);
   }
   if (fileIsThere(fallbackPath_)) {
     fail("the fallback file " + fallbackPath_ + " cannot be used (" + textOf(error) + "); " +
-         unchanged + "end the process that has it open, if there is one, and run this again");
+             unchanged + "end the process that has it open, if there is one, and run this again",
+         ExitStatus::kMendFirst);
   }
-  fail("there is no way back to block " + position + " (" + textOf(error) + "); " + unchanged +
-       "the job cannot go on");
+  fail("there is no way back to block " + position + ", and nothing was changed",
+       ExitStatus::kFailed);
 }
 
 void Loader::loadBlocks() {
@@ -403,7 +472,10 @@ std::vector<std::string> Loader::columnsOfHeader(const Row& row) {
     throw ToolError("the header, line " + std::to_string(row.line) +
                     ", has an empty name; name the columns with --columns");
   }
-  if (!table_) table_ = createTable(session_->connection(), options_.settings.table, names);
+  if (!table_) {
+    table_ = createTable(session_->connection(), options_.settings.table, names);
+    requireTransactions(session_->connection(), table_->sqlName);
+  }
   return matchColumns(names, *table_);
 }
 
@@ -416,9 +488,28 @@ void Loader::useColumns(const std::vector<std::string>& columns) {
   for (const std::string& column : columns) {
     quoted.push_back(quoteName(column, connection.quote()));
   }
-  const std::size_t rows = options_.batch > 0 ? options_.batch : defaultBatch(columns.size());
-  batch_ = std::make_unique<InsertBatch>(connection, table_->sqlName, quoted, rows,
-                                         options_.settings.nullText);
+  batch_ = std::make_unique<InsertBatch>(connection, table_->sqlName, quoted,
+                                         batchFor(columns.size()), options_.settings.nullText);
+}
+
+/// Rows a statement.
+std::size_t Loader::batchFor(std::size_t columns) const {
+  const std::size_t most =
+      session_->connection().mostParameters() / std::max<std::size_t>(columns, 1);
+  if (most == 0) {
+    throw MisuseError("the table has " + std::to_string(columns) +
+                      " columns, more than a statement of this database can fill; name fewer with "
+                      "--columns");
+  }
+  if (options_.batch == 0) return std::min(defaultBatch(columns), most);
+  if (options_.batch > most) {
+    throw MisuseError("--batch " + std::to_string(options_.batch) + " with " +
+                      std::to_string(columns) +
+                      " columns is more than a statement of this database can hold; give at most "
+                      "--batch " +
+                      std::to_string(most));
+  }
+  return options_.batch;
 }
 
 void Loader::reject(const Row& row, const Diagnostic& reason) {
@@ -458,8 +549,12 @@ void Loader::goBack() {
 void Loader::reconnect(const DatabaseError& error) {
   ++report_.reconnections;
   batch_.reset();  // Its statements belong to the old connection.
-  const AfterReconnection outcome = reconnectInTime(error);
-  if (outcome == AfterReconnection::kTaken) throw JobTaken(options_.job);
+  pauseAfter(error);
+  AfterReconnection outcome{};
+  insist([&] { outcome = session_->reconnect(); },
+         [&](const DatabaseError& failure) {
+           return failure.step() != Step::kConnect || isLost(failure);
+         });
   restoreCommitted();
   switch (outcome) {
     case AfterReconnection::kFinished:
@@ -475,27 +570,35 @@ void Loader::reconnect(const DatabaseError& error) {
   }
 }
 
-AfterReconnection Loader::reconnectInTime(const DatabaseError& first) {
-  std::string reason = first.what();
-  while (const std::optional<milliseconds> pause = budget_.nextPause()) {
-    std::this_thread::sleep_for(*pause);
+/// Makes the attempt again and again while it fails with what passes, for --retry seconds.
+void Loader::insist(const std::function<void()>& attempt,
+                    const std::function<bool(const DatabaseError&)>& passes) {
+  for (;;) {
     const steady_clock::time_point start = steady_clock::now();
-    if (const auto outcome = tryToReconnect(reason)) return *outcome;
-    budget_.spend(std::chrono::duration_cast<milliseconds>(steady_clock::now() - start));
+    try {
+      attempt();
+      return;
+    } catch (const DatabaseError& error) {
+      if (!passes(error)) throw;
+      budget_.spend(std::chrono::duration_cast<milliseconds>(steady_clock::now() - start));
+      pauseAfter(error);
+    }
   }
-  throw ToolError("the database has been out of reach for " +
-                  std::to_string(options_.retrySeconds) + " seconds: " + reason);
 }
 
-/// Nothing, and the reason, when it is worth another attempt.
-std::optional<AfterReconnection> Loader::tryToReconnect(std::string& reason) {
-  try {
-    return session_->reconnect();
-  } catch (const DatabaseError& error) {
-    if (!isLost(error)) throw;
-    reason = error.what();
-    return std::nullopt;
+void Loader::pauseAfter(const DatabaseError& error) {
+  const std::optional<milliseconds> pause = budget_.nextPause();
+  if (pause) {
+    std::this_thread::sleep_for(*pause);
+    return;
   }
+  const std::string time =
+      tools::formatCount(options_.retrySeconds, "second") + ": " + error.what();
+  const std::string text = isLockedByAnother(error.diagnostic(), dialect_)
+                               ? "the database has been locked by another program for " + time +
+                                     "; wait for that program, or end it"
+                               : "the database has been out of reach for " + time;
+  throw ToolError(text, ExitStatus::kRestartable);
 }
 
 /// All that is in memory and in the rejects files becomes what the database says.

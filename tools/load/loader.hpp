@@ -28,6 +28,7 @@ struct LoadReport {
   std::uint64_t reconnections = 0;
   std::uint64_t rewinds = 0;              // returns to the checkpoint within the run
   bool wasDone = false;                   // an earlier run had done it all
+  bool nothingBegun = true;               // the same command, not a restart, is to be run again
   std::optional<bool> endsWithLineBreak;  // known when this run has seen the end of the data
 };
 
@@ -53,6 +54,8 @@ class Loader {
 
  private:
   void begin();
+  Beginning connectAndLook();
+  void limitRows();
   Beginning look();
   void prepareTable();
   void checkRejects() const;
@@ -73,20 +76,23 @@ class Loader {
   void takeHeader(const Row& row);
   std::vector<std::string> columnsOfHeader(const Row& row);
   void useColumns(const std::vector<std::string>& columns);
+  std::size_t batchFor(std::size_t columns) const;
   void reject(const Row& row, const Diagnostic& reason);
   void tell() const;
 
   bool isLost(const DatabaseError& error) const;
   void goBack();
   void reconnect(const DatabaseError& error);
-  AfterReconnection reconnectInTime(const DatabaseError& first);
-  std::optional<AfterReconnection> tryToReconnect(std::string& reason);
+  void insist(const std::function<void()>& attempt,
+              const std::function<bool(const DatabaseError&)>& passes);
+  void pauseAfter(const DatabaseError& error);
   void restoreCommitted();
   void sendBack();
 
   [[noreturn]] void abandon(const std::string& reason);
-  [[noreturn]] void fail(const std::string& text) const;
+  [[noreturn]] void fail(const std::string& text, tools::ExitStatus status) const;
   [[noreturn]] void explainRefusal(const client::RequestFailed& error) const;
+  bool isBegun() const;
   bool canBeRestarted() const;
 
   const LoadOptions& options_;
@@ -111,7 +117,6 @@ class Loader {
   std::uint64_t block_ = 0;           // delivered last
   bool dropNext_ = false;  // the next block is the checkpoint's own, which is loaded already
   bool goesOn_ = false;    // there is a job to restart
-  bool taking_ = false;    // the job's row may be this loader's
   bool taken_ = false;     // it is
   bool warned_ = false;    // of the fallback file's loss
   bool done_ = false;

@@ -5,12 +5,15 @@
 #include <chrono>
 #include <cstdio>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "common/formatting.hpp"
 #include "common/program.hpp"
 #include "common/progress.hpp"
+#include "load/call_watch.hpp"
+#include "load/connection_string.hpp"
 #include "load/load_options.hpp"
 #include "load/loader.hpp"
 #include "load/secrets.hpp"
@@ -22,16 +25,21 @@ using nlohmann::ordered_json;
 using tools::ExitStatus;
 using tools::formatCount;
 
-bool canGoOn(ExitStatus status) {
-  return status == ExitStatus::kRestartable || status == ExitStatus::kMendFirst;
-}
-
 /// How a run ended.
 struct Ending {
   ExitStatus status = ExitStatus::kDone;
   std::string error;
   double seconds = 0;
 };
+
+/// What is to be run next; empty when that would not help.
+std::string nextCommand(const LoadOptions& options, const LoadReport& report,
+                        const Ending& ending) {
+  const bool helps =
+      ending.status == ExitStatus::kRestartable || ending.status == ExitStatus::kMendFirst;
+  if (!helps) return {};
+  return report.nothingBegun ? options.sameCommand : options.restartCommand;
+}
 
 void printJson(const LoadOptions& options, const LoadReport& report, const Ending& ending) {
   const JobProgress& progress = report.progress;
@@ -48,7 +56,9 @@ void printJson(const LoadOptions& options, const LoadReport& report, const Endin
                           {"lastRowEndsWithLineBreak", nullptr}};
   if (report.endsWithLineBreak) outcome["lastRowEndsWithLineBreak"] = *report.endsWithLineBreak;
   if (!ending.error.empty()) outcome["error"] = ending.error;
-  if (canGoOn(ending.status)) outcome["restart"] = options.restartCommand;
+  if (const std::string command = nextCommand(options, report, ending); !command.empty()) {
+    outcome["restart"] = command;
+  }
   std::printf("%s\n", outcome.dump(2, ' ', false, ordered_json::error_handler_t::replace).c_str());
 }
 
@@ -119,6 +129,39 @@ Ending load(Loader& loader, const SecretMask& mask) {
   return ending;
 }
 
+void printEnding(const LoadOptions& options, const LoadReport& report, const Ending& ending) {
+  if (!ending.error.empty()) tools::printError(ending.error);
+  if (options.json) {
+    printJson(options, report, ending);
+  } else if (ending.status == ExitStatus::kDone) {
+    printSummary(report, ending);
+  }
+  const std::string command = nextCommand(options, report, ending);
+  if (!command.empty()) printRestart(command);
+}
+
+/// Ends the process when a call of the database lasts for too long: no other end is sure, and the
+/// position of the load survives it.
+class SilenceWatch {
+ public:
+  SilenceWatch(const LoadOptions& options, const Loader& loader)
+      : watch_(std::chrono::seconds(options.retrySeconds + kPatience), [&] {
+          const std::string time = std::to_string(options.retrySeconds + kPatience);
+          Ending ending;
+          ending.status = ExitStatus::kRestartable;
+          ending.error = "the database has not answered for " + time +
+                         " seconds; see whether its server works, and whether another program "
+                         "holds a lock there";
+          printEnding(options, loader.report(), ending);
+          std::fflush(nullptr);
+          TerminateProcess(GetCurrentProcess(), static_cast<UINT>(ending.status));
+        }) {}
+
+ private:
+  static constexpr unsigned kPatience = 30;  // seconds beyond those of --retry
+  CallWatch watch_;
+};
+
 ExitStatus run(const std::vector<std::string>& arguments) {
   LoadOptions options;
   if (const auto status = readCommandLine(arguments, options)) return *status;
@@ -134,16 +177,14 @@ ExitStatus run(const std::vector<std::string>& arguments) {
       progress.update(pulse.bytes, pulse.block);
       progress.setDetail([&] { return pulseText(pulse); });
     });
+    // SQLite works inside of this process: it keeps its time limits, and a second thread costs it
+    // speed.
+    std::optional<SilenceWatch> watch;
+    if (!namesSqlite(options.connection)) watch.emplace(options, loader);
     ending = load(loader, SecretMask(options.connection));
     report = loader.report();
   }
-  if (!ending.error.empty()) tools::printError(ending.error);
-  if (options.json) {
-    printJson(options, report, ending);
-  } else if (ending.status == ExitStatus::kDone) {
-    printSummary(report, ending);
-  }
-  if (canGoOn(ending.status)) printRestart(options.restartCommand);
+  printEnding(options, report, ending);
   return ending.status;
 }
 

@@ -1,10 +1,16 @@
 #include "load/odbc.hpp"
 
+#include <algorithm>
 #include <array>
-#include <cctype>
+#include <charconv>
+#include <cstdio>
+#include <system_error>
 #include <utility>
 
 #include "common/text.hpp"
+#include "common/tool_error.hpp"
+#include "load/call_watch.hpp"
+#include "load/connection_string.hpp"
 
 namespace tallow::load {
 namespace {
@@ -12,6 +18,8 @@ namespace {
 static_assert(sizeof(SQLWCHAR) == sizeof(wchar_t));
 
 constexpr std::size_t kMostParameters = 32;
+constexpr std::uintptr_t kLoginSeconds = 15;
+constexpr std::size_t kLongestText = std::size_t{1} << 28U;  // units of UTF-16 in a column's value
 
 /// SQLWCHAR is an alias of unsigned short here in all but name.
 std::string fromSqlText(const SQLWCHAR* text, std::size_t length) {
@@ -26,9 +34,11 @@ bool succeeded(SQLRETURN result) {
   return result == SQL_SUCCESS || result == SQL_SUCCESS_WITH_INFO;
 }
 
-std::string lowerCase(std::string text) {
-  for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return text;
+/// A text in a buffer, whatever its driver says of its length.
+template <std::size_t size>
+std::string textIn(const std::array<SQLWCHAR, size>& buffer) {
+  const auto end = std::find(buffer.begin(), buffer.end(), SQLWCHAR{0});
+  return fromSqlText(buffer.data(), static_cast<std::size_t>(end - buffer.begin()));
 }
 
 }  // namespace
@@ -67,53 +77,132 @@ Diagnostic OdbcHandle::diagnostic() const {
                                 static_cast<SQLSMALLINT>(text.size()), &length))) {
     return {};
   }
-  const auto shown = std::min<std::size_t>(static_cast<std::size_t>(length), text.size() - 1);
-  return {fromSqlText(state.data(), state.size() - 1), native, fromSqlText(text.data(), shown)};
+  return {textIn(state), native, textIn(text)};
 }
 
 void OdbcHandle::check(SQLRETURN result, Step step) const {
   if (!succeeded(result)) throw DatabaseError(diagnostic(), step);
 }
 
-Connection::Connection(const std::string& connectionString)
+Connection::Connection(const std::string& connectionString, std::chrono::milliseconds longestWait)
     : environment_(SQL_HANDLE_ENV, nullptr) {
   environment_.check(SQLSetEnvAttr(environment_.get(), SQL_ATTR_ODBC_VERSION,
                                    attributeValue(SQL_OV_ODBC3), SQL_IS_UINTEGER));
   connection_ = OdbcHandle(SQL_HANDLE_DBC, environment_.get());
-  std::vector<SQLWCHAR> text = toSqlText(connectionString);
-  connection_.check(SQLDriverConnectW(connection_.get(), nullptr, text.data(), SQL_NTS, nullptr, 0,
-                                      nullptr, SQL_DRIVER_NOPROMPT));
-  connected_ = true;
+  connect(withLockLimit(connectionString, longestWait));
   try {
-    const bool sqlite = lowerCase(information(SQL_DBMS_NAME)).find("sqlite") != std::string::npos;
-    dialect_ = sqlite ? Dialect::kSqlite : Dialect::kStandard;
-    quote_ = information(SQL_IDENTIFIER_QUOTE_CHAR);
-    textType_ = longTextType();
-    connection_.check(SQLSetConnectAttrW(connection_.get(), SQL_ATTR_AUTOCOMMIT,
-                                         attributeValue(SQL_AUTOCOMMIT_OFF), SQL_IS_UINTEGER));
+    setUp(longestWait);
   } catch (...) {
     SQLDisconnect(connection_.get());
     throw;
   }
 }
 
+void Connection::connect(const std::string& connectionString) {
+  // What the driver answers here does not matter: not every one knows the attribute.
+  SQLSetConnectAttrW(connection_.get(), SQL_ATTR_LOGIN_TIMEOUT, attributeValue(kLoginSeconds),
+                     SQL_IS_UINTEGER);
+  std::vector<SQLWCHAR> text = toSqlText(connectionString);
+  std::array<SQLWCHAR, 4096> completed{};  // with what a data source adds
+  const WatchedCall watched;
+  connection_.check(
+      SQLDriverConnectW(connection_.get(), nullptr, text.data(), SQL_NTS, completed.data(),
+                        static_cast<SQLSMALLINT>(completed.size()), nullptr, SQL_DRIVER_NOPROMPT),
+      Step::kConnect);
+  completed.back() = 0;
+  refuseDangers(connectionString, textIn(completed));
+}
+
+/// What the connection string asks the driver for must not undo what a load relies on.
+void Connection::refuseDangers(const std::string& given, const std::string& completed) {
+  const bool reconnects = asksToReconnect(given) || asksToReconnect(completed);
+  if (!reconnects && !asksForNoTransactions(given) && !asksForNoTransactions(completed)) return;
+  SQLDisconnect(connection_.get());
+  if (!reconnects) {
+    throw tools::MisuseError(
+        "the connection string switches transactions off (NoTXN), and rows could then come twice; "
+        "leave that out");
+  }
+  throw tools::MisuseError(
+      "the connection string lets the driver connect again by itself (AUTO_RECONNECT, or a bit of "
+      "OPTION), and rows could then come twice or not at all; leave that out: this program "
+      "connects "
+      "again itself");
+}
+
+void Connection::setUp(std::chrono::milliseconds longestWait) {
+  dialect_ = dialectOf(information(SQL_DBMS_NAME));
+  quote_ = information(SQL_IDENTIFIER_QUOTE_CHAR);
+  textType_ = longTextType();
+  mostParameters_ = parameterLimit();
+  limitWaits(longestWait);
+  if (dialect_ == Dialect::kMariadb) {
+    // Else a value that does not fit is altered without a word.
+    Statement(*this).execute("SET SESSION sql_mode = CONCAT(@@sql_mode, ',STRICT_ALL_TABLES')");
+    Statement statement(*this);
+    statement.execute("SELECT @@max_allowed_packet");
+    if (statement.fetch()) largestStatement_ = statement.number(1);
+  }
+  connection_.check(SQLSetConnectAttrW(connection_.get(), SQL_ATTR_AUTOCOMMIT,
+                                       attributeValue(SQL_AUTOCOMMIT_OFF), SQL_IS_UINTEGER));
+}
+
+void Connection::limitWaits(std::chrono::milliseconds longestWait) {
+  const std::string amount = std::to_string(longestWait.count());
+  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(longestWait).count();
+  switch (dialect_) {
+    case Dialect::kSqlite:
+      Statement(*this).execute("PRAGMA busy_timeout = " + amount);
+      break;
+    case Dialect::kMariadb:
+      Statement(*this).execute("SET SESSION innodb_lock_wait_timeout = " +
+                               std::to_string(std::max<long long>(seconds, 1)));
+      break;
+    case Dialect::kPostgres:
+      Statement(*this).execute("SET lock_timeout = " + amount);
+      break;
+    case Dialect::kStandard:
+      break;
+  }
+}
+
+/// The parameters of a statement are counted in 16 bits.
+std::size_t Connection::parameterLimit() const {
+  // Its library takes no answer above 30,000 bytes that describes parameters, with four for each.
+  if (dialect_ == Dialect::kPostgres) return 7498;
+  if (dialect_ != Dialect::kSqlite) return 65535;
+  int major = 0;
+  int minor = 0;
+  std::sscanf(information(SQL_DBMS_VER).c_str(), "%d.%d", &major, &minor);
+  return major > 3 || (major == 3 && minor >= 32) ? 32766 : 999;
+}
+
 Connection::~Connection() {
+  const WatchedCall watched;
   SQLEndTran(SQL_HANDLE_DBC, connection_.get(), SQL_ROLLBACK);
   SQLDisconnect(connection_.get());
 }
 
 void Connection::commit() {
-  connection_.check(SQLEndTran(SQL_HANDLE_DBC, connection_.get(), SQL_COMMIT));
+  const WatchedCall watched;
+  const SQLRETURN result = SQLEndTran(SQL_HANDLE_DBC, connection_.get(), SQL_COMMIT);
+  connection_.check(result);
+  // Of this driver a warning may be a failure.
+  if (result == SQL_SUCCESS_WITH_INFO && dialect_ == Dialect::kMariadb) {
+    throw DatabaseError(connection_.diagnostic());
+  }
   // A driver that has noticed the break before sees no transaction to commit, and answers success.
   if (isDead()) throw DatabaseError({"08S01", 0, "the connection broke before the commit"});
 }
 
 void Connection::rollback() {
+  const WatchedCall watched;
   connection_.check(SQLEndTran(SQL_HANDLE_DBC, connection_.get(), SQL_ROLLBACK));
 }
 
 bool Connection::isDead() const {
   SQLUINTEGER dead = SQL_CD_FALSE;
+  const WatchedCall watched;
   const SQLRETURN result = SQLGetConnectAttrW(connection_.get(), SQL_ATTR_CONNECTION_DEAD, &dead,
                                               SQL_IS_UINTEGER, nullptr);
   return succeeded(result) && dead == SQL_CD_TRUE;
@@ -124,12 +213,11 @@ std::string Connection::information(SQLUSMALLINT what) const {
   SQLSMALLINT bytes = 0;
   connection_.check(SQLGetInfoW(connection_.get(), what, text.data(),
                                 static_cast<SQLSMALLINT>(sizeof text), &bytes));
-  std::size_t length = 0;
-  while (length < text.size() && text[length] != 0) ++length;
-  return fromSqlText(text.data(), length);
+  return textIn(text);
 }
 
 std::string Connection::longTextType() const {
+  if (dialect_ == Dialect::kMariadb) return "LONGTEXT";  // The driver's own ends at 16 MiB.
   Statement statement(*this);
   if (succeeded(SQLGetTypeInfoW(statement.handle().get(), SQL_LONGVARCHAR)) && statement.fetch()) {
     if (const std::optional<std::string> name = statement.text(1); name && !name->empty()) {
@@ -146,18 +234,38 @@ Statement::Statement(const Connection& connection)
 
 void Statement::execute(std::string_view sql) {
   std::vector<SQLWCHAR> text = toSqlText(sql);
+  const WatchedCall watched;
   const SQLRETURN result = SQLExecDirectW(statement_.get(), text.data(), SQL_NTS);
   if (result != SQL_NO_DATA) statement_.check(result);  // An update that changes no row.
 }
 
 void Statement::prepare(std::string_view sql) {
   std::vector<SQLWCHAR> text = toSqlText(sql);
+  const WatchedCall watched;
   statement_.check(SQLPrepareW(statement_.get(), text.data(), SQL_NTS));
 }
 
 void Statement::executePrepared(Step step) {
+  const WatchedCall watched;
   const SQLRETURN result = SQLExecute(statement_.get());
   if (result != SQL_NO_DATA) statement_.check(result, step);
+  keepNote(result);
+}
+
+/// Keeps what the driver says beside a success: some report a refused statement that way.
+void Statement::keepNote(SQLRETURN result) {
+  note_.reset();
+  if (result == SQL_SUCCESS_WITH_INFO) note_ = statement_.diagnostic();
+}
+
+void Statement::requireChanged(std::int64_t rows, Step step) const {
+  const std::int64_t changed = changedRows();
+  if (changed == rows || (changed < 0 && !note_)) return;
+  if (note_) throw DatabaseError(*note_, step);
+  throw DatabaseError({"21S02", 0,
+                       "the database took " + std::to_string(changed) + " of " +
+                           std::to_string(rows) + " rows without a word about the others"},
+                      step);
 }
 
 Statement::Parameter& Statement::addParameter() {
@@ -207,12 +315,18 @@ std::vector<std::string> Statement::columnNames() const {
     statement_.check(SQLDescribeColW(statement_.get(), static_cast<SQLUSMALLINT>(column),
                                      name.data(), static_cast<SQLSMALLINT>(name.size()), &length,
                                      &type, &size, &digits, &nullable));
+    if (length < 0 || static_cast<std::size_t>(length) >= name.size()) {
+      throw tools::ToolError("the name of column " + std::to_string(column) +
+                             " is longer than 511 characters, or the driver says so; give the "
+                             "column a shorter name");
+    }
     names.push_back(fromSqlText(name.data(), static_cast<std::size_t>(length)));
   }
   return names;
 }
 
 bool Statement::fetch() {
+  const WatchedCall watched;
   const SQLRETURN result = SQLFetch(statement_.get());
   if (result == SQL_NO_DATA) return false;
   statement_.check(result);
@@ -225,14 +339,22 @@ std::optional<std::string> Statement::text(SQLUSMALLINT column) {
   SQLRETURN result = SQL_SUCCESS_WITH_INFO;
   while (result == SQL_SUCCESS_WITH_INFO) {
     SQLLEN bytes = 0;
+    piece.front() = 0;
+    const WatchedCall watched;
     result = SQLGetData(statement_.get(), column, SQL_C_WCHAR, piece.data(),
                         static_cast<SQLLEN>(piece.size() * sizeof(SQLWCHAR)), &bytes);
     if (result == SQL_NO_DATA) break;
     statement_.check(result);
     if (bytes == SQL_NULL_DATA) return std::nullopt;
+    piece.back() = 0;
     // A piece that is not the last fills the buffer but for its end mark.
     const bool full =
-        bytes == SQL_NO_TOTAL || static_cast<std::size_t>(bytes) >= piece.size() * sizeof(SQLWCHAR);
+        result == SQL_SUCCESS_WITH_INFO &&
+        (bytes == SQL_NO_TOTAL || bytes >= static_cast<SQLLEN>(piece.size() * sizeof(SQLWCHAR)));
+    const bool fits = bytes >= 0 && bytes < static_cast<SQLLEN>(piece.size() * sizeof(SQLWCHAR));
+    if ((!full && !fits) || value.size() > kLongestText) {
+      throw DatabaseError({"HY000", 0, "the driver gives a value of an impossible length"});
+    }
     value.append(reinterpret_cast<const wchar_t*>(piece.data()),
                  full ? piece.size() - 1 : static_cast<std::size_t>(bytes) / sizeof(SQLWCHAR));
   }
@@ -240,8 +362,11 @@ std::optional<std::string> Statement::text(SQLUSMALLINT column) {
 }
 
 std::uint64_t Statement::number(SQLUSMALLINT column) {
-  const std::optional<std::string> digits = text(column);
-  return digits ? std::stoull(*digits) : 0;
+  const std::string digits = text(column).value_or("");
+  std::uint64_t value = 0;
+  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
+  if (error == std::errc() && end == digits.data() + digits.size()) return value;
+  throw DatabaseError({"22018", 0, "\"" + digits + "\" stands where a whole number belongs"});
 }
 
 }  // namespace tallow::load

@@ -9,6 +9,7 @@
 #include <sql.h>
 #include <sqlext.h>
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -30,7 +31,7 @@ class OdbcHandle {
 
   SQLHANDLE get() const noexcept { return handle_; }
   SQLSMALLINT type() const noexcept { return type_; }
-  /// The first diagnostic of the last call on this handle.
+  /// The first diagnostic of the last call on this handle; empty when there is none.
   Diagnostic diagnostic() const;
   /// Throws DatabaseError unless the result is a success.
   void check(SQLRETURN result, Step step = Step::kOther) const;
@@ -43,7 +44,10 @@ class OdbcHandle {
 /// A connection in manual-commit mode. Rolls back and disconnects at its end.
 class Connection {
  public:
-  explicit Connection(const std::string& connectionString);
+  /// `longestWait` is how long the database lets a statement wait for a lock. Throws DatabaseError,
+  /// and ToolError for a driver that is asked to connect again by itself.
+  explicit Connection(const std::string& connectionString,
+                      std::chrono::milliseconds longestWait = std::chrono::seconds{30});
   ~Connection();
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
@@ -58,11 +62,20 @@ class Connection {
   const std::string& quote() const noexcept { return quote_; }
   /// The database's type for long text.
   const std::string& textType() const noexcept { return textType_; }
+  /// Parameters that one statement can have.
+  std::size_t mostParameters() const noexcept { return mostParameters_; }
+  /// Bytes that one statement can have with its values, where the server sets a limit.
+  std::optional<std::uint64_t> largestStatement() const noexcept { return largestStatement_; }
   const OdbcHandle& handle() const noexcept { return connection_; }
 
  private:
+  void connect(const std::string& connectionString);
+  void refuseDangers(const std::string& given, const std::string& completed);
+  void setUp(std::chrono::milliseconds longestWait);
+  void limitWaits(std::chrono::milliseconds longestWait);
   std::string information(SQLUSMALLINT what) const;
   std::string longTextType() const;
+  std::size_t parameterLimit() const;
 
   OdbcHandle environment_;
   OdbcHandle connection_;
@@ -70,6 +83,8 @@ class Connection {
   Dialect dialect_ = Dialect::kStandard;
   std::string quote_;
   std::string textType_;
+  std::size_t mostParameters_ = 0;
+  std::optional<std::uint64_t> largestStatement_;
 };
 
 /// A statement, run once or many times.
@@ -84,12 +99,18 @@ class Statement {
   void bindText(const std::optional<std::string>& value);
   void bindNumber(std::uint64_t value);
 
+  /// -1 when the driver can't say.
   std::int64_t changedRows() const;
+  /// Throws DatabaseError, with what the driver has noted, unless that many rows were changed.
+  void requireChanged(std::int64_t rows, Step step = Step::kOther) const;
+  /// What the driver says about the last execution beside calling it a success.
+  const std::optional<Diagnostic>& note() const noexcept { return note_; }
   std::vector<std::string> columnNames() const;
-  /// False behind the last row.
+  /// False after the last row.
   bool fetch();
   /// A column of the fetched row, counted from 1, in ascending order; nothing for null.
   std::optional<std::string> text(SQLUSMALLINT column);
+  /// Throws DatabaseError when the column does not hold a whole number from 0 on.
   std::uint64_t number(SQLUSMALLINT column);
   const OdbcHandle& handle() const noexcept { return statement_; }
 
@@ -101,8 +122,10 @@ class Statement {
   };
 
   Parameter& addParameter();
+  void keepNote(SQLRETURN result);
 
   OdbcHandle statement_;
+  std::optional<Diagnostic> note_;
   // Bound by address: reserved, so that they stay where they are.
   std::vector<Parameter> parameters_;
 };

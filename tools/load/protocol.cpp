@@ -62,16 +62,19 @@ Beginning decideBeginning(RunMode mode, const std::string& job,
 }
 
 AfterReconnection decideAfterReconnection(const Belief& belief, const JobRecord& row) {
-  // This loader's own claims have raised the number: the one just answered, and of the unanswered
-  // ones those that were carried out all the same. Anything beyond is somebody else's.
-  const std::uint64_t earliest = belief.commitNumber + 1;
-  if (row.commitNumber < earliest || row.commitNumber - earliest > belief.unansweredClaims) {
-    return AfterReconnection::kTaken;
-  }
-  if (belief.inDoubt && row.progress == *belief.inDoubt) {
+  // This loader has raised the number itself: by the claim just answered, by a commit that was
+  // carried out, and by those unanswered claims that were carried out all the same.
+  const auto standsAt = [&](const JobProgress& progress, std::uint64_t earliest) {
+    return row.progress == progress && row.commitNumber >= earliest &&
+           row.commitNumber - earliest <= belief.unansweredClaims;
+  };
+  if (belief.inDoubt && standsAt(*belief.inDoubt, belief.commitNumber + 2)) {
     return row.progress.done ? AfterReconnection::kFinished : AfterReconnection::kStayHere;
   }
-  return row.progress == belief.committed ? AfterReconnection::kGoBack : AfterReconnection::kTaken;
+  if (standsAt(belief.committed, belief.commitNumber + 1)) return AfterReconnection::kGoBack;
+  // Nobody lowers the number.
+  return row.commitNumber <= belief.commitNumber ? AfterReconnection::kLostCommits
+                                                 : AfterReconnection::kTaken;
 }
 
 std::optional<milliseconds> RetryBudget::nextPause() {

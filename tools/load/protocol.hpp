@@ -39,10 +39,11 @@ struct Belief {
 };
 
 enum class AfterReconnection {
-  kStayHere,  // the commit in doubt happened: the stream stands at its position already
-  kGoBack,    // SetPos to the row's position
-  kFinished,  // the commit in doubt was the job's last and happened
-  kTaken,     // another loader has the job
+  kStayHere,     // the commit in doubt happened: the stream stands at its position already
+  kGoBack,       // SetPos to the row's position
+  kFinished,     // the commit in doubt was the job's last and happened
+  kTaken,        // another loader has the job
+  kLostCommits,  // the database has gone back to an earlier state
 };
 
 /// `row` is what stands in the database after this loader has added 1 to the commit number.

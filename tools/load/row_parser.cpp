@@ -250,10 +250,16 @@ void RowParser::keepRest() {
   checkLength(carried_.size());
 }
 
+void RowParser::setLongestRow(std::uint64_t bytes, std::string reason) {
+  longestRow_ = bytes;
+  longestRowReason_ = std::move(reason);
+}
+
 void RowParser::checkLength(std::size_t length) const {
-  if (length > kLongestRow) {
+  if (length > longestRow_) {
     throw UnreadableData("the row that begins in line " + std::to_string(lines_ + 1) +
-                         " is longer than " + std::to_string(kLongestRow >> 20U) + " MiB");
+                         " is longer than " + std::to_string(longestRow_) + " bytes" +
+                         longestRowReason_);
   }
 }
 

@@ -59,12 +59,15 @@ class RowParser {
   /// Whether a blank line is a row.
   void setSingleColumn(bool single) noexcept { singleColumn_ = single; }
 
+  /// The most bytes of a row, at most kLongestRow, and why it can't be more.
+  void setLongestRow(std::uint64_t bytes, std::string reason);
+
   /// Goes back to where a parser stood that had the given unfinished(), lines() and bytes().
   void restore(std::string_view unfinished, std::uint64_t lines, std::uint64_t bytes);
 
   /// The next block; it must stay as it is until next() has returned false.
   void setInput(std::string_view block);
-  /// The next row that ends in the input. Throws UnreadableData for a row above kLongestRow.
+  /// The next row that ends in the input. Throws UnreadableData for a row that is too long.
   bool next(Row& row);
   /// After the last block: the last row, if its line break is missing. Throws UnreadableData when a
   /// quote is still open.
@@ -98,6 +101,8 @@ class RowParser {
 
   csv_parser csv_{};
   char delimiter_;
+  std::uint64_t longestRow_ = kLongestRow;
+  std::string longestRowReason_;
   bool singleColumn_ = false;
 
   std::string_view input_;

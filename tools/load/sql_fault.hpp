@@ -3,6 +3,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 namespace tallow::load {
 
@@ -15,20 +16,32 @@ struct Diagnostic {
 
 enum class Dialect {
   kStandard,
-  kSqlite,  // its driver answers HY000 to everything: only the native code tells
+  kSqlite,   // its driver answers HY000 to everything: only the native code tells
+  kMariadb,  // and MySQL: HY000 stands for much, and the native code tells more
+  kPostgres,
 };
 
+/// The dialect of a database that calls itself by this name.
+Dialect dialectOf(std::string_view product);
+
 /// Where in a load the error came.
-enum class Step { kInsert, kOther };
+enum class Step { kConnect, kInsert, kOther };
 
 enum class Fault {
   kBadRow,     // the database refuses a value or a row of this statement
   kLost,       // rolled back or disconnected: connect again and go back to the checkpoint
-  kPermanent,  // trying again cannot help
+  kPermanent,  // trying again cannot help before something has been mended
 };
 
-/// A connection that is found dead is lost whatever the error says; the caller checks that.
+/// A connection that is found dead is lost whatever the error says; the caller checks that. A
+/// connection that cannot be made is lost unless the login is refused or the driver is missing.
 Fault classify(const Diagnostic& diagnostic, Dialect dialect, Step step);
+
+/// Whether a success with this beside it stands for a value that was altered to fit.
+bool altersValue(const Diagnostic& diagnostic, Dialect dialect);
+
+/// Whether another connection holds what this one needs for too long.
+bool isLockedByAnother(const Diagnostic& diagnostic, Dialect dialect);
 
 /// A call of the database failed; what() is "text (SQLSTATE 23505, native 7)".
 class DatabaseError : public std::runtime_error {

@@ -1,0 +1,42 @@
+// An end for calls that the database never answers.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <string>
+
+#include "common/unique_handle.hpp"
+
+namespace tallow::load {
+
+/// Marks a call of the database as under way while it lives. One at a time.
+class WatchedCall {
+ public:
+  WatchedCall() noexcept;
+  ~WatchedCall();
+  WatchedCall(const WatchedCall&) = delete;
+  WatchedCall& operator=(const WatchedCall&) = delete;
+};
+
+/// Looks at the calls of the database from a thread of its own. Drivers honour time limits only for
+/// some of their calls, or not at all, and one that waits for a silent server can't be interrupted.
+class CallWatch {
+ public:
+  /// `onSilence` is called on the watch's thread when a call has lasted for longer than `limit`; it
+  /// must end the process. Throws ToolError when there can be no thread.
+  CallWatch(std::chrono::seconds limit, std::function<void()> onSilence);
+  ~CallWatch();
+  CallWatch(const CallWatch&) = delete;
+  CallWatch& operator=(const CallWatch&) = delete;
+
+ private:
+  static unsigned __stdcall main(void* self);
+  void watch() const;
+
+  std::chrono::milliseconds limit_;
+  std::function<void()> onSilence_;
+  tools::UniqueHandle ended_;
+  tools::UniqueHandle thread_;
+};
+
+}  // namespace tallow::load
