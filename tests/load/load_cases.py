@@ -445,7 +445,7 @@ class Cases:
         content = b"1,a\n2\n3,c\n4\n"
         options = ("--columns", "id,v", "--create", "--rejects", rejects)
         job = self.job(self.data("in.csv", content), *options, block=4, every=1)
-        self.assertEqual(job.run("--max-rejects", "1").status, 3)
+        self.assertEqual(job.run("--max-rejects", "1").status, 4)
         self.assertEqual(rejects.read_bytes(), b"2\n")
         self.database.execute("delete from rows")
         other = self.data("other.csv", b"not ours")
