@@ -1,4 +1,4 @@
-// A complete host: reads a pipe through the module into a file, takes checkpoints, and goes on
+// A complete host: reads a pipe through the module into a file, takes checkpoints, and continues
 // after a failure when it is started again with the same arguments:
 //   minimal_host PIPE OUTPUT STATE INIT
 // STATE keeps the last checkpoint. INIT must name Fallback_file and leave Need_Full_Block on.
@@ -18,8 +18,8 @@ namespace {
 
 constexpr std::uint64_t kBlocksPerCheckpoint = 64;
 
-// What this host must know to go on. The output up to `outputLength` holds the blocks before block
-// `position`, and not that block itself: it is the first that the module delivers again.
+// What this host must know to continue. The output up to `outputLength` holds the blocks before
+// block `position`, but not that block itself, which is the first that the module delivers again.
 struct Checkpoint {
   std::uint64_t exists = 0;
   std::uint64_t position = 0;
@@ -36,7 +36,8 @@ Checkpoint loadCheckpoint(const std::string& path) {
   return checkpoint;
 }
 
-// First the data, then the checkpoint that speaks of it, each on the disk before the next step.
+// Writes first the data and then the checkpoint that refers to it. Each is on the disk before the
+// next step begins.
 void saveCheckpoint(const std::string& path, std::FILE* output, const Checkpoint& checkpoint) {
   bool saved = std::fflush(output) == 0 && _commit(_fileno(output)) == 0;
   const std::string draft = path + ".new";
@@ -50,7 +51,7 @@ void saveCheckpoint(const std::string& path, std::FILE* output, const Checkpoint
 }
 
 TallowPIDMMain pidmMain = nullptr;
-// Sends one request. Answers false at the end of the data; throws for every other failure.
+// Sends one request. Returns false at the end of the data; throws for every other failure.
 bool send(std::uint32_t code, void* parameters) {
   TallowRequestBlock request{};
   request.requestCode = code;
@@ -65,7 +66,7 @@ void readJob(void* instance, std::uint32_t blockSize, std::FILE* output, const s
              Checkpoint checkpoint) {
   TallowPositionBlock position{};
   position.instanceHandle = instance;
-  bool due = checkpoint.exists != 0;  // behind a restart, once more at the first block
+  bool due = checkpoint.exists != 0;  // after a restart, take one at the first block again
   if (due) {
     position.positionLength = TALLOW_POSITION_SIZE;
     position.position = &checkpoint.position;

@@ -15,7 +15,8 @@ constexpr DWORD kPollMilliseconds = 100;
 // Whoever made the pipe may learn which account this is, but can do nothing in its name.
 constexpr DWORD kOpening = SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION;
 
-// The pipe comes into being when the host opens it; until then the system does not know its name.
+// The pipe exists from the moment when the host opens it; until then the system does not know its
+// name.
 HANDLE waitForPipe(const char* name) {
   for (int i = 0; i < kWaitSeconds * 1000 / static_cast<int>(kPollMilliseconds); ++i) {
     const HANDLE pipe =
@@ -37,7 +38,7 @@ int sendFile(const char* pipeName, std::FILE* file) {
   DWORD length = 0;
   while (sent &&
          (length = static_cast<DWORD>(std::fread(buffer.data(), 1, buffer.size(), file))) != 0) {
-    DWORD written = 0;  // a write without bytes would end the data: there is none
+    DWORD written = 0;  // a write of no bytes would end the data; this loop makes none
     sent = WriteFile(pipe, buffer.data(), length, &written, nullptr) != 0 && written == length;
   }
   sent = sent && std::ferror(file) == 0;

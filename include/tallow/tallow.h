@@ -7,7 +7,7 @@
  * 64 bits. Bytes 0 to 33 of either block belong to the host; the module never touches them.
  *
  * Directions in the comments: [in] the host sets it before the call; [out] the module sets it
- * (when, is said there); [in/out] both.
+ * (the comment says when); [in/out] both.
  */
 #ifndef TALLOW_TALLOW_H
 #define TALLOW_TALLOW_H
@@ -30,7 +30,7 @@ extern "C" {
 enum {
   pmiPIDMOptInit = 1,    /* TallowInitBlock: read the options, get a module handle */
   pmiPIDMOptOpen = 2,    /* TallowOpenBlock: open a pipe, get an instance handle */
-  pmiPIDMOptClose = 3,   /* TallowCloseBlock: close; may ask before the fallback file goes */
+  pmiPIDMOptClose = 3,   /* TallowCloseBlock: close; may ask before it deletes the fallback file */
   pmiPIDMOptRead = 4,    /* TallowReadBlock: the next block of data */
   pmiPIDMOptWrite = 5,   /* any block, not read: always refused with pmrcNotSupported */
   pmiPIDMOptGetPos = 6,  /* TallowPositionBlock: take a checkpoint */
@@ -49,7 +49,7 @@ enum {
   pmrcSuccess = 0,
   pmrcNotSupported = 6,       /* Write: the module only reads */
   pmrcAlreadyOpen = 8,        /* the instance has a pipe already */
-  pmrcEOF = 9,                /* end of data; every further Read answers it again */
+  pmrcEOF = 9,                /* end of data; every later Read returns it again */
   pmrcReportFailed = 12,      /* a failure occurred while an earlier one was being reported */
   pmrcBadOpenMode = 13,       /* open mode is none of 1, 2, 3 */
   pmrcDelivery = 16,          /* a block cannot be served, or re-sent data differs */
@@ -65,7 +65,7 @@ enum {
 
 enum {
   TALLOW_HOST_HEADER_SIZE = 34,
-  TALLOW_MESSAGE_AREA_SIZE = 512,  /* bytes behind messageText, NUL included */
+  TALLOW_MESSAGE_AREA_SIZE = 512,  /* bytes that messageText points to, NUL included */
   TALLOW_INTERFACE_LEVEL_1 = 1001, /* TallowInitBlock.interfaceLevel1 */
   TALLOW_INTERFACE_LEVEL_2 = 2001, /* TallowInitBlock.interfaceLevel2 */
   TALLOW_MODULE_NAME_SIZE = 769,   /* room for the module name, NUL included */
@@ -96,7 +96,7 @@ TALLOW_LAYOUT(TallowRequestBlock, messageLength, 46);
 TALLOW_LAYOUT(TallowRequestBlock, messageText, 50);
 TALLOW_SIZE(TallowRequestBlock, 58);
 
-/* Init. The module copies both texts; their buffers may go after the call. */
+/* Init. The module copies both texts; the host may free their buffers after the call. */
 typedef struct TallowInitBlock {
   uint8_t hostHeader[TALLOW_HOST_HEADER_SIZE];
   void* moduleHandle;        /* [out, on success] valid until the library is unloaded */
@@ -108,7 +108,7 @@ typedef struct TallowInitBlock {
                                                writes a NUL at index moduleNameLength */
   uint32_t initStringLength;                /* [in] bytes of *initString */
   char* initString; /* [in] the initialisation string, in a buffer of initStringLength + 1
-                       bytes: the module writes a NUL at that index; null is empty */
+                       bytes: the module writes a NUL at index initStringLength. Null: empty */
 } TallowInitBlock;
 TALLOW_LAYOUT(TallowInitBlock, moduleHandle, 34);
 TALLOW_LAYOUT(TallowInitBlock, interfaceLevel1, 42);
@@ -119,7 +119,7 @@ TALLOW_LAYOUT(TallowInitBlock, initStringLength, 823);
 TALLOW_LAYOUT(TallowInitBlock, initString, 827);
 TALLOW_SIZE(TallowInitBlock, 835);
 
-/* Open. A host may allocate less than the whole struct: the module touches nothing behind index
+/* Open. A host may allocate less than the whole struct: the module touches nothing after index
  * pipeNameLength of pipeName. */
 typedef struct TallowOpenBlock {
   uint8_t hostHeader[TALLOW_HOST_HEADER_SIZE];
@@ -167,18 +167,18 @@ typedef struct TallowPositionBlock {
   void* instanceHandle;    /* [in] from Open */
   uint32_t positionLength; /* GetPos [out] and SetPos [in]: TALLOW_POSITION_SIZE */
   void* position;          /* GetPos [out]: points into the module; copy the 8 bytes before the next
-                              request. SetPos [in]: 8 bytes that GetPos handed out */
+                              request. SetPos [in]: 8 bytes that GetPos returned */
 } TallowPositionBlock;
 TALLOW_LAYOUT(TallowPositionBlock, instanceHandle, 34);
 TALLOW_LAYOUT(TallowPositionBlock, positionLength, 42);
 TALLOW_LAYOUT(TallowPositionBlock, position, 46);
 TALLOW_SIZE(TallowPositionBlock, 54);
 
-/* One entry of the version list that ID answers; owned by the module, valid while it is loaded. */
+/* One entry of the version list that ID returns. The module owns it; valid while it is loaded. */
 typedef struct TallowComponentVersion {
   char name[TALLOW_ID_TEXT_SIZE];      /* NUL-terminated */
   char version[TALLOW_ID_TEXT_SIZE];   /* NUL-terminated, as 01.00.00.00 */
-  struct TallowComponentVersion* next; /* null behind the last */
+  struct TallowComponentVersion* next; /* null in the last entry */
 } TallowComponentVersion;
 TALLOW_LAYOUT(TallowComponentVersion, version, 32);
 TALLOW_LAYOUT(TallowComponentVersion, next, 64);
@@ -196,8 +196,8 @@ TALLOW_LAYOUT(TallowIdBlock, version, 66);
 TALLOW_LAYOUT(TallowIdBlock, components, 98);
 TALLOW_SIZE(TallowIdBlock, 106);
 
-/* The four attribute requests. Nothing is ever answered in the block: a Get stores just as a Put
- * does (CHARSET_NAME is stored by pmiPIDMOptPutA_A alone). */
+/* The four attribute requests. The module writes nothing into the block: a Get stores just as a Put
+ * does (only pmiPIDMOptPutA_A stores CHARSET_NAME). */
 typedef struct TallowAttributeBlock {
   uint8_t hostHeader[TALLOW_HOST_HEADER_SIZE];
   void* moduleHandle;                               /* [in] from Init */
@@ -214,7 +214,7 @@ TALLOW_SIZE(TallowAttributeBlock, 561);
 #pragma pack(pop)
 
 /* The module's one exported function, under this plain name, in the C calling convention of 64-bit
- * Windows. It has no result and never lets an exception out: everything is told in the blocks. The
+ * Windows. It returns nothing and lets no exception out: the blocks report everything. The
  * parameter block is the one that belongs to the request code. */
 typedef void (*TallowPIDMMain)(TallowRequestBlock* request, void* parameters);
 

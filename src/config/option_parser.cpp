@@ -147,7 +147,8 @@ class OptionApplier {
 
   void applyLogLevel(std::uint32_t level) {
     options_.logLevel = level;
-    // First, since it may run out of memory: a level without a log would stay without one.
+    // This comes first because it may run out of memory. If that happened after the level was set,
+    // no later Init would set the log up.
     const std::string host = diag::hostProgramName();
     const int previous = diag::setLogLevel(static_cast<int>(level));
     if (previous == 0 && level != 0) {
@@ -181,7 +182,8 @@ class OptionApplier {
   TallowRequestBlock& request_;
 };
 
-// Whether the log directory variable, if set, can be used; reports it to the host if not.
+// False if the variable names a log directory that cannot be used, which is then reported to the
+// host.
 bool checkLogDirectoryVariable(TallowRequestBlock& request) {
   const char* directory = std::getenv("NPLOGDIR");
   if (directory == nullptr || *directory == '\0') return true;
@@ -190,7 +192,7 @@ bool checkLogDirectoryVariable(TallowRequestBlock& request) {
   return false;
 }
 
-// Terminates a text in the host's buffer and copies it.
+// Terminates a text in the host's buffer with a NUL and copies it.
 std::string takeText(char* text, std::size_t length) {
   text[length] = '\0';
   return text;
@@ -200,7 +202,7 @@ std::string takeText(char* text, std::size_t length) {
 
 void parseOptions(OptionsRecord& options, TallowRequestBlock& request, TallowInitBlock& init) {
   if (!checkLogDirectoryVariable(request)) return;
-  // The next field of the block ends the room for the name, whatever its length says.
+  // The room for the name ends at the block's next field, whatever length the host gives.
   constexpr std::uint32_t kLongestName = TALLOW_MODULE_NAME_SIZE - 1;
   options.moduleName =
       takeText(init.moduleName, std::min(init.moduleNameLength + 0U, kLongestName));

@@ -74,14 +74,15 @@ OptionSetting pipeWait(std::string_view value) {
 OptionSetting judge(OptionId id, std::string_view value) {
   switch (id) {
     case OptionId::kNeedFullBlock:
-      // Only "no" stores anything: a later "yes" does not take it back.
+      // Only "no" stores anything: a later "yes" does not undo it.
       return {OptionVerdict::kGood, id, 0, isOneOf(value, {"no", "n"})};
     case OptionId::kPipeWait:
       return pipeWait(value);
     case OptionId::kBlockSize:
       return wholeNumber(id, value, 1, static_cast<std::uint32_t>(kLargestBlockSize));
     case OptionId::kConfirmFallbackDeletion:
-      // All four words store 0, "yes" included: deliberate, so no option can make Close ask.
+      // All four words store 0, even "yes". The interface requires this: no option can make Close
+      // ask.
       if (isOneOf(value, {"yes", "y", "no", "n"})) return good(id, 0);
       return {OptionVerdict::kBadValue, id, 0, false};
     case OptionId::kSignatureCheck:

@@ -44,12 +44,12 @@ struct OptionSetting {
   bool stores;           // false: a good value that leaves the field as it is
 };
 
-// Judges one option; looks at nothing but its arguments.
+// Judges one option, from its arguments alone.
 OptionSetting readOption(std::string_view keyword, std::string_view value);
 
 // An unsigned decimal number as the run-time library's 32-bit conversion reads it: leading blanks
-// and a sign are taken (a negative number wraps round), overflow gives the largest 32-bit value, no
-// digits give 0.
+// and a sign are accepted (a negative number wraps round), overflow gives the largest 32-bit value,
+// and a text without digits gives 0.
 struct ParsedNumber {
   std::uint32_t value;
   bool whole;  // the conversion consumed the text to its end

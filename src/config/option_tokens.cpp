@@ -39,7 +39,7 @@ void OptionTokens::takeValue() {
   const std::string_view quote = rest_.substr(0, 1);
   rest_.remove_prefix(1);
   value_ = takeUntil(rest_, quote);
-  // The text of this error reaches the host, so it is fixed here.
+  // The host sees the text of this error, so it is fixed here.
   if (rest_.empty()) throw std::out_of_range("invalid string position");
   rest_.remove_prefix(1);
 }

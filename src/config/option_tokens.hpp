@@ -13,8 +13,8 @@ class OptionTokens {
  public:
   explicit OptionTokens(std::string_view text) : rest_(text) {}
 
-  // Goes on to the next option; false at the end, which is also where a keyword would begin with
-  // "=". Throws std::out_of_range when a value's closing quote is missing.
+  // Moves to the next option. False at the end, or where a keyword would begin with "=". Throws
+  // std::out_of_range when a value's closing quote is missing.
   bool next();
 
   std::string_view keyword() const noexcept { return keyword_; }

@@ -1,5 +1,5 @@
-// The first part of the record behind a module handle: the options of the initialisation string,
-// the attributes, and what a read with a time-out leaves there.
+// The first part of the record that a module handle points to: the options of the initialisation
+// string, the attributes, and what a read with a time-out leaves there.
 #pragma once
 
 #include <cstdint>
@@ -21,11 +21,12 @@ struct OptionsRecord {
   std::uint32_t logLevel = 0;
   std::string fallbackFile;
   std::string fallbackDirectory;
-  // Close asks before it deletes the fallback file. No option can set it: deliberate.
+  // Close asks before it deletes the fallback file. The interface requires that no option can set
+  // this.
   bool confirmFallbackDeletion = false;
   std::int32_t signatureCheck = 2;  // 0 = none, 1 = a mismatch is logged, 2 = a mismatch fails
   std::uint64_t blockSize = kDefaultBlockSize;  // bytes
-  std::uint64_t pipeWait = 10;                  // longest pause between two looks, milliseconds
+  std::uint64_t pipeWait = 10;                  // longest pause between two reads, milliseconds
   bool needFullBlock = true;
   bool noFallback = false;
 
@@ -35,12 +36,12 @@ struct OptionsRecord {
   bool timeoutEnabled = false;
   double timeoutSeconds = 1.0;
 
-  // Left by the latest read of available data while a time-out was set.
+  // Set by the latest read of available data while a time-out was set.
   bool timedOut = false;           // it did not fill a block, for whatever reason
   std::int64_t readStartTime = 0;  // calendar time, seconds
 };
 
-// Whether pipe names are UTF-8, which both character sets stand for, and may need the wide calls.
+// True if pipe names are UTF-8, as they are with both character sets, and may need the wide calls.
 inline bool isWideNameCharset(const OptionsRecord& options) {
   return options.charsetName == "UTF8" || options.charsetName == "UTF16";
 }

@@ -17,7 +17,7 @@ bool createFile(Job& job) {
   return true;
 }
 
-// The creation that Open has put off until the first checkpoint.
+// Creates the file if Open left that to the first checkpoint.
 void createDeferred(Job& job) {
   if (!job.fallback.fallbackCreatePending) return;
   job.fallback.fallbackCreatePending = false;
@@ -26,7 +26,7 @@ void createDeferred(Job& job) {
   }
 }
 
-// The position at which the stream goes on when the sync area has been written.
+// The position to which the stream returns after the sync area has been written.
 std::uint64_t currentPosition(FallbackFile& file) {
   const std::int64_t position = file.fallbackFile.tell();
   if (position == -1) {
@@ -43,8 +43,9 @@ void writeSyncPoint(Job& job, std::uint64_t returnTo) {
   }
 }
 
-// Whether the file's newest sync point is the position's. Its number alone does not say so: after a
-// restart the data that follows the restart's position may differ from that of the run before.
+// True if the file's newest sync point is that of the last delivered block. Its number alone does
+// not prove this: after a restart, the data after the restart position may differ from that of the
+// previous run.
 bool isNewestSyncPoint(const Job& job) {
   const FallbackFile& file = job.fallback;
   const fallback::SyncPoint& newest = file.syncPoints[1];
@@ -53,13 +54,13 @@ bool isNewestSyncPoint(const Job& job) {
          newest == fallback::syncPointAt(file, newest.blockNo, job.state.md5Running.md5);
 }
 
-// Sees to it that there is a file, and that it has the sync point of the last delivered block.
+// Makes sure that the file exists, if it can, and has the sync point of the last delivered block.
 void bringFileInLine(Job& job) {
   FallbackFile& file = job.fallback;
   if (!file.fallbackFile) {
     if (createFile(job)) {
-      // A file made in a running job has nothing but its header, whatever the pair of sync points
-      // says; records must not begin before the data area.
+      // A file that is created while the job runs holds only its header, whatever the pair of sync
+      // points says. Its records must not begin before the data area.
       writeSyncPoint(job, fallback::kDataStartOffset);
     } else if (!job.options.noFallback) {
       diag::logMessage<MessageId::kNoFallbackFileCreated>(

@@ -4,7 +4,7 @@ namespace tallow::delivery {
 
 namespace {
 
-// A job without signature check that took over a file with signatures goes on computing them.
+// A job without a signature check still computes signatures if it took over a file that has them.
 bool isHashing(const Job& job) {
   return job.options.signatureCheck != 0 || job.fallback.hasSignatures();
 }

@@ -15,17 +15,18 @@ namespace tallow::delivery {
 using fallback::kNoBlock;
 
 enum class DeliveryMode : std::uint32_t {
-  kLive = 0,         // from the pipe
-  kRestartable = 1,  // a file was taken over at Open; the host has not said yet what it wants
-  kReplaying = 2     // from the fallback file
+  kLive = 0,  // from the pipe
+  kRestartable =
+      1,          // a file was taken over at Open; the host has not yet chosen what to do with it
+  kReplaying = 2  // from the fallback file
 };
 
 // Whether the stream can be continued. When it can't, nothing is delivered until Close.
 enum class StreamState : std::uint8_t {
   kWhole,
   kTorn,  // a live Read failed and has lost bytes; the position before it still stands
-  kLost   // a restart failed after it had begun to use the re-sent data up: where the stream stands
-          // is not known
+  kLost  // a restart failed after it had begun to consume the re-sent data: where the stream stands
+         // is not known
 };
 
 struct DeliveryState {
@@ -34,15 +35,15 @@ struct DeliveryState {
   std::uint64_t lastBlockNo = 0;  // the block delivered last; the position that GetPos hands out
   std::uint64_t checkpointBlockNo = kNoBlock;  // of the latest GetPos, or accepted by SetPos
   bool pipeEof = false;                        // the pipe has reported the end of the data
-  bool eofReturned = false;                    // the host has been told
+  bool eofReturned = false;                    // Read has returned this to the host
   StreamState stream = StreamState::kWhole;
 
   RunningDigest md5Running;
   // The digests at the two positions that SetPos can go back to.
   RunningDigest md5AtCheckpoint;
   RunningDigest md5AtFileFirst;
-  // The latest block that came with the writer's end as error 109 or with a time-out; such a block
-  // is in no signature, however often it is delivered.
+  // The latest block that ended with error 109 or a time-out. Such a block is in no signature,
+  // however often it is delivered.
   std::uint64_t unhashedBlockNo = kNoBlock;
 };
 
@@ -57,18 +58,19 @@ struct Job {
   DeliveryState state;
 };
 
-// Takes a block read from the pipe into the running digest.
+// Adds a block that was read from the pipe to the running digest.
 void coverPipeBlock(Job& job, std::uint64_t blockNo, const void* data, std::uint32_t length,
                     const pipe::PipeRead& read);
 
-// Takes a block replayed from the fallback file into the running digest, if it is not in it yet.
+// Adds a block that was replayed from the fallback file to the running digest, unless the digest
+// already has it.
 void coverReplayedBlock(Job& job, std::uint64_t blockNo, const void* data, std::uint32_t length);
 
-// Writes the pending block and notes the digest that belongs to the file's first block.
+// Writes the pending block. If it becomes the file's first block, keeps the digest up to it.
 void writePending(Job& job, fallback::PendingWrite mode);
 
-// Gives up a file that was taken over for a restart that the host does not ask for: its sync points
-// are overwritten, the job goes on as a new one.
+// Gives up the restart from a file that was taken over, because the host does not ask for it. The
+// file's sync points are overwritten and the job continues as a new one.
 void dropRecovery(Job& job);
 
 }  // namespace tallow::delivery

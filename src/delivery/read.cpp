@@ -25,7 +25,7 @@ void logPipeBlock(std::uint32_t length, std::uint64_t blockNo) {
       blockNo);
 }
 
-// The block that a restart has left in the pending buffer. It stays pending.
+// Delivers the block that a restart has left in the pending buffer. It stays pending.
 void deliverPending(Job& job, TallowReadBlock& block) {
   DeliveryState& state = job.state;
   std::memcpy(block.dataBuffer, job.pending.pendingData.get(), job.pending.pendingLength);
@@ -34,8 +34,8 @@ void deliverPending(Job& job, TallowReadBlock& block) {
   state.lastBlockNo = state.nextBlockNo++;
 }
 
-// Reads into the host's buffer. The data length is right also when the pipe raises a failure
-// half-way; the bytes gathered by then can't be had again.
+// Reads into the host's buffer. The data length is correct even if the pipe raises a failure
+// half-way. The bytes read until then cannot be read again.
 pipe::PipeRead readPipe(Job& job, TallowReadBlock& block) {
   const std::uint64_t blockNo = job.state.nextBlockNo;
   std::uint32_t length = 0;

@@ -12,7 +12,8 @@ namespace {
 
 using diag::LogLevel;
 
-// Where the record of the next block starts, or the next one will be appended.
+// Where the next block's record starts or, after the last record, where the next one will be
+// appended.
 std::uint64_t nextRecordOffset(const Job& job) {
   return fallback::recordLayout(job.options)
       .offsetOf(job.state.nextBlockNo, job.fallback.fileFirstBlockNo);
@@ -20,10 +21,10 @@ std::uint64_t nextRecordOffset(const Job& job) {
 
 struct StreamPlace {
   std::int64_t position;
-  std::int64_t fileLength;  // as the system tells it
+  std::int64_t fileLength;  // as the system reports it
 };
 
-// Leaves the stream at the record that starts at recordOffset, wherever it was before.
+// Finds the stream's position and the file's length, and leaves the stream at recordOffset.
 StreamPlace whereIs(fallback::FileStream& stream, std::uint64_t recordOffset) {
   const std::int64_t position = stream.tell();
   if (position == -1) {
@@ -39,8 +40,8 @@ StreamPlace whereIs(fallback::FileStream& stream, std::uint64_t recordOffset) {
   return {position, fileLength};
 }
 
-// Reads the record at the stream's position into the host's buffer; the length of its block, or
-// nothing if it is no whole record.
+// Reads the record at the stream's position into the host's buffer. Returns the length of its
+// block, or nothing if the record is incomplete or invalid.
 std::optional<std::uint32_t> readRecord(Job& job, void* buffer) {
   fallback::FileStream& stream = job.fallback.fallbackFile;
   const auto blockSize = static_cast<std::uint32_t>(job.options.blockSize);
@@ -57,7 +58,7 @@ std::optional<std::uint32_t> readRecord(Job& job, void* buffer) {
 
 void refuseRecord(Job& job, TallowRequestBlock& request) {
   request.returnCode = pmrcDelivery;
-  // Back to the record's start, so that a part of it is never taken for the next one.
+  // Back to the start of the record, so that the rest of it is never taken for the next one.
   fallback::seekSilently(job.fallback, nextRecordOffset(job));
   diag::logMessage<MessageId::kFallbackReadFailed>(LogLevel::kError,
                                                    job.fallback.fallbackName.c_str());

@@ -1,4 +1,4 @@
-// Serving a block out of the fallback file.
+// Delivering a block from the fallback file.
 #pragma once
 
 #include "delivery/job.hpp"
@@ -6,9 +6,9 @@
 
 namespace tallow::delivery {
 
-// Delivers the next block from the file and goes back to the pipe behind the file's last one.
-// Return code 16, with nothing delivered, when the record cannot be read; the next call tries the
-// same record again. Raises messages 103 and 104 when the file can't be positioned.
+// Delivers the next block from the file. After the file's last block, the job reads from the pipe
+// again. Return code 16, with nothing delivered, if the record cannot be read; the next call tries
+// the same record again. Raises message 103 or 104 if the file cannot be positioned.
 void replay(Job& job, TallowRequestBlock& request, TallowReadBlock& block);
 
 }  // namespace tallow::delivery

@@ -1,5 +1,5 @@
-// The requests that deliver data and positions. Failures are raised as the module's error exception
-// or told as a return code, as each comment says; return code 0 is set by the caller.
+// The requests that deliver data and positions. A failure is raised as the module's error exception
+// or reported as a return code, as each comment says. The caller sets return code 0.
 #pragma once
 
 #include "delivery/job.hpp"
@@ -7,19 +7,20 @@
 
 namespace tallow::delivery {
 
-// The next block: from the fallback file while it replays, else from the pipe. The block's data
-// length is 0 at first. Return code 9 at the end of the data, 16 when the block cannot be had from
-// the file, or the stream can't be continued. Raises what the pipe raises, and messages 103 and 104
-// when the file can't be positioned.
+// The next block: from the fallback file while it replays, else from the pipe. The caller has set
+// the block's data length to 0. Return code 9 at the end of the data, 16 if the block cannot be
+// read from the file or the stream cannot be continued. Raises what the pipe raises, and message
+// 103 or 104 if the file cannot be positioned.
 void read(Job& job, TallowRequestBlock& request, TallowReadBlock& block);
 
-// A checkpoint: answers the number of the last delivered block, sees to the fallback file and
-// writes a sync point. Trouble with the file only means that there is none, except message 104.
+// A checkpoint: returns the number of the last delivered block, creates the fallback file if there
+// is none, and writes a sync point. If the file fails, the job continues without one; only message
+// 104 is raised.
 void getPos(Job& job, TallowRequestBlock& request, TallowPositionBlock& block);
 
-// Back to a checkpoint: in the run by replaying the fallback file, after a new load by dropping the
-// re-sent data up to the position and checking its signature. Return code 32 for a position that
-// cannot be reached, 16 for data that differs.
+// Goes back to a checkpoint: within the run by replaying the fallback file, after a new load by
+// dropping the re-sent data up to the position and checking its signature. Return code 32 if the
+// position cannot be reached, 16 if the data differs.
 void setPos(Job& job, TallowRequestBlock& request, TallowPositionBlock& block);
 
 }  // namespace tallow::delivery

@@ -17,8 +17,8 @@ template <MessageId id>
   diag::raise<id>(diag::systemErrorText(stream.systemError()).c_str());
 }
 
-// Looks up the length that the fallback file records for a block. The pipe read fills whole blocks
-// whatever it says; that the file has the block at all is what counts.
+// Looks up the length that the fallback file records for a block. Only whether the file has a
+// length there matters: the pipe read fills whole blocks whatever the length is.
 void lookUpLength(Job& job, std::uint64_t blockNo) {
   if (job.options.needFullBlock) return;
   FileStream& stream = job.fallback.fallbackFile;
@@ -39,8 +39,8 @@ void lookUpLength(Job& job, std::uint64_t blockNo) {
     raiseFailure<MessageId::kFallbackSeekFailed>(stream);
 }
 
-// Reads the re-sent data block by block into the pending buffer, up to the block wanted. From the
-// first read on the stream is lost unless the restart is accepted.
+// Reads the re-sent data block by block into the pending buffer, up to the wanted block. From the
+// first read on, the stream is lost unless the restart is accepted.
 void skipResentData(Job& job, TallowRequestBlock& request, std::uint64_t wantedBlockNo) {
   DeliveryState& state = job.state;
   fallback::PendingBlock& pending = job.pending;
@@ -57,7 +57,7 @@ void skipResentData(Job& job, TallowRequestBlock& request, std::uint64_t wantedB
 
   const bool isShort = pending.pendingLength < job.options.blockSize;
   if (blockNo < wantedBlockNo || pending.pendingLength == 0 ||
-      // Blocks that were not full can't be counted again in the re-sent data.
+      // If the first run's blocks were not full, they cannot be counted in the re-sent data.
       (isShort && !job.options.needFullBlock)) {
     refusePosition(request);
   }

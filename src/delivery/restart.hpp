@@ -9,9 +9,9 @@
 namespace tallow::delivery {
 
 // Reads and drops the re-sent data up to block blockNo, keeps that block for the next Read and
-// checks the signature of it all. Sets return code 32 and raises message 32 when the position names
-// no sync point or the data ends before it, return code 16 when the data differs. Once the pipe has
-// been asked a failure leaves the job without a stream.
+// checks the signature of it all. Sets return code 32 and raises message 32 if the position has no
+// sync point or the data ends before it. Return code 16 if the data differs. After the first read
+// from the pipe, a failure leaves the job without a stream.
 void restart(Job& job, TallowRequestBlock& request, std::uint64_t blockNo);
 
 // Sets return code 32 and raises message 32.

@@ -7,8 +7,7 @@
 
 namespace tallow::delivery {
 
-// Knows the last block that it accounts for, so that a block that is sent again is never added
-// twice.
+// Remembers the last block that it covers, so that a block that is sent again is never added twice.
 struct RunningDigest {
   fallback::Md5Context md5;
   std::uint64_t coveredBlockNo = 0;

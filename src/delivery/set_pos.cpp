@@ -11,7 +11,7 @@ namespace {
 
 using fallback::PendingWrite;
 
-// Whether the file can serve the block once the pending block has been written.
+// True if the file has the block, or will have it once the pending block is written.
 bool canServe(const Job& job, std::uint64_t blockNo) {
   const fallback::FallbackFile& file = job.fallback;
   if (file.holds(blockNo)) return true;
@@ -19,8 +19,9 @@ bool canServe(const Job& job, std::uint64_t blockNo) {
          (file.fileFirstBlockNo == kNoBlock || blockNo == file.fileLastBlockNo + 1);
 }
 
-// Whether a position in the run may be gone back to: that of the latest checkpoint and that of the
-// file's first block, and position 0 while the file has, or can have, the data from block 1 on.
+// True if SetPos may go back to this position within the run: that of the latest checkpoint, that
+// of the file's first block, or position 0 while the file has, or can have, the data from block 1
+// on.
 bool isRestartPoint(const Job& job, std::uint64_t blockNo) {
   const std::uint64_t first = job.fallback.fileFirstBlockNo;
   const std::uint64_t checkpoint = job.state.checkpointBlockNo;
@@ -31,7 +32,7 @@ bool isRestartPoint(const Job& job, std::uint64_t blockNo) {
   return (blockNo == checkpoint || blockNo == first) && canServe(job, blockNo);
 }
 
-// The running digest as it was when the block was delivered last.
+// Restores the running digest to what it was when the block was last delivered.
 void restoreDigest(DeliveryState& state, std::uint64_t blockNo) {
   const bool atCheckpoint = state.checkpointBlockNo == blockNo;
   if (atCheckpoint && state.md5AtCheckpoint.coveredBlockNo == blockNo) {

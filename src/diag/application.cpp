@@ -13,9 +13,9 @@ namespace tallow::diag {
 
 namespace {
 
-// Made at start, since nothing can be formatted once memory has run out. Raising it copies the
-// exception, which shares the text and allocates nothing but the exception object itself, for
-// which there is a reserve.
+// Made at the start, since nothing can be formatted once memory has run out. To raise it copies the
+// exception: the copy shares the text and allocates only the exception object, for which there is a
+// reserve.
 constinit const CErrMsgException* outOfMemory = nullptr;
 
 void raiseOutOfMemory() {
@@ -50,7 +50,7 @@ void CTallowinApp::end() noexcept {
 }
 
 std::wstring CTallowinApp::path() const {
-  constexpr DWORD kRoom = 32768;  // for the longest path and its NUL
+  constexpr DWORD kRoom = 32768;  // characters of the longest path and its NUL
   std::wstring text(kRoom, L'\0');
   const DWORD length = GetModuleFileNameW(module_, text.data(), kRoom);
   text.resize(length < kRoom ? length : 0);

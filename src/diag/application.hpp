@@ -7,15 +7,15 @@
 
 namespace tallow::diag {
 
-// There is one, in static storage that is never destroyed, so that the end of a process that did
-// not unload the module touches nothing.
+// There is one, in static storage. It is never destroyed, so that a process that ends without
+// unloading the module touches nothing of it.
 class CTallowinApp {
  public:
   // Installs the out-of-memory handler, loads the language library, notes the calling thread and
-  // sets up the log. False: the library must not load.
+  // sets up the log. If it returns false, the library must not load.
   bool start(HMODULE module) noexcept;
 
-  // Gives back what start took.
+  // Frees what start took.
   void end() noexcept;
 
   // The only thread that may send requests: the one that loaded the library.
@@ -23,8 +23,8 @@ class CTallowinApp {
 
   HMODULE module() const noexcept { return module_; }
 
-  // The module's file, in UTF-16, since the code page may not have its folder's characters. Empty
-  // when the system does not say it.
+  // The path of the module's file, in UTF-16 because the code page may lack its folder's
+  // characters. Empty if the system does not give it.
   std::wstring path() const;
 
  private:

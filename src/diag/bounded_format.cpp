@@ -6,8 +6,8 @@ namespace tallow::diag {
 
 namespace {
 
-// Formats at most count characters; buffer holds count + 1 bytes. Negative when the text does not
-// fit, the buffer then holding its beginning. On Windows this is the run-time library's own
+// Formats at most count characters; buffer holds count + 1 bytes. Negative if the text does not
+// fit; the buffer then holds its beginning. On Windows this is the run-time library's own
 // formatter, since texts and trace lines use its conversions (%I64u).
 int formatCount(char* buffer, std::size_t count, const char* format, std::va_list arguments) {
 #if defined(_WIN32)

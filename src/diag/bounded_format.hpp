@@ -15,7 +15,7 @@
 
 namespace tallow::diag {
 
-// Characters of the longest text that formatGrowing gives.
+// Characters of the longest text that formatGrowing returns.
 inline constexpr std::size_t kLongestFormatted = 8704;
 
 // Formats into buffer (size bytes, at least 1), cutting the text to size - 1 characters; always

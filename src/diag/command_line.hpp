@@ -1,4 +1,4 @@
-// The host program's name as its command line tells it.
+// The host program's name, from its command line.
 #pragma once
 
 #include <string>

@@ -8,8 +8,8 @@
 
 namespace tallow::diag {
 
-// A numbered message on its way to the host: PIDMMain logs it and turns it into return code 34
-// unless a return code was set before.
+// A numbered message on its way to the host. PIDMMain logs it and turns it into return code 34,
+// unless a return code is already set.
 class CErrMsgException : public std::runtime_error {
  public:
   CErrMsgException(MessageId id, const std::string& text) : std::runtime_error(text), id_(id) {}

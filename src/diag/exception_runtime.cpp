@@ -12,7 +12,7 @@
 #include <cstring>
 #include <exception>
 
-// A thread's exceptions in flight, as the ABI of the compiler lays them out.
+// A thread's exceptions in flight, in the layout of the compiler's ABI.
 struct __cxxabiv1::__cxa_eh_globals {
   void* caughtExceptions;
   unsigned int uncaughtExceptions;
@@ -36,8 +36,8 @@ struct ExceptionHeader {
 };
 static_assert(sizeof(ExceptionHeader) == 0xa0, "this compiler's exceptions have another header");
 
-// Room for exceptions that are raised when memory has run out: a failure, and the failures of its
-// report, of the loading thread and of another that is being refused.
+// Room for exceptions that are raised when memory has run out: for a failure and the failures of
+// its report, both in the loading thread and in another thread that is being refused.
 struct alignas(16) Reserve {
   std::byte bytes[512];
 };
@@ -69,7 +69,7 @@ void release(void* memory) noexcept {
 
 constinit DWORD loadingThread = 0;
 constinit Globals ofLoadingThread = {};
-// Of all threads for which there is no memory; they are only ever refused.
+// Shared by all threads for which there is no memory; such threads are only ever refused.
 constinit Globals ofAnyThread = {};
 constinit DWORD slot = FLS_OUT_OF_INDEXES;
 
@@ -110,7 +110,7 @@ extern "C" void __cxa_free_exception(void* exception) noexcept {
 }
 
 extern "C" __cxa_dependent_exception* __cxa_allocate_dependent_exception() noexcept {
-  // Its header is all there is of it.
+  // It consists of its header alone.
   return static_cast<__cxa_dependent_exception*>(allocate(sizeof(ExceptionHeader)));
 }
 

@@ -1,18 +1,18 @@
-// What the C++ run-time library needs to raise an exception, in the place of its own parts.
+// What the C++ run-time library needs to raise an exception. It replaces the library's own parts.
 //
-// Those take a lock, a thread-local variable and a reserve of memory, all made at their first use:
-// two threads' handles, some blocks and a thread-local slot that stay behind at each unload, and
-// the end of the host's process if memory has run out by then. These need nothing to be made.
+// Those make a lock, a thread-local variable and a reserve of memory when they are first used. Each
+// unload then leaves behind two threads' handles, some blocks and a thread-local slot, and if
+// memory has run out by the first use, the host's process ends. The parts here need none of this.
 #pragma once
 
 namespace tallow::diag {
 
-// Tells the thread that loads the library from all others. Called once, at the start; an exception
-// may be raised before it.
+// Remembers the thread that loads the library. Called once, at the start; an exception may be
+// raised before it.
 void startExceptionRuntime() noexcept;
 
-// Gives back what other threads hold. Called at the end; an exception may be raised behind it, from
-// the loading thread.
+// Frees what is kept for other threads. Called at the end; the loading thread may still raise an
+// exception after it.
 void endExceptionRuntime() noexcept;
 
 }  // namespace tallow::diag

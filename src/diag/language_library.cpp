@@ -23,7 +23,7 @@ LanguageAttempt attemptFor(LCID locale) {
           localeText(locale, LOCALE_SLANGUAGE)};
 }
 
-// Maps a library as data: it has texts alone, and no code of it ever runs, wherever it was found.
+// Maps a library as data. It holds only texts, and no code in it ever runs, wherever it was found.
 HMODULE mapLibrary(const std::wstring& directory, const std::string& name) {
   // The name is ASCII.
   const std::wstring path = directory + std::wstring(name.begin(), name.end()) + L".dll";

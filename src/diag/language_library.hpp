@@ -8,8 +8,8 @@
 namespace tallow::diag {
 
 // Maps the library of the thread's language, of the language's default sublanguage or of English,
-// in this order: beside the module first, then wherever the system looks. When none is found the
-// attempts are told in a message box and the answer is false.
+// in this order: beside the module first, then wherever the system looks. If none is found, a
+// message box lists the attempts and the result is false.
 bool loadLanguageLibrary(const std::wstring& modulePath);
 
 void freeLanguageLibrary() noexcept;

@@ -22,7 +22,7 @@ constexpr unsigned defaultSublanguage(unsigned locale) {
 // The library's name for a three-letter language abbreviation in any case.
 std::string languageLibraryName(std::string_view abbreviation);
 
-// "Cannot load language specific resources (tried …)." with equal attempts told once.
+// "Cannot load language specific resources (tried …)." with equal attempts listed once.
 std::string describeLanguageFailure(const std::array<LanguageAttempt, 3>& attempts);
 
 }  // namespace tallow::diag

@@ -23,7 +23,8 @@ constexpr std::size_t kTimeSize = 256;
 constexpr std::size_t kWordSize = 64;
 constexpr std::size_t kLineSize = kTimeSize + kWordSize + RepeatFilter::kTextSize + 32;
 
-// Trivially destructible: a process that ends without unloading the module touches none of it.
+// Trivially destructible, so that a process that ends without unloading the module touches none of
+// it.
 struct LogState {
   char path[MAX_PATH];
   char levelWords[kHighestLogLevel + 2][kWordSize];  // the last is for any other level
@@ -37,7 +38,7 @@ struct FileCloser {
 };
 using LogFile = std::unique_ptr<std::FILE, FileCloser>;
 
-// The raw text of a message, cut to the room that there is.
+// The raw text of a message, cut to the size of text.
 template <std::size_t size>
 void loadText(MessageId id, char (&text)[size]) noexcept {
   if (LoadStringA(languageLibrary(), static_cast<UINT>(id), text, static_cast<int>(size)) <= 0) {
@@ -70,7 +71,7 @@ void formatTime(char (&text)[kTimeSize]) {
   }
 }
 
-// Formats a line of unchecked format; used for the summary, whose format is a message text.
+// Formats a line without checks of the format: that of the summary is a message text.
 std::size_t formatLine(char (&line)[kLineSize], const char* format, ...) {
   std::va_list arguments;
   va_start(arguments, format);
@@ -96,7 +97,7 @@ int writeText(LogLevel level, MessageId id, const char* text, std::size_t length
 
   const RepeatFilter::Decision decision = state.filter.next({text, length});
   if (decision.summaryCount != 0) {
-    // The level word is the current line's, not the repeated one's: deliberate.
+    // The interface requires the current line's level word here, not that of the repeated line.
     std::size_t summary =
         formatLine(line, state.repeatFormat, time, process, word, decision.summaryCount);
     if (summary == kLineSize - 1) --summary;
@@ -109,7 +110,7 @@ int writeText(LogLevel level, MessageId id, const char* text, std::size_t length
   return writeOut(file.get(), line, written) ? static_cast<int>(written) : 0;
 }
 
-// The directory of the log file, null when no log is to be set up.
+// The directory of the log file; null if no log is to be set up.
 const char* chooseDirectory(const char* given) {
   if (given != nullptr && *given != '\0') return given;
   const char* variable = std::getenv("NPLOGDIR");

@@ -1,8 +1,8 @@
 // The module's log file "namedpipes.log".
 //
-// The file is opened, appended to and closed again for every line: deliberate, so that several
-// processes can share it and nothing is lost when one dies. Logging never fails a request. Nothing
-// here guards against a second thread: the module is called from one.
+// The file is opened, appended to and closed again for every line, so that several processes can
+// share it and nothing is lost when one dies. A failure to log never makes a request fail. Nothing
+// here guards against a second thread, since the module is called from one.
 #pragma once
 
 #include "diag/bounded_format.hpp"
@@ -26,13 +26,13 @@ namespace detail {
 extern int currentLogLevel;
 }
 
-// Whether a line of this level passes the filter.
+// True if lines of this level are logged.
 inline bool logEnabled(LogLevel level) noexcept {
   return static_cast<int>(level) <= detail::currentLogLevel;
 }
 
 // Appends one line; a text of more than 1023 characters is cut. Returns the number of characters
-// written, 0 when the level is off, the text repeats the last one or the file can't be written.
+// written: 0 if the level is off, the text repeats the last one or the file cannot be written.
 int log(LogLevel level, MessageId id, const char* format, ...) noexcept TALLOW_PRINTF(3, 4);
 
 // Returns the previous level. Takes 0 to 6; any other value changes nothing and is logged as
@@ -41,9 +41,9 @@ int setLogLevel(int level);
 
 int logLevel() noexcept;
 
-// Chooses the log file: in the directory given (null or empty: none), else in that of NPLOGDIR,
-// else, unless the level is 0, in that of TEMP or in "c:\". Raises level 0 to 2 when a file was
-// chosen, writes the two banner lines. Without a choice everything stays as it was.
+// Chooses the log file: in the given directory (null or empty: none), else in that of NPLOGDIR,
+// else, unless the level is 0, in that of TEMP or in "c:\". If a file was chosen, raises level 0 to
+// 2 and writes the two banner lines. If not, everything stays as it was.
 void setUpLog(const char* hostProgram, const char* description, const char* directory) noexcept;
 
 }  // namespace tallow::diag

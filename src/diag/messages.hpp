@@ -10,11 +10,11 @@
 
 namespace tallow::diag {
 
-// Puts the raw text of a message into text; false and an empty text if the language library lacks
-// it.
+// Puts the raw text of a message into text. False, with an empty text, if the language library
+// lacks it.
 bool loadMessage(MessageId id, std::string& text);
 
-// Formats the text of a message with arguments of unchecked types; use message() instead.
+// Formats the text of a message without checking the types of the arguments; use message() instead.
 std::string formatLoadedMessage(MessageId id, ...);
 
 namespace detail {
@@ -56,8 +56,8 @@ inline void logText(LogLevel level, MessageId id, const char* text) noexcept {
   log(level, id, "%s", text);
 }
 
-// Logs a formatted message; formats nothing if the level is off. What follows a line must not
-// depend on it: when memory runs out in the words, the line has its number alone.
+// Logs a formatted message; formats nothing if the level is off. What comes after a log line must
+// not depend on it, so if memory runs out during the formatting, the line has only its number.
 template <MessageId id, class... Arguments>
 void logMessage(LogLevel level, Arguments... arguments) noexcept {
   if (!logEnabled(level)) return;

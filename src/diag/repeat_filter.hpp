@@ -1,4 +1,4 @@
-// Which lines of the log are written, and when a run of equal ones is summed up.
+// Decides which lines of the log are written, and when a run of equal ones is summed up.
 #pragma once
 
 #include <cstddef>
@@ -6,8 +6,8 @@
 
 namespace tallow::diag {
 
-// Remembers the last text and counts its repeats. Texts are compared alone: neither level nor id
-// nor time counts. Allocates nothing.
+// Remembers the last text and counts its repeats. Only texts are compared, not levels, ids or
+// times. Allocates nothing.
 class RepeatFilter {
  public:
   // Bytes of the longest text, NUL included.
@@ -20,7 +20,7 @@ class RepeatFilter {
     bool writeLine;    // false for a repeat
   };
 
-  // Takes the next text (at most kTextSize - 1 characters) and tells what to write for it.
+  // Takes the next text (at most kTextSize - 1 characters) and decides what to write for it.
   Decision next(std::string_view text) noexcept;
 
  private:

@@ -5,8 +5,8 @@
 
 namespace tallow::diag {
 
-// The description of a GetLastError number as the system words it, trailing line break included.
-// Raises message 49 with that number when the system has none.
+// The system's description of a GetLastError number, including the trailing line break. Raises
+// message 49 with that number if the system has none.
 std::string systemErrorText(unsigned long error);
 
 // The same for the calling thread's last error.

@@ -12,7 +12,7 @@ namespace {
 
 using diag::LogLevel;
 
-// The name with its NUL, or as much of it as its field holds.
+// The name up to its NUL, or the whole field if it has none.
 std::string attributeName(const TallowAttributeBlock& block) {
   const char* end =
       std::find(block.attributeName, block.attributeName + TALLOW_ATTRIBUTE_NAME_SIZE, '\0');
@@ -48,7 +48,7 @@ void handleAttribute(ModuleRecord* module, TallowRequestBlock& request,
       module->options.charsetName = block.attributeValue;
     }
   } else if (name == "PRESERVE_RESTART_INFO") {
-    // A Get stores as well as a Put, here and below: deliberate.
+    // Here and below, a Get stores the value just as a Put does. The interface requires this.
     if (module != nullptr) {
       module->options.preserveRestartInfo = std::string_view(block.attributeValue) == "YES";
     }

@@ -6,7 +6,7 @@ namespace tallow::entry {
 
 namespace {
 
-// Moves an instance out of a list; false if it is not in there.
+// Moves an instance from one list to the other. False if it is not in the first.
 bool moveOut(InstanceList& from, const ModuleInstance& instance, InstanceList& to) {
   const auto found = std::find_if(from.begin(), from.end(), [&instance](const auto& entry) {
     return entry.get() == &instance;
@@ -19,7 +19,7 @@ bool moveOut(InstanceList& from, const ModuleInstance& instance, InstanceList& t
 void tearDown(delivery::Job& job, fallback::CloseKind kind) {
   job.pipe.close();
   job.fallback.fallbackFile.close();
-  // Without the end of the data the file is kept for a restart.
+  // If the host did not reach the end of the data, the file is kept for a restart.
   if (job.state.eofReturned) fallback::removeFinished(job.fallback, job.options, kind);
 }
 

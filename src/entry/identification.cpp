@@ -31,7 +31,8 @@ constinit std::array<TallowComponentVersion, 7> components = {{
     {"PIDMMAIN", TALLOW_COMPONENT_VERSION, nullptr},
 }};
 
-// Holds what is found out about the language library; the answer never leads to it: deliberate.
+// Holds the version of the language library. The interface requires that the list in a successful
+// answer does not lead to it.
 constinit TallowComponentVersion spare = {};
 
 void copyText(char (&target)[TALLOW_ID_TEXT_SIZE], const std::string& text) {

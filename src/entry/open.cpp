@@ -23,7 +23,7 @@ void checkOpenMode(TallowRequestBlock& request, int mode) {
   raise<MessageId::kBadOpenMode>(mode);
 }
 
-// Terminates the name in the host's block and copies it.
+// Terminates the name in the host's block with a NUL and copies it.
 std::string takePipeName(TallowOpenBlock& block) {
   block.pipeName[block.pipeNameLength] = '\0';
   if (block.pipeNameLength == 0) {

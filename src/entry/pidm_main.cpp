@@ -34,7 +34,7 @@ std::string failureWithoutText() {
   return diag::message<MessageId::kFailedWithoutText>(moduleTitle().c_str());
 }
 
-// One call of PIDMMain: its blocks and the message area that a failure of it goes to.
+// One call of PIDMMain: its blocks, and the message area for the text of its failure.
 class Request {
  public:
   Request(TallowRequestBlock& request, void* parameters)
@@ -84,8 +84,7 @@ class Request {
     return *static_cast<Block*>(parameters_);
   }
 
-  // The record behind a block's handle, which also becomes the place for a failure text. A null
-  // handle is refused; any other is trusted.
+  // The record behind a handle. A null handle is refused; any other is trusted.
   template <class Record>
   Record& record(void* handle) {
     if (handle == nullptr) {
@@ -106,7 +105,7 @@ class Request {
       case pmiPIDMOptInit:
         return init(request_, block<TallowInitBlock>());
       case pmiPIDMOptOpen:
-        // Before anything can be refused, a null module handle included.
+        // Before anything can be refused, even a null module handle.
         block<TallowOpenBlock>().instanceHandle = nullptr;
         return open(record<ModuleRecord>(block<TallowOpenBlock>().moduleHandle), request_,
                     block<TallowOpenBlock>());
@@ -115,7 +114,7 @@ class Request {
       case pmiPIDMOptCloseR:
         return close(instance<TallowCloseBlock>(), CloseKind::kNeverAsks);
       case pmiPIDMOptRead:
-        // Before the handle is looked at, as above.
+        // Before the handle is checked, as above.
         block<TallowReadBlock>().dataLength = 0;
         return delivery::read(instance<TallowReadBlock>().job, request_, block<TallowReadBlock>());
       case pmiPIDMOptGetPos:
@@ -164,7 +163,7 @@ class Request {
   diag::MessageArea* area_ = nullptr;  // null: the module-wide one
 };
 
-// Runs one way of reporting a failure; a failure in it is return code 12.
+// Reports a failure. If the report itself fails, the return code is 12.
 template <class Report>
 void guarded(TallowRequestBlock& request, Report&& report) noexcept {
   try {

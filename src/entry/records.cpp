@@ -8,8 +8,8 @@ namespace {
 
 using ModuleList = std::list<std::unique_ptr<ModuleRecord>>;
 
-// Behind a plain pointer, so that no destructor runs at the end of a process that never unloaded
-// the library: what is left then belongs to the system.
+// A plain pointer, so that no destructor runs at the end of a process that never unloaded the
+// library. The system then frees what is left.
 constinit ModuleList* modules = nullptr;
 
 }  // namespace

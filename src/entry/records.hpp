@@ -12,8 +12,8 @@ namespace tallow::entry {
 
 struct ModuleRecord;
 
-// Behind an instance handle: one opened pipe. Begins with the message area that a failure report
-// for the handle writes into.
+// What an instance handle points to: one opened pipe. It begins with the message area for failures
+// of requests with this handle.
 struct ModuleInstance {
   explicit ModuleInstance(ModuleRecord& owner);
 
@@ -24,19 +24,19 @@ struct ModuleInstance {
 
 using InstanceList = std::list<std::unique_ptr<ModuleInstance>>;
 
-// Behind a module handle: the options, which begin with a message area too, and the instances
-// opened through it. Lives from Init until the library is unloaded.
+// What a module handle points to: the options, which also begin with a message area, and the
+// instances opened with the handle. It lives from Init until the library is unloaded.
 struct ModuleRecord {
   config::OptionsRecord options;
   InstanceList instances;  // in order of opening
-  // Closed, but kept because the text of a failure in Close stands in their message area.
+  // Closed, but kept because their message area holds the text of a failure in Close.
   InstanceList failedInClose;
 };
 
-// Takes a record into the list of all; it then lives until destroyAllModules.
+// Keeps a record until destroyAllModules.
 void keepModule(std::unique_ptr<ModuleRecord> module);
 
-// Destroys every record, the oldest first, each with the instances that are still open.
+// Destroys every record, the oldest first, together with its instances that are still open.
 void destroyAllModules() noexcept;
 
 }  // namespace tallow::entry

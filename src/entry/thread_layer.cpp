@@ -1,10 +1,11 @@
 // The thread functions that ICU and the statically linked run-time library call, in place of those
-// of the compiler's own thread library. That one takes a thread-local slot, memory and kernel
-// objects at their first use after each load, ends the process if there are none, and never gives
-// them back; a process has about a thousand such slots. This one takes nothing.
+// of the compiler's own thread library. That library takes a thread-local slot, memory and kernel
+// objects when each is first used after a load. It ends the process if it cannot get them, and
+// never gives them back; a process has only about a thousand such slots. The functions here take
+// nothing.
 //
-// The module serves a single thread, so hardly ever does one thread wait for another here: waiting
-// is yielding.
+// The module serves a single thread, so one thread hardly ever waits for another here. To wait is
+// simply to yield.
 
 #include <pthread.h>
 #include <windows.h>
@@ -18,9 +19,9 @@
 
 namespace {
 
-// A mutex holds its owner's thread id in the low half and how often it is locked in the high half.
-// What is not above 0 is free: that covers the library's static initialisers. Every mutex can be
-// locked again by its owner, as some must.
+// A mutex holds its owner's thread id in the low half and its lock count in the high half. A value
+// of 0 or less means free, which covers the library's static initialisers. The owner can lock any
+// mutex again; some must allow this.
 constexpr intptr_t kLockedOnce = intptr_t{1} << 32;
 constexpr intptr_t kFree = 0;
 
@@ -76,7 +77,7 @@ int pthread_mutex_unlock(pthread_mutex_t* mutex) {
   return 0;
 }
 
-// A wait that ends without a signal is allowed, and each caller looks at its condition again.
+// A wait may end without a signal: each caller checks its condition again.
 int pthread_cond_wait(pthread_cond_t*, pthread_mutex_t* mutex) {
   pthread_mutex_unlock(mutex);
   SwitchToThread();
@@ -131,8 +132,8 @@ int pthread_setspecific(pthread_key_t, const void*) {
   return EINVAL;
 }
 
-// Deliberate: a thread-local variable exists once, since all threads but one are refused before
-// they could come near it.
+// A thread-local variable exists only once. That is enough: all threads but one are refused before
+// they could use it.
 void* __emutls_get_address(ThreadLocalVariable* variable) {
   if (variable->address == nullptr) {
     const std::size_t start =

@@ -1,8 +1,8 @@
 // The fallback file of a job: its state, positioning, creation and loss.
 //
 // After a failed write or seek there is no file any more: the stream is empty, and every later
-// write is skipped. Open, a live Read and Close succeed without it. GetPos fails where the stream
-// cannot tell its position, SetPos and a replay where they need the file.
+// write is skipped. Open, a live Read and Close succeed without the file. GetPos fails if the
+// stream cannot report its position; SetPos and a replay fail if they need the file.
 #pragma once
 
 #include <cstdint>
@@ -17,7 +17,7 @@
 namespace tallow::fallback {
 
 struct FallbackFile {
-  std::string fallbackName;                   // path under which it is opened, created and removed
+  std::string fallbackName;                   // path to open, create and remove it
   HeaderImage headerImage = {};               // the header block as written or read
   SyncPoints syncPoints = {};                 // the sync area as written or read
   FileStream fallbackFile;                    // empty: no file
@@ -28,7 +28,7 @@ struct FallbackFile {
   std::uint64_t expectedWritePos = kDataStartOffset;  // only shown in the log
 
   bool hasSignatures() const noexcept { return headerImage.signatureFlag != 0; }
-  // Whether the file can serve this block.
+  // True if the file has this block.
   bool holds(std::uint64_t blockNo) const noexcept {
     return fileFirstBlockNo != kNoBlock && fileFirstBlockNo <= blockNo &&
            blockNo <= fileLastBlockNo;
@@ -39,17 +39,18 @@ inline RecordLayout recordLayout(const config::OptionsRecord& options) {
   return {options.blockSize, options.needFullBlock};
 }
 
-// Logs the offset and goes there. False without a stream, and when it fails, which closes it.
+// Logs the offset and goes there. False without a stream or if the seek fails, which closes the
+// stream.
 bool seek(FallbackFile& file, std::uint64_t offset);
 
-// The same without a line in the log.
+// The same without the log line.
 bool seekSilently(FallbackFile& file, std::uint64_t offset);
 
-// Creates or empties the file and writes its header block. True when it is open and the header is
-// written.
+// Creates or empties the file and writes its header block. True if both succeed; the file is then
+// open.
 bool create(FallbackFile& file, const config::OptionsRecord& options);
 
-// The answer to every failed write: closes the file, deletes it and logs message 51.
+// Called after every failed write: closes the file, deletes it and logs message 51.
 void handleWriteFailure(FallbackFile& file);
 
 }  // namespace tallow::fallback

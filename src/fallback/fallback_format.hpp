@@ -1,11 +1,11 @@
-// The layout of a fallback file; docs/fallback-format.md is its document.
+// The layout of a fallback file, described in docs/fallback-format.md.
 //
 //   header block   HeaderImage, at offset 0, written once when the file is created
 //   sync area      SyncPoints, at kSyncAreaOffset, rewritten in place at each checkpoint
 //   data area      block records, from kDataStartOffset to the end, in ascending block number
 //
-// Integers are little-endian, nothing is padded. Shared by the module and every tool that looks
-// into such a file.
+// Integers are little-endian and nothing is padded. The module and every tool that reads such a
+// file share this.
 #pragma once
 
 #include <array>
@@ -20,7 +20,7 @@ inline constexpr char kHeaderText[] = "Varnholt Fallback File 01.03.00\n";
 inline constexpr std::size_t kHeaderTextLength = sizeof kHeaderText - 1;
 inline constexpr std::size_t kPipeNameSize = 260;  // bytes, NUL included
 
-// The block number that stands for none. Blocks count from 1; 0 is the position before the first.
+// The block number that means none. Blocks count from 1; 0 is the position before the first.
 inline constexpr std::uint64_t kNoBlock = ~std::uint64_t{0};
 
 #pragma pack(push, 1)
@@ -37,14 +37,14 @@ static_assert(offsetof(HeaderImage, pipeName) == kHeaderTextLength + 6);
 static_assert(sizeof(HeaderImage) == 298);
 
 struct SyncPoint {
-  std::uint64_t blockNo;  // the block last delivered when it was taken; kNoBlock: no sync point
+  std::uint64_t blockNo;  // the last delivered block when it was taken; kNoBlock: no sync point
   Md5Digest signature;    // of all data up to that block; zeros without signatures
 
   bool operator==(const SyncPoint&) const = default;
 };
 static_assert(sizeof(SyncPoint) == 24 && offsetof(SyncPoint, signature) == 8);
 
-// The older sync point first, the newer behind it.
+// The older sync point first, then the newer.
 using SyncPoints = std::array<SyncPoint, 2>;
 static_assert(sizeof(SyncPoints) == 48);
 
@@ -52,8 +52,8 @@ inline constexpr std::uint64_t kSyncAreaOffset = sizeof(HeaderImage);
 inline constexpr std::uint64_t kDataStartOffset = kSyncAreaOffset + sizeof(SyncPoints);
 static_assert(kDataStartOffset == 346);
 
-// A block record: with fullBlocks off a 32-bit count of the block's valid bytes, then in any case
-// blockSize bytes, of which those behind the valid ones mean nothing.
+// A block record. With fullBlocks off it begins with a 32-bit count of the block's valid bytes.
+// Then come blockSize bytes; those after the valid ones mean nothing.
 struct RecordLayout {
   std::uint64_t blockSize;  // bytes
   bool fullBlocks;
@@ -61,15 +61,15 @@ struct RecordLayout {
   constexpr std::uint64_t lengthFieldSize() const { return fullBlocks ? 0 : 4; }
   constexpr std::uint64_t recordSize() const { return blockSize + lengthFieldSize(); }
 
-  // Where the record of a block starts in a file whose first record is firstBlockNo's; the data
-  // start if blockNo is kNoBlock.
+  // Where the record of a block starts in a file whose first record is that of firstBlockNo. If
+  // blockNo is kNoBlock, the start of the data area.
   constexpr std::uint64_t offsetOf(std::uint64_t blockNo, std::uint64_t firstBlockNo) const {
     if (blockNo == kNoBlock) return kDataStartOffset;
     return kDataStartOffset + (blockNo - firstBlockNo) * recordSize();
   }
 
-  // Where a restart after a new load looks a block's length up. It counts from block 1, whatever
-  // block the file begins with: deliberate, see docs/fallback-format.md.
+  // Where a restart after a new load looks up a block's length. The format requires it to count
+  // from block 1, whatever block the file begins with; see docs/fallback-format.md.
   constexpr std::uint64_t restartLookupOffset(std::uint64_t blockNo) const {
     return kDataStartOffset + (blockNo - 1) * (blockSize + 4);
   }
@@ -82,7 +82,7 @@ void setJobFields(HeaderImage& header, std::uint64_t blockSize, bool signatures)
 enum class HeaderVerdict { kAccepted, kTextDiffers, kPipeNameDiffers, kBlockSizeDiffers };
 
 // Whether a file with this header belongs to a job. Terminates the two texts in the image that was
-// read. The signature flag is not compared: a file that is taken over decides it for the job.
+// read. The signature flag is not compared: a job that takes over a file uses the file's flag.
 HeaderVerdict judgeHeader(HeaderImage& read, const char* pipeName, std::uint64_t blockSize);
 
 }  // namespace tallow::fallback

@@ -12,7 +12,7 @@ void forgetErrors() noexcept {
   SetLastError(ERROR_SUCCESS);
 }
 
-// The error since forgetErrors, or the one that stands for a failure without any.
+// The error since forgetErrors, or the substitute if there was none.
 DWORD errorOr(DWORD substitute) noexcept {
   const DWORD error = GetLastError();
   return error != ERROR_SUCCESS ? error : substitute;

@@ -1,4 +1,4 @@
-// The owner of a file stream of the run-time library, without a buffer.
+// The owner of an unbuffered file stream of the run-time library.
 #pragma once
 
 #include <cstdint>
@@ -13,13 +13,12 @@ class FileStream {
  public:
   FileStream() = default;
 
-  // Opens a file that no other process can then open for writing; empty on failure. What is written
-  // goes to the system at once and straight from its place: a record that was written is there
-  // whatever becomes of the process.
+  // Opens a file that no other process can then open for writing. Empty on failure. What is written
+  // goes to the system at once, without a copy: a record that was written survives the process.
   static FileStream open(const std::string& name, const char* mode);
 
-  // The system's number for the call that failed last, open included. A call that fails without one
-  // (a read that comes back short, say) gets one that says as much, never an older one.
+  // The system's error number of the latest failed call, including open. A call that fails without
+  // a number (such as a short read) gets one that describes the failure, never an older one.
   unsigned long systemError() const noexcept { return systemError_; }
 
   explicit operator bool() const noexcept { return stream_ != nullptr; }
@@ -28,7 +27,7 @@ class FileStream {
   // Positions are bytes from the start.
   std::int64_t tell() noexcept;  // -1 on failure
   bool seek(std::uint64_t offset) noexcept;
-  void seekToEnd() noexcept;  // as well as it can
+  void seekToEnd() noexcept;  // a failure is ignored
 
   // Number of bytes moved.
   std::size_t read(void* data, std::size_t size) noexcept;

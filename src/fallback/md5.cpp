@@ -1,12 +1,11 @@
-// MD5 as RFC 1321 has it, written for the one thing that bounds its speed: each of the 64 steps of
-// a block needs the result of the step before, so a block lasts as long as the chain of operations
-// from one b to the next,
+// MD5 of RFC 1321. One thing limits its speed: each of the 64 steps of a block needs the result of
+// the step before. So a block takes as long as the chain of operations from one b to the next,
 //
 //   b' = b + rotl(a + f(b, c, d) + word + constant, shift)
 //
 // and everything that does not depend on b is free. So the sum a + word + constant is formed first,
-// and each f is written with as little as possible behind b (section 3.4 of the RFC has the same
-// functions with more):
+// and each f is written with as few operations as possible after b is known (section 3.4 of the RFC
+// has the same functions with more):
 //
 //   F = d ^ (b & (c ^ d))     c ^ d does not need b:                    & ^ + rotl +   5 cycles
 //   G = (~d & c) + (d & b)    the halves share no bit, so their "or"
@@ -15,9 +14,9 @@
 //   H = b ^ (c ^ d)                                                     ^ + rotl +     4
 //   I = c ^ (b | ~d)                                                    | ^ + rotl +   5
 //
-// At one cycle an operation that is 16 * (5 + 4 + 4 + 5) = 288 cycles for 64 bytes, 4.5 a byte. The
-// four words of the state are plain variables, which stay in registers, and the steps are unrolled:
-// a step renames the words by the order of its arguments and moves nothing.
+// At one cycle for each operation, that is 16 * (5 + 4 + 4 + 5) = 288 cycles for 64 bytes, or 4.5 a
+// byte. The four words of the state are plain variables, which stay in registers. The steps are
+// unrolled: a step renames the words by the order of its arguments and moves nothing.
 #include "fallback/md5.hpp"
 
 #include <algorithm>
@@ -85,7 +84,7 @@ template <std::size_t first>
   doStep<first + 3>(b, c, d, a, block);
 }
 
-// Takes whole blocks into the state.
+// Adds whole blocks to the state.
 void transform(Word (&state)[4], const std::uint8_t* data, std::size_t blocks) noexcept {
   Word a = state[0];
   Word b = state[1];

@@ -24,7 +24,7 @@ void md5Update(Md5Context& context, const void* data, std::size_t length) noexce
 // The digest of all data so far. The context must be initialised anew before it is used again.
 Md5Digest md5Final(Md5Context& context) noexcept;
 
-// The same of a copy, so that the context goes on.
+// The same from a copy, so that the context can continue.
 Md5Digest md5OfCopy(const Md5Context& context) noexcept;
 
 }  // namespace tallow::fallback

@@ -44,9 +44,8 @@ bool takeOverFound(FallbackFile& file, const config::OptionsRecord& options,
   const std::string stem = nameStem(file.headerImage.pipeName);
   const SearchResult found = searchForRecovery(file, options, directory, stem);
   if (found.takenOver) return true;
-  // The last of the numbered names is always the one that is used: deliberate. What asking for each
-  // of the 65,536 names in turn would tell is only whether one of them is free, and the search has
-  // just seen all that exist.
+  // The interface requires the last of the numbered names, always. To try all 65,536 names in turn
+  // would only show whether one of them is free, and the search has just seen all that exist.
   file.fallbackName = directory + "\\" + numberedName(stem, kNumberedNames - 1);
   file.fallbackCreatePending = found.numberedNames < kNumberedNames;
   return false;
@@ -64,7 +63,7 @@ bool prepare(FallbackFile& file, const config::OptionsRecord& options) {
   if (takenOver && file.fallbackFile) {
     diag::logMessage<MessageId::kRecovering>(LogLevel::kPosition, file.fallbackName.c_str());
   } else {
-    // It could not be positioned, or every numbered name is taken.
+    // The file could not be positioned, or every numbered name is taken.
     const unsigned long error = takenOver ? file.fallbackFile.systemError() : ERROR_FILE_EXISTS;
     diag::logMessage<MessageId::kNoFallbackFileCreated>(LogLevel::kError, file.fallbackName.c_str(),
                                                         diag::systemErrorText(error).c_str());

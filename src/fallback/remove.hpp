@@ -1,4 +1,4 @@
-// What becomes of the fallback file when its job is closed.
+// What Close does with the fallback file.
 #pragma once
 
 #include "config/options_record.hpp"

@@ -11,7 +11,7 @@ namespace tallow::fallback {
 
 namespace {
 
-// The entries of a directory that match a pattern, one after the other.
+// The entries of a directory that match a pattern, one at a time.
 class DirectorySearch {
  public:
   explicit DirectorySearch(const std::string& pattern)

@@ -7,12 +7,12 @@ namespace tallow::fallback {
 
 inline constexpr SyncPoints kNoSyncPoints = {SyncPoint{kNoBlock, {}}, SyncPoint{kNoBlock, {}}};
 
-// Takes a block's sync point into the pair: it becomes the newer one and pushes the newer to the
-// older's place, or takes the place of the newer if that names the same block. kNoBlock and 0 take
-// both places.
+// Adds a block's sync point to the pair. It becomes the newer one, and the newer one becomes the
+// older; but if the newer one has the same block, it is replaced. A sync point of kNoBlock or 0
+// takes both places.
 void addSyncPoint(SyncPoints& points, const SyncPoint& point);
 
-// The first of the pair, the older before the newer, that names the block; null if none does.
+// The sync point of the block; the older one if both have it, null if neither does.
 const SyncPoint* findSyncPoint(const SyncPoints& points, std::uint64_t blockNo);
 
 }  // namespace tallow::fallback

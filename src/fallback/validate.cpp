@@ -64,7 +64,8 @@ bool validate(FallbackFile& file, FileStream stream, const std::string& name, Ca
   HeaderImage read = {};
   if (stream.read(&read, sizeof read) != sizeof read) return false;
   if (!acceptHeader(read, file, candidate, options)) return false;
-  // A sync area that is cut short leaves what was read of it: whatever writes it next replaces it.
+  // If the sync area is cut short, what was read of it remains. The next write of the area replaces
+  // it.
   if (stream.read(&file.syncPoints, sizeof file.syncPoints) != sizeof file.syncPoints) return false;
   log(LogLevel::kTrace, MessageId::kTrace, "Validated fallback file \"%s\" for recovery.",
       name.c_str());

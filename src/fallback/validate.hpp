@@ -8,16 +8,17 @@
 
 namespace tallow::fallback {
 
-// How a file came to be looked at; a refusal is an error only for a file that the user named.
+// Why a file is examined. A refusal is an error only for a file that the user named.
 enum class Candidate { kExplicit, kFound };
 
-// Reads header and sync area. When they are this job's the stream, the header and the sync points
-// are taken into file and the stream is put at the data start (when that fails it is closed, and
-// the file counts as taken over all the same). The data area is not looked at.
+// Reads the header and the sync area. If they are this job's, file takes over the stream, the
+// header and the sync points, and the stream goes to the start of the data area. If that fails the
+// stream is closed, but the file still counts as taken over. The data area is not examined.
 bool validate(FallbackFile& file, FileStream stream, const std::string& name, Candidate candidate,
               const config::OptionsRecord& options);
 
-// Logs a pair of sync points at level 6, each with its block number in the caller's line.
+// Logs a pair of sync points at level 6. The line shows whether they were read or are about to be
+// written.
 enum class SyncPointLine { kRead, kWriting };
 void logSyncPoints(const SyncPoints& points, SyncPointLine line);
 

@@ -54,11 +54,11 @@ bool writePendingBlock(FallbackFile& file, const config::OptionsRecord& options,
 
   const bool isShort = options.needFullBlock && pending.pendingLength < options.blockSize;
   if (isShort) file.shortBlocks.makeRoom();
-  pending.pendingBlockNo = kNoBlock;  // also when it can't be written
+  pending.pendingBlockNo = kNoBlock;  // even if it cannot be written
   const bool startsArea = mode == PendingWrite::kMayStartArea && blockNo == checkpointBlockNo;
   const bool becomesFirst = startsArea || file.fileFirstBlockNo == kNoBlock;
   if (startsArea && !seek(file, kDataStartOffset)) return false;
-  // Else the stream may stand anywhere, after a SetPos that failed.
+  // After a SetPos that failed, the stream may be anywhere.
   if (!startsArea && becomesFirst && !seekSilently(file, kDataStartOffset)) return false;
   if (!writeRecord(file, recordLayout(options), pending, blockNo)) return false;
 

@@ -16,7 +16,7 @@ namespace {
 
 using diag::raise;
 
-// The name in the form that the system calls take: wide is empty when the narrow calls do.
+// The name in the form for the system calls. If wide is empty, the narrow calls are used.
 struct SystemName {
   const std::string& narrow;
   std::u16string wide;
@@ -37,8 +37,9 @@ SystemName systemName(const std::string& name, const config::OptionsRecord& opti
   return {name, std::move(*wide)};
 }
 
-// Whether a pipe of that name waits or is busy; a look that uses no instance up. Beside the status
-// call for systems where that cannot see pipes, and for names that only the wide call can spell.
+// True if the pipe exists, free or busy. Unlike opening it, this does not consume a waiting
+// instance. It complements the status call, which on some systems cannot see pipes and which cannot
+// take names that need the wide calls.
 bool isWaitingPipe(const SystemName& name) {
   constexpr DWORD kTimeout = 1;  // milliseconds
   const BOOL waits = name.wide.empty() ? WaitNamedPipeA(name.narrow.c_str(), kTimeout)
@@ -48,8 +49,9 @@ bool isWaitingPipe(const SystemName& name) {
   return error == ERROR_SEM_TIMEOUT || error == ERROR_PIPE_BUSY;
 }
 
-// One word decides both the share mode of the client end and the blocking mode of the server end:
-// deliberate. With full blocks the server end blocks and the client end is not shared.
+// One word sets both the share mode of the client end and the blocking mode of the server end. The
+// interface requires this: with full blocks, the server end blocks and the client end is not
+// shared.
 DWORD modeWord(const config::OptionsRecord& options) {
   static_assert(FILE_SHARE_READ == PIPE_NOWAIT);
   return options.needFullBlock ? 0 : PIPE_NOWAIT;
@@ -81,8 +83,8 @@ std::string shortSystemErrorText(unsigned long error) {
 
 void openPipe(PipeInput& pipe, const config::OptionsRecord& options, const std::string& name,
               TallowRequestBlock& request) {
-  // A directory look-up in this run-time library, which leaves a waiting instance alone; a status
-  // call that opens the name would use it up.
+  // In this run-time library the status call is a directory look-up, which does not consume a
+  // waiting instance. A status call that opens the name would.
   struct _stat64i32 status = {};
   const bool found = _stat64i32(name.c_str(), &status) == 0;
   if (found && (status.st_mode & _S_IFDIR) != 0) {

@@ -20,13 +20,13 @@ struct PipeInput {
   }
 };
 
-// Connects to the pipe as its reading client if it exists, else creates its inbound server end and
-// leaves the wait for a writer to the reads. One attempt, no pause. Raises message 89 (a
-// directory), 45 (no pipe name, or the system refused) or 8 (open already).
+// Connects to the pipe as its reading client if it exists, else creates its inbound server end.
+// Makes one attempt and does not wait: the reads wait for a writer. Raises message 89 (a
+// directory), 45 (not a pipe name, or the system refused) or 8 (already open).
 void openPipe(PipeInput& pipe, const config::OptionsRecord& options, const std::string& name,
               TallowRequestBlock& request);
 
-// A system error text as the messages of this floor show it.
+// A system error text, cut as the messages of this folder show it.
 std::string shortSystemErrorText(unsigned long error);
 
 }  // namespace tallow::pipe

@@ -1,4 +1,4 @@
-// What can be told of a pipe name without asking the system.
+// What a pipe name shows without asking the system.
 #pragma once
 
 #include <string_view>
@@ -7,10 +7,10 @@ namespace tallow::pipe {
 
 inline constexpr std::string_view kPipePrefix = R"(\\.\pipe\)";
 
-// The prefix is compared byte for byte; nothing need follow it.
+// True if the name begins with the prefix, byte for byte. Nothing need follow it.
 bool isPipeName(std::string_view name);
 
-// Whether UTF-16LE bytes converted from sourceLength bytes of UTF-8 are plain ASCII.
+// True if UTF-16LE bytes, converted from sourceLength bytes of UTF-8, are plain ASCII.
 bool isAsciiUtf16(std::string_view utf16, std::size_t sourceLength);
 
 }  // namespace tallow::pipe

@@ -16,16 +16,16 @@ struct PipeRead {
 };
 
 // Both reads put the bytes at the beginning of buffer, which holds options.blockSize bytes, and
-// count them in bytesRead, which is right also when they raise: message 76 (not open). blockNo is
-// for the log alone.
+// count them in bytesRead, which is correct even if they raise a failure. Both raise message 76 if
+// the pipe is not open. blockNo is only for the log.
 
 // Reads until the block is full or the data ends, waiting as long as it takes. Raises message 61
 // when the system refuses to read.
 PipeRead readFullBlock(PipeInput& pipe, const config::OptionsRecord& options, void* buffer,
                        std::uint32_t& bytesRead, std::uint64_t blockNo);
 
-// Reads what the writer has sent, pausing ever longer while that is nothing, up to the time-out if
-// one is set. With a time-out anything but a block that came in one piece ends the data.
+// Reads what the writer has sent. While that is nothing it pauses, longer each time, until the
+// time-out if one is set. With a time-out, anything but a full block in one piece ends the data.
 PipeRead readAvailable(PipeInput& pipe, config::OptionsRecord& options, void* buffer,
                        std::uint32_t& bytesRead, std::uint64_t blockNo);
 

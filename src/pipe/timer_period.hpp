@@ -3,8 +3,8 @@
 
 namespace tallow::pipe {
 
-// Asks for a timer period of one millisecond while it is held; without it a pause of 1 ms may last
-// up to 15.6 ms. A refusal is ignored: the pauses are longer then.
+// Keeps the system timer at a period of one millisecond. Without it, a pause of 1 ms may last up to
+// 15.6 ms. A refusal is ignored; the pauses are then longer.
 class TimerPeriod {
  public:
   TimerPeriod() = default;

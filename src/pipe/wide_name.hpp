@@ -6,12 +6,11 @@
 
 namespace tallow::pipe {
 
-// The UTF-16 form of a UTF-8 name; empty if the name is plain ASCII and needs none; nothing if the
-// converter reports anything at all, a warning included. Ill-formed UTF-8 is replaced without an
-// error.
+// The UTF-16 form of a UTF-8 name. Empty if the name is plain ASCII and needs none. Nothing if the
+// converter reports anything at all, even a warning. Ill-formed UTF-8 is replaced without an error.
 std::optional<std::u16string> widenName(const std::string& name);
 
-// Gives back what the converter keeps between conversions. Called at the end.
+// Frees what the converter keeps between conversions. Called at the end.
 void releaseConverter() noexcept;
 
 }  // namespace tallow::pipe

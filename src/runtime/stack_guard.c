@@ -1,7 +1,7 @@
 // What code with stack protection and checked copies (_FORTIFY_SOURCE) calls, in place of the
-// compiler's libssp: that one asks the system's cryptography for a random number while the library
-// is loaded, and writes to a terminal when it finds an overrun; both would be imports that the
-// module has no use for.
+// compiler's libssp. While it is loaded, libssp asks the system's cryptography for a random number,
+// and when it finds an overrun it writes to a terminal. The module has no other use for the imports
+// that both need.
 
 #include <stdint.h>
 #include <windows.h>
@@ -17,7 +17,7 @@ static uint64_t mixed(uint64_t value) {
   return value ^ (value >> 33);
 }
 
-// Before every other constructor, and without protection itself: the value changes under it.
+// Runs before every other constructor. It has no protection itself, because it changes the value.
 __attribute__((constructor(101), no_stack_protector)) static void chooseGuard(void) {
   FILETIME time;
   GetSystemTimeAsFileTime(&time);
@@ -26,7 +26,7 @@ __attribute__((constructor(101), no_stack_protector)) static void chooseGuard(vo
   seed = mixed(seed ^ ((uint64_t)GetCurrentProcessId() << 32) ^ GetCurrentThreadId());
   seed = mixed(seed ^ (uintptr_t)&time);               // where the stack lies
   seed = mixed(seed ^ (uintptr_t)&__stack_chk_guard);  // and the program
-  // Its first byte in memory is zero, where a text that runs over would end.
+  // The first byte in memory is zero: a text that overruns its array ends there.
   __stack_chk_guard = seed & ~(uintptr_t)0xFF;
 }
 
