@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """tallow-load into MariaDB."""
 
+import signal
 import unittest
 
 import harness
@@ -177,6 +178,14 @@ class MariadbLoad(load_cases.Cases, unittest.TestCase):
             job = self.job(self.data("in.csv", b"1\n"))
             self.database.connection_string = f"Driver={{MariaDB Unicode}};Server=127.0.0.1;Port={port}"
             self.check_refused(job.run_alone("--retry", "1"), 3, "database")
+
+    def test_server_that_falls_silent(self):
+        with self.load_half_way("--retry", "1") as (job, finish):
+            self.server.process.send_signal(signal.SIGSTOP)
+            self.addCleanup(self.server.process.send_signal, signal.SIGCONT)
+            self.check_refused(finish(), 3, "has not answered for 31 seconds")
+            self.server.process.send_signal(signal.SIGCONT)
+        self.check_done(job.run("--restart"), job)
 
     # -------------------------------------------------------------------------------- long rows
 

@@ -36,6 +36,14 @@ class PostgresLoad(load_cases.Cases, unittest.TestCase):
         # There is no job to restart: the same command is to be run again.
         self.assertNotIn("--restart", outcome.json["restart"])
 
+    def test_server_that_accepts_and_says_nothing(self):
+        with harness.silent_server() as port:
+            job = self.job(self.data("in.csv", b"1\n"))
+            self.database.connection_string = (
+                f"Driver={{PostgreSQL Unicode}};Server=127.0.0.1;Port={port};Database=x;Uid=x"
+            )
+            self.check_refused(job.run_alone("--retry", "1"), 3, "database")
+
     def test_login_that_is_refused(self):
         job = self.job(self.data("in.csv", b"1\n"))
         good = self.database.connection_string
