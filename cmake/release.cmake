@@ -1,4 +1,4 @@
-# What a release holds. `scripts/package` makes it.
+# What a release contains. `scripts/package` makes it.
 install(TARGETS tallowin RUNTIME DESTINATION bin)
 get_property(languages GLOBAL PROPERTY TALLOW_LANGUAGES)
 foreach(language ${languages})

@@ -1,5 +1,5 @@
-# Run by CPack on the files of the release: moves the debug information out of the programs, leaving
-# each with the name of its file, and writes the list of checksums.
+# Run by CPack on the files of the release: moves the debug information out of the programs, leaves
+# in each the name of the file that holds it, and writes the list of checksums.
 set(files ${CPACK_TEMPORARY_INSTALL_DIRECTORY})
 file(REMOVE_RECURSE ${CPACK_TALLOW_DEBUG_DIR})
 file(MAKE_DIRECTORY ${CPACK_TALLOW_DEBUG_DIR})

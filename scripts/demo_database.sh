@@ -1,7 +1,7 @@
-# The demo's last chapter: the killed job once more, into a database table. Sourced by scripts/demo.
+# The demo's last part: the killed job again, now into a database table. Sourced by scripts/demo.
 # shellcheck shell=bash disable=SC2154
 
-# The rows of a CSV file with a header and those of a table, as two counts and two checksums.
+# Compares the rows of a CSV file with a header and those of a table: two counts and two checksums.
 readonly compare_rows='
 import csv, hashlib, sqlite3, sys
 

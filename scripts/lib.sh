@@ -3,15 +3,15 @@
 set -euo pipefail
 shopt -s inherit_errexit
 
-# Linux puts a program's heap at random into the gigabyte that begins at Wine's loader, and Wine needs
-# one page in there: where the heap lies on it, which is in one start of a few thousand, the program
-# ends before it begins. So our programs run without that randomness where the machine lets us choose.
+# Linux puts a program's heap at a random place in the gigabyte that begins at Wine's loader, where
+# Wine needs one page. In one start of a few thousand the heap covers that page, and the program
+# ends before it begins. So our programs run without that randomness if the machine allows it.
 personality=$(cat /proc/self/personality 2>/dev/null || echo ffffffff)
 if ! ((0x$personality & 0x40000)) && setarch -R true 2>/dev/null; then # ADDR_NO_RANDOMIZE
   exec setarch -R "$BASH" "$0" "$@"
 fi
 
-# Tests handle file names beyond ASCII, and what sorts must sort alike everywhere.
+# Tests use file names beyond ASCII, and everything must sort the same way on every machine.
 export LC_ALL=C.UTF-8
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -24,7 +24,7 @@ fail() {
   exit 1
 }
 
-# as_root COMMAND...: runs it as root, through sudo where we are not root.
+# as_root COMMAND...: runs it as root, with sudo if we are not root.
 as_root() {
   if [[ $EUID -eq 0 ]]; then
     "$@"
@@ -40,7 +40,7 @@ quietly() {
   local log=$1
   shift
   mkdir -p "$(dirname "$log")"
-  # Not as a condition: the shell would then go on behind a failure inside of COMMAND.
+  # Not as a condition: the shell would then continue after a failure inside COMMAND.
   set +e
   (
     set -e
@@ -54,7 +54,7 @@ quietly() {
   fi
 }
 
-# need_packages PACKAGE...: installs those Debian packages that are not installed.
+# need_packages PACKAGE...: installs the missing ones of these Debian packages.
 need_packages() {
   local package missing=()
   for package in "$@"; do
@@ -72,7 +72,7 @@ need_packages() {
     "${missing[@]}"
 }
 
-# name_in_cache NAME ENTRY: lets $cache/NAME lead to $cache/ENTRY.
+# name_in_cache NAME ENTRY: makes $cache/NAME a link to $cache/ENTRY.
 name_in_cache() {
   [[ -L $cache/$1 ]] || rm -rf "${cache:?}/$1"
   ln -sfn "$2" "$cache/$1"
@@ -89,8 +89,8 @@ debian_source_versions() {
 }
 
 # fetch_debian_source NAME VERSION FOLDER: unpacks a Debian source package into FOLDER/source and
-# notes in FOLDER/source.json what it was made of. Asks the archives that this system is set up with,
-# through a private copy of its source list, so that the system's own package lists stay as they are.
+# records in FOLDER/source.json what it was made of. Asks the archives of this system through a
+# private copy of its source list, so that the system's own package lists stay as they are.
 fetch_debian_source() {
   local name=$1 version=$2 folder=$3 private list
   private=$(mktemp -d "$cache/apt.XXXXXX")
@@ -122,7 +122,7 @@ EOF
   rm -rf "$private"
 }
 
-# with_cache_entry NAME MAKER [ARGUMENT...]: makes sure that $cache/NAME is there. MAKER FOLDER
+# with_cache_entry NAME MAKER [ARGUMENT...]: makes sure that $cache/NAME exists. MAKER FOLDER
 # ARGUMENT... fills a new folder, which gets its name only when it is complete: an interrupted run
 # leaves nothing half-done.
 with_cache_entry() {
@@ -132,7 +132,7 @@ with_cache_entry() {
   exec 8>"$cache/lock"
   flock 8
   if [[ ! -d $cache/$name ]]; then
-    # Under the lock, what carries a temporary name is an interrupted run's.
+    # Under the lock, a temporary name can only be left from an interrupted run.
     rm -rf "$cache"/{"$name",apt}.??????
     fresh=$(mktemp -d "$cache/$name.XXXXXX")
     quietly "$cache/$name.log" "$maker" "$fresh" "$@"
@@ -142,9 +142,9 @@ with_cache_entry() {
   exec 8>&-
 }
 
-# need_source NAME PACKAGE MAKER: makes sure that $cache/NAME-VERSION is there, filled by MAKER FOLDER
-# VERSION from the source of PACKAGE in the newest version that the archives offer, and that
-# $cache/NAME leads to it. An archive may list a version whose source it does not hold (yet).
+# need_source NAME PACKAGE MAKER: makes sure that $cache/NAME-VERSION exists and that $cache/NAME
+# leads to it. MAKER FOLDER VERSION fills it from the source of PACKAGE in the newest version that
+# the archives offer. An archive may list a version whose source it does not have (yet).
 need_source() {
   local name=$1 package=$2 maker=$3 versions version status
   versions=$(debian_source_versions "$package")
@@ -182,8 +182,8 @@ make_node() {
   )
 }
 
-# fetch_node: sees to it that $cache/node/node.exe is there, a writer that nobody here wrote; fails
-# where npm is not installed.
+# fetch_node: makes sure that $cache/node/node.exe exists, a writer that is not our own. Fails if
+# npm is not installed.
 fetch_node() {
   command -v npm >/dev/null || return
   if [[ ! -d $cache/node-$node_version ]]; then
@@ -193,8 +193,8 @@ fetch_node() {
   name_in_cache node "node-$node_version"
 }
 
-# start_wine: gives the programs that this script starts a Wine prefix of the project's own and one
-# server that lives until the last script that uses the prefix ends.
+# start_wine: gives the programs of this script the project's own Wine prefix and one server, which
+# lives until the last script that uses the prefix ends.
 start_wine() {
   export WINEPREFIX=$root/build/wine WINEDEBUG=-all
   # Neither .NET nor HTML is needed, and asking for them would open a window.
@@ -213,14 +213,14 @@ start_wine() {
     fi
   fi
   flock --shared 9
-  # The server must not hold on to our output or to the lock.
+  # The server must not keep our output or the lock open.
   wineserver -p </dev/null >/dev/null 2>&1 9>&- || true
-  # Nor must the services, which the first program starts and which live as long as the server:
-  # whoever waits for the end of that program's output would wait for theirs.
+  # Nor may the services, which the first program starts and which live as long as the server:
+  # waiting for the end of that program's output would mean waiting for theirs.
   wine cmd /c exit </dev/null >/dev/null 2>&1 9>&- || fail "Wine does not run in $WINEPREFIX"
   at_exit stop_wine
-  # The desktop is the same trap: its process starts with the first program that has to do with
-  # windows and lives until the last of them ends. A clock that nobody sees keeps it alive from here.
+  # The desktop is the same trap: its process starts with the first program that uses windows and
+  # lives until the last such program ends. An invisible clock keeps it alive from here on.
   env -u DISPLAY wine clock </dev/null >/dev/null 2>&1 9>&- &
   disown
 }
@@ -231,7 +231,7 @@ stop_wine() {
   fi
 }
 
-# at_exit COMMAND: runs it when the script ends, however it ends; the latest first.
+# at_exit COMMAND: runs it when the script ends, however it ends. The latest command runs first.
 at_exit_commands=()
 at_exit() {
   at_exit_commands=("$1" "${at_exit_commands[@]}")
@@ -248,16 +248,17 @@ run_at_exit() {
   exit "$status"
 }
 
-# What build_preset passes to CMake besides the preset.
+# What build_preset passes to CMake in addition to the preset.
 configure_options=()
 
-# build_preset PRESET [TARGET...]: configures if need be and builds (everything, or the targets).
+# build_preset PRESET [TARGET...]: configures if necessary and builds (everything, or the targets).
 build_preset() {
   local preset=$1
   shift
   say "building preset $preset"
   cd "$root"
-  # Configuring takes seconds and a cache entry that was deleted comes back under the same name.
+  # Configure each time: it takes only seconds, and a deleted cache entry comes back under the same
+  # name.
   quietly "$root/build/configure-$preset.log" cmake --preset "$preset" \
     "${configure_options[@]}"
   if (($#)); then
