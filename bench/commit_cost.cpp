@@ -1,5 +1,5 @@
-// What it would cost to bring the fallback file to the disk at each checkpoint: the module's own
-// calls at a sync point (seek, write, flush) against the same with a commit behind them.
+// What it would cost to bring the fallback file to the disk at each checkpoint. Compares the
+// module's own calls at a sync point (seek, write, flush) with the same calls and a commit.
 #include <io.h>
 #include <share.h>
 

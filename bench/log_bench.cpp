@@ -1,5 +1,5 @@
-// Log lines that the level keeps back, and lines that are written. The folder for the log is the
-// environment variable NPLOGDIR.
+// Log lines that the level suppresses, and lines that are written. The environment variable
+// NPLOGDIR names the folder of the log.
 #include <benchmark/benchmark.h>
 #include <windows.h>
 
@@ -29,7 +29,7 @@ BENCHMARK(filteredTraceLine);
 void filteredMessage(benchmark::State& state) {
   while (state.KeepRunning()) {
     tallow::diag::logMessage<MessageId::kRestarted>(LogLevel::kPosition);
-    benchmark::ClobberMemory();  // the level is looked at each time
+    benchmark::ClobberMemory();  // so that the level is read each time
   }
 }
 BENCHMARK(filteredMessage);
@@ -43,7 +43,7 @@ void writtenLine(benchmark::State& state) {
 }
 BENCHMARK(writtenLine);
 
-// What a line can't do without.
+// The least that a written line costs.
 void openWriteClose(benchmark::State& state) {
   const std::string path = std::string(std::getenv("NPLOGDIR")) + "\\floor.log";
   const char line[] =
@@ -63,7 +63,7 @@ int main(int argc, char** argv) {
     std::fputs("log_bench: set NPLOGDIR to a folder\n", stderr);
     return 2;
   }
-  // Sets the log up at level 2, as it does for the module.
+  // Sets up the log at level 2, as for the module.
   if (!tallow::diag::application().start(GetModuleHandleA(nullptr))) return 1;
   benchmark::Initialize(&argc, argv);
   benchmark::RunSpecifiedBenchmarks();

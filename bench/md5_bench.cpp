@@ -1,4 +1,4 @@
-// The module's MD5, and natively another library's beside it.
+// The module's MD5 and, in the native build, that of another library.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -63,8 +63,8 @@ void openSsl(benchmark::State& state) {
 }
 BENCHMARK(openSsl)->Arg(1 << 20);
 
-// Both in turn and in processor time, so that whatever else the machine does slows neighbours down
-// alike. The counter `ratio` is the median of our speed against the other's.
+// Both take turns and are measured in processor time, so that other load on the machine slows
+// neighbours down equally. The counter `ratio` is the median of our speed against the other's.
 void oursAgainstOpenSsl(benchmark::State& state) {
   const std::vector<std::uint8_t> data = sampleData(static_cast<std::size_t>(state.range(0)));
   const auto time = [&data](auto hash) {

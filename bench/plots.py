@@ -121,7 +121,7 @@ def growth(results, folder):
 
 
 def soak(results, folder):
-    # The last one is taken when the writer has ended.
+    # The last one was taken after the writer had ended.
     samples = results["samples"][:-1]
     times = [sample["seconds"] for sample in samples]
     end = ceiling(times[-1])

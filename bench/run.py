@@ -3,9 +3,9 @@
 
 Usage: bench/run.py BUILD NATIVE_BUILD RESULTS [--grow]
 
-Prints a table of figures and targets with the verdict as the last line and writes RESULTS (JSON with
-every sample). Status 0 only if every figure is at its target. With --grow: how throughput, processor
-time and memory grow, for the plots; no targets.
+Prints a table of figures and targets, with the verdict as the last line, and writes RESULTS (JSON
+with every sample). Status 0 only if every figure reaches its target. With --grow it measures how
+throughput, processor time and memory grow, for the plots; there are no targets.
 """
 import datetime
 import json
@@ -35,7 +35,7 @@ class Bench:
 
     def settle(self, processors, policy):
         """Pins this process, what it starts, and the Wine server, which moves a pipe's bytes. With
-        real-time priority, which needs root, other programs don't take turns with them."""
+        real-time priority, which needs root, they share the processor with no other program."""
         for process in (0, *wine_servers()):
             os.sched_setaffinity(process, processors)
             try:
@@ -50,7 +50,7 @@ class Bench:
         self.settle(self.processors, os.SCHED_OTHER)
 
     def scratch(self, name=""):
-        """A new folder in the scratch folder, as Wine's programs name it."""
+        """A new folder in the scratch folder, by its path and by its name under Wine."""
         path = tempfile.mkdtemp(prefix=name, dir=self.folder)
         return path, "Z:" + path.replace("/", "\\")
 
@@ -71,7 +71,7 @@ class Bench:
         return answer
 
     def micro(self, command, *arguments, **environment):
-        """One run of a Google Benchmark program: name -> its repetitions as the program tells them."""
+        """One run of a Google Benchmark program: name -> its repetitions, as reported."""
         result = subprocess.run([*command, "--benchmark_format=json", *arguments],
                                 stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, check=True,
                                 env={**os.environ, **environment}, timeout=300)
@@ -110,7 +110,7 @@ def rate(timing):
 
 
 def paired_ratio(over, under):
-    """Median of the ratios of neighbours, which what else runs on the machine slows down alike."""
+    """The median of the ratios of neighbours, which other load slows down equally."""
     return statistics.median(a / b for a, b in zip(over, under))
 
 
@@ -146,7 +146,7 @@ def measure_md5(bench, table):
         fastest["module"] += [run["fastest"] for run in runs["ours"]]
     bench.samples["md5"] = {"ratios": ratios, "fastest": fastest}
     table.add("MD5: speed against OpenSSL", statistics.median(ratios), ">=", 1.05)
-    # The same code in two processes: the fastest runs, which nothing else slowed down.
+    # The same code in two processes: compare the fastest runs, which nothing else slowed down.
     table.add("MD5: speed in the module against native",
               min(fastest["native"]) / min(fastest["module"]), ">=", 0.97)
 
@@ -162,7 +162,7 @@ def measure_log(bench, table):
     middle = {name: statistics.median(samples) for name, samples in times.items()}
     table.add("filtered log line", middle["filteredTraceLine"], "<", 20, "ns")
     table.add("filtered message", middle["filteredMessage"], "<", 20, "ns")
-    # Below its target, a line does something again that could be prepared once.
+    # A line that misses the target does something each time that could be prepared once.
     table.add("written log line: speed against open, write, close",
               min(times["openWriteClose"]) / min(times["writtenLine"]), ">=", 0.80)
 
@@ -265,8 +265,8 @@ def grow(bench):
 
 
 def commit(bench):
-    """What it would cost a job to bring the fallback file to the disk at each checkpoint; the module
-    does not."""
+    """What it would cost a job to bring the fallback file to the disk at each checkpoint, which the
+    module does not do."""
     folder = bench.folder
     bench.folder = tempfile.mkdtemp(dir=bench.build)  # on the disk
     try:

@@ -3,9 +3,9 @@
 
 Usage: bench/soak.py BUILD GIGABYTES RESULTS
 
-Every block is compared with what was sent. Status 0 if all of the data was equal, memory and handles
-did not grow and the last quarter ran as fast as the first (or, where other programs take turns with
-it, cost no more processor time).
+Every block is compared with what was sent. Status 0 if all data was equal, memory and handles did
+not grow, and the last quarter ran as fast as the first (or cost no more processor time, if other
+programs share the processor).
 """
 import json
 import os
@@ -15,7 +15,7 @@ import sys
 
 import run
 
-WARM = 1 << 30  # bytes before memory and handles count
+WARM = 1 << 30  # bytes; memory and handles count only after these
 
 
 def verdict(samples):

@@ -36,7 +36,7 @@ class Timer {
   Stopwatch stopwatch_;
 };
 
-// Counts and times the calls of one function that a library imports, as long as it lives.
+// While it exists, counts and times a library's calls of one function that it imports.
 template <class Tag, class Signature>
 class Counter;
 
@@ -54,7 +54,7 @@ class Counter<Tag, Result(Arguments...)> {
   test::Hook<Tag, Result(Arguments...)> hook_;
 };
 
-// What the module and the run-time library ask of the system during one job.
+// The system calls that the module and the run-time library make during one job.
 CallTable watchCalls(JobRunner& runner, const Shape& shape, const Stream& stream) {
   CallTable table;
   const char* own = "tallowin.dll";
@@ -87,7 +87,7 @@ Json calls(JobRunner& runner, const Json& request) {
   Shape shape = request.at("shape");
   const Stream stream(
       static_cast<std::size_t>(std::max<std::uint64_t>(shape.blockSize, shape.chunk)));
-  watchCalls(runner, shape, stream);  // the first job also sets the log up
+  watchCalls(runner, shape, stream);  // the first job also sets up the log
   const CallTable once = watchCalls(runner, shape, stream);
   shape.total *= 2;
   const CallTable twice = watchCalls(runner, shape, stream);

@@ -9,7 +9,7 @@ namespace tallow::bench {
 
 namespace {
 
-// The reader would wait for ever.
+// Ends the process: without the writer, the reader would wait for ever.
 [[noreturn]] void giveUp(const char* what) {
   std::fprintf(stderr, "tallow-bench: the writer cannot %s, system error %lu\n", what,
                GetLastError());

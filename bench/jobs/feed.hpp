@@ -11,8 +11,8 @@
 
 namespace tallow::bench {
 
-// An endless stream that repeats after a length that is no multiple of any block size, so that a
-// block in a wrong place differs. Windows of up to `longestWindow` bytes can be had anywhere.
+// An endless stream. It repeats after a length that is not a multiple of any block size, so a block
+// in the wrong place differs. Any window of up to `longestWindow` bytes can be read.
 class Stream {
  public:
   explicit Stream(std::size_t longestWindow);
@@ -24,8 +24,8 @@ class Stream {
   std::vector<std::byte> bytes_;
 };
 
-// Connects to a pipe that exists, writes `total` bytes of a stream in chunks and closes. The end of
-// the scope waits for the writer.
+// Connects to an existing pipe, writes `total` bytes of a stream in chunks and closes it. The
+// destructor waits for the writer.
 class Feed {
  public:
   Feed(const std::string& pipeName, const Stream& stream, std::uint64_t total, std::uint32_t chunk);

@@ -16,7 +16,7 @@ namespace tallow::bench {
 
 namespace {
 
-constexpr std::uint64_t kLongestPause = 10;  // milliseconds, as Pipe_Wait has it unless told
+constexpr std::uint64_t kLongestPause = 10;  // milliseconds, the default of Pipe_Wait
 
 class FloorPipe {
  public:
@@ -28,7 +28,7 @@ class FloorPipe {
     if (!handle_) throw std::runtime_error("the floor's pipe cannot be made");
   }
 
-  // Bytes read, 0 at the end of the data.
+  // Returns the number of bytes read, 0 at the end of the data.
   std::uint32_t readFull(std::byte* buffer, std::uint64_t blockSize) {
     std::uint32_t count = 0;
     while (count < blockSize) {

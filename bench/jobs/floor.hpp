@@ -1,4 +1,4 @@
-// The least that a job can do: the bare loop beside which the module is measured.
+// The least that a job can do: the bare loop that the module is compared with.
 #pragma once
 
 #include <string>
@@ -9,9 +9,9 @@
 
 namespace tallow::bench {
 
-// The same pauses and ReadFile calls, MD5, one copy and one fwrite a block, nothing else. It goes
-// back to the start of its file where the module does, as writing over a file costs less than
-// making it grow. The clock runs from the first block to the end of the data.
+// For each block the same pauses and ReadFile calls, MD5, one copy and one fwrite, and nothing
+// else. It returns to the start of its file where the module does, because overwriting a file costs
+// less than making it grow. The clock runs from the first block to the end of the data.
 Timing runFloor(const Shape& shape, const Stream& stream, const std::string& scratch);
 
 }  // namespace tallow::bench

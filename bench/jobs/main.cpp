@@ -32,7 +32,7 @@ Json compare(JobRunner& runner, const Json& request) {
   const Stream stream(std::max(longestWindow(a), longestWindow(b)));
   Json result = {{"a", Json::array()}, {"b", Json::array()}};
   for (int pair = 0; pair < request.at("pairs"); ++pair) {
-    // Each goes first every other time.
+    // The two take turns to go first.
     for (const bool isA : {pair % 2 == 0, pair % 2 != 0}) {
       result[isA ? "a" : "b"].push_back(runEither(runner, isA ? a : b, stream));
     }
@@ -83,7 +83,7 @@ Json positions(JobRunner& runner, const Json& request) {
     job.getPos();
     samples.push_back(stopwatch.seconds());
   }
-  samples.erase(samples.begin());  // the first one made the file
+  samples.erase(samples.begin());  // the first one created the file
   return {{"getPos", std::move(samples)}};
 }
 

@@ -26,7 +26,7 @@ double processorTime() {
   FILETIME kernel;
   FILETIME user;
   GetProcessTimes(GetCurrentProcess(), &created, &ended, &kernel, &user);
-  constexpr double kTicks = 1e7;  // a second
+  constexpr double kTicks = 1e7;  // in a second
   const auto seconds = [](const FILETIME& time) {
     return static_cast<double>(std::uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime) /
            kTicks;

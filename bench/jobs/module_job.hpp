@@ -19,9 +19,10 @@ class JobRunner {
  public:
   explicit JobRunner(std::string scratch);
 
-  // A whole job, a checkpoint behind its first block and then every so often, the fallback file
-  // removed at its end. The clock runs from the first block to the end of the data. Throws when the
-  // data differs in length; afterBlock, if given, is called with each block's bytes.
+  // Runs a whole job, with a checkpoint after the first block and then at regular intervals, and
+  // removes the fallback file at the end. The clock runs from the first block to the end of the
+  // data. Throws if the data has the wrong length. Calls afterBlock, if given, with each block's
+  // bytes.
   Timing run(const Shape& shape, const Stream& stream,
              const std::function<void(const std::byte*, const Timing&)>& afterBlock = {});
 

@@ -11,7 +11,7 @@ namespace tallow::bench {
 
 namespace {
 
-// A folder with so many empty files in it, gone at the end of the scope.
+// A folder with this many empty files. The destructor deletes it.
 class FilledFolder {
  public:
   FilledFolder(const std::string& scratch, unsigned files, const std::string& stem)
@@ -82,7 +82,7 @@ Json openClose(JobRunner& runner, const Json& request) {
       result["open"].push_back(timed([&] { job.emplace(module.open(handle, name)); }));
       result["close"].push_back(timed([&] { job->close(); }));
     }
-    // A job that comes to its end: Close also removes the fallback file.
+    // A job that reaches the end of the data, so that Close also removes the fallback file.
     client::Instance job = module.open(handle, name);
     const Feed feed(name, stream, block.size(), 4096);
     job.read(block);

@@ -54,7 +54,7 @@ Json replay(JobRunner& runner, const Json& request) {
     if (i == 0) job.getPos();
   }
   const std::string path = runner.scratch() + "\\bench.fbf";
-  replayThroughModule(job, block, blocks);  // brings the last block into the file
+  replayThroughModule(job, block, blocks);  // writes the last block to the file
 
   Json result = {{"module", Json::array()}, {"floor", Json::array()}, {"bytes", shape.total}};
   for (int pair = 0; pair < request.at("pairs"); ++pair) {

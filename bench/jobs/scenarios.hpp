@@ -1,5 +1,5 @@
-// What tallow-bench can measure. Each takes its request and gives the raw samples back; ratios and
-// medians are made of them outside.
+// What tallow-bench can measure. Each function takes its request and returns the raw samples; the
+// caller of tallow-bench makes ratios and medians of them.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -10,7 +10,7 @@ namespace tallow::bench {
 
 using Json = nlohmann::json;
 
-// {pairs, a: shape, b: shape}: both jobs in turn. {a: [timing], b: [timing]}
+// {pairs, a: shape, b: shape}: the two jobs in turn. {a: [timing], b: [timing]}
 Json compare(JobRunner& runner, const Json& request);
 
 // {shape, sampleEvery: bytes}: one job, each block compared with what was sent.
@@ -22,15 +22,15 @@ Json watch(JobRunner& runner, const Json& request);
 // {module: [seconds], floor: [seconds], bytes}
 Json replay(JobRunner& runner, const Json& request);
 
-// {files, rounds, matching}: Open and Close with so many files in the fallback directory, all of
-// them of the job's own naming pattern if matching, and one enumeration of the directory.
-// {open: [seconds], close, closeAtEnd, enumerate}
+// {files, rounds, matching}: Open and Close with this many files in the fallback directory (if
+// matching, all are named as the job names its own), and one enumeration of the directory. {open:
+// [seconds], close, closeAtEnd, enumerate}
 Json openClose(JobRunner& runner, const Json& request);
 
-// {blockSize, blocks}: GetPos behind every block. {getPos: [seconds]}
+// {blockSize, blocks}: GetPos after every block. {getPos: [seconds]}
 Json positions(JobRunner& runner, const Json& request);
 
-// {shape}: calls into the system per block: what a job of twice the length makes more of.
+// {shape}: calls into the system per block, from the difference to a job of twice the length.
 // {calls: {name: number}, seconds: {name: number}}
 Json calls(JobRunner& runner, const Json& request);
 

@@ -1,6 +1,7 @@
-// bare_load CONNECTION TABLE COLUMNS ROWS FILE: the floor under tallow-load. Parses the file with
-// the same parser and inserts through the same driver in the same batches, and does nothing else:
-// no pipe, no module, no checkpoint, no check of what it reads. Prints rows and seconds.
+// bare_load CONNECTION TABLE COLUMNS ROWS FILE: the bare loop that tallow-load is compared with. It
+// parses the file with the same parser and inserts through the same driver in the same batches, and
+// does nothing else: no pipe, no module, no checkpoint, no check of what it reads. Prints rows and
+// seconds.
 #include <csv.h>
 
 #include <array>
@@ -20,7 +21,7 @@ namespace {
 using tallow::load::Connection;
 using tallow::load::Statement;
 
-/// Bytes of a bound value; the benchmark's data has no longer ones.
+/// Bytes of a bound value; no value of the benchmark's data is longer.
 constexpr std::size_t kCell = 64;
 constexpr std::size_t kBlock = std::size_t{1} << 20;
 constexpr std::size_t kBlocksPerCommit = 16;

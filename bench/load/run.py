@@ -4,11 +4,11 @@
 Usage: bench/load/run.py BUILD_FOLDER RESULTS.json [--rows N] [--runs N]
 
 Prints one table and writes the figures as JSON; the status is 0 only when every ratio is at its
-target. Beside them, for the reader, the databases' own loaders on the same file. The runs alternate,
-and the median of the ratios of neighbours counts. The fallback file lies in memory: a bare loop has
-none, and what is measured is the program, not the disk. The time of tallow-load runs from its start
-to its end, connection, pipe and checkpoints included; loads are long enough for the start to count
-little.
+target. For comparison it also shows the databases' own loaders on the same file. The runs
+alternate, and the median of the ratios of neighbours counts. The fallback file is in memory: a bare
+loop has none, and this measures the program, not the disk. The time of tallow-load runs from its
+start to its end, including the connection, the pipe and the checkpoints; the loads are long enough
+for the start to count little.
 """
 
 import argparse
@@ -26,7 +26,7 @@ import threading
 import time
 
 TARGET = 0.9
-BATCH_LIMIT = 2000  # parameters of a statement, as tallow-load chooses them
+BATCH_LIMIT = 2000  # parameters of a statement, as in tallow-load
 
 
 def write_file(path, rows, columns):
@@ -117,7 +117,7 @@ class Bench:
         return float(out.split()[1])
 
     def load(self, database, path):
-        """Seconds and the peak of memory in bytes."""
+        """Runs a load and returns its seconds and its peak memory in bytes."""
         self.pipes += 1
         pipe = rf"\\.\pipe\bench-{os.getpid()}-{self.pipes}"
         init = f"Fallback_Directory=Z:{self.fallback}"
@@ -134,7 +134,7 @@ class Bench:
 
 
 def watch_memory(process, peaks):
-    """Follows the process's peak resident size for as long as it lives."""
+    """Follows the process's peak resident size until it ends."""
     status = pathlib.Path(f"/proc/{process.pid}/status")
     while process.poll() is None:
         try:
@@ -198,7 +198,7 @@ def main():
     arguments = parser.parse_args()
     build = arguments.build.resolve()
 
-    # The server's start and stop are those of the tests.
+    # The tests have the code that starts and stops the server.
     os.environ["TALLOW_BINARY_DIR"] = str(build)
     sys.path.insert(0, str(pathlib.Path(__file__).parents[2] / "tests" / "load"))
     import harness
