@@ -22,7 +22,7 @@ NEEDED = {
     "tallow-feed.exe": EVERYWHERE | {"advapi32.dll"},
     "tallow-host.exe": EVERYWHERE,
     "tallow-inspect.exe": EVERYWHERE,
-    "tallow-load.exe": EVERYWHERE | {"csv.dll", "odbc32.dll"},
+    "tallow-load.exe": EVERYWHERE | {"odbc32.dll"},
 }
 PROGRAMS = sorted(name for name in NEEDED if name.endswith(".exe"))
 

@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """The command line of tallow-load, what it prints, and what it leaves alone."""
 
+import shutil
 import unittest
 
 import harness
@@ -107,6 +108,38 @@ class Secrets(CommandTest):
             self.check_refused(job.run_alone(), 2, "--to-file", "only line")
         job.to = ["--to-file", self.folder / "nothing.txt"]
         self.check_refused(job.run_alone(), 2, "--to-file", "nothing.txt")
+
+
+class Library(CommandTest):
+    """The program in a folder of its own, with what a test puts beside it."""
+
+    def run_beside(self, **libraries):
+        folder = self.folder / "alone"
+        folder.mkdir()
+        shutil.copy(harness.BIN / "tallow-load.exe", folder)
+        for name, source in libraries.items():
+            shutil.copy(source, folder / f"{name}.dll")
+        job = self.job(self.data("in.csv", b"1\n"), "--columns", "id", "--create")
+        program, *arguments = job.command()
+        self.assertEqual(program.name, "tallow-load.exe")
+        outcome = Outcome(Process(f"Z:{folder / program.name}", *arguments))
+        self.assertIsNone(job.record())
+        shutil.rmtree(folder)
+        return outcome
+
+    def test_is_missing(self):
+        self.check_refused(self.run_beside(), 2, r"alone\csv.dll does not exist", "put the csv.dll")
+
+    def test_cannot_be_loaded(self):
+        text = self.data("text", b"text")
+        self.check_refused(self.run_beside(csv=text), 2, r"alone\csv.dll is not a DLL")
+        other = harness.BIN / "call_faults.dll"
+        self.check_refused(self.run_beside(csv=other), 2, "is another library", "csv_init")
+
+    def test_another_build_serves(self):
+        # Named as it is, the one that the test has put there is taken, and the module is missing.
+        outcome = self.run_beside(csv=harness.BIN / "csv.dll")
+        self.check_refused(outcome, 1, r"alone\tallowin.dll does not exist")
 
 
 class Numbers(CommandTest):

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <utility>
 
+#include "common/beside_program.hpp"
 #include "common/portable_executable.hpp"
 #include "common/return_codes.hpp"
 #include "common/text.hpp"
@@ -112,9 +113,7 @@ void Instance::close(std::uint32_t request) {
 }
 
 std::filesystem::path Module::besideProgram() {
-  std::wstring path(32768, L'\0');
-  path.resize(GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));
-  return std::filesystem::path(path).replace_filename(L"tallowin.dll");
+  return tools::besideProgram(L"tallowin.dll");
 }
 
 Module::Module(const std::filesystem::path& path) {

@@ -28,20 +28,20 @@ bool isLineBreak(char c) {
 
 }  // namespace
 
-RowParser::RowParser(char delimiter) : delimiter_(delimiter) {
+RowParser::RowParser(char delimiter) : library_(csvLibrary()), delimiter_(delimiter) {
   resetCsv();
 }
 
 RowParser::~RowParser() {
-  csv_free(&csv_);
+  library_.release(&csv_);
 }
 
 void RowParser::resetCsv() {
-  csv_free(&csv_);
-  csv_init(&csv_, kOptions);
-  csv_set_delim(&csv_, static_cast<unsigned char>(delimiter_));
-  csv_set_space_func(&csv_, isNeverSpace);
-  csv_set_blk_size(&csv_, kPiece);
+  library_.release(&csv_);
+  library_.init(&csv_, kOptions);
+  library_.setDelimiter(&csv_, static_cast<unsigned char>(delimiter_));
+  library_.setSpaceTest(&csv_, isNeverSpace);
+  library_.setStep(&csv_, kPiece);
 }
 
 void RowParser::reset() {
@@ -89,7 +89,7 @@ bool RowParser::finish(Row& row) {
   begun_ = true;
   if (heldReturn_ && takeHeldReturn(row)) return true;
   if (carried_.empty()) return false;
-  if (!malformed_ && csv_fini(&csv_, onField, onRow, this) != 0) {
+  if (!malformed_ && library_.finish(&csv_, onField, onRow, this) != 0) {
     const std::uint64_t line = lines_ + linesBeforeOpenQuote(carried_, delimiter_) + 1;
     throw UnreadableData("the quote that opens in line " + std::to_string(line) +
                          " is not closed when the data ends");
@@ -234,9 +234,9 @@ void RowParser::onRow(int /*terminator*/, void* self) {
 void RowParser::feed(std::string_view text) {
   while (!text.empty() && !malformed_) {
     const std::string_view piece = text.substr(0, kPiece);
-    if (csv_.entry_size > kPiece) csv_set_blk_size(&csv_, csv_.entry_size);
-    if (csv_parse(&csv_, piece.data(), piece.size(), onField, onRow, this) != piece.size()) {
-      if (csv_error(&csv_) != CSV_EPARSE) throw std::bad_alloc();
+    if (csv_.entry_size > kPiece) library_.setStep(&csv_, csv_.entry_size);
+    if (library_.parse(&csv_, piece.data(), piece.size(), onField, onRow, this) != piece.size()) {
+      if (library_.error(&csv_) != CSV_EPARSE) throw std::bad_alloc();
       malformed_ = true;
     }
     text.remove_prefix(piece.size());

@@ -1,8 +1,6 @@
 // Rows out of a stream of blocks.
 #pragma once
 
-#include <csv.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <stdexcept>
@@ -11,6 +9,7 @@
 #include <vector>
 
 #include "load/byte_scan.hpp"
+#include "load/csv_library.hpp"
 
 namespace tallow::load {
 
@@ -51,6 +50,7 @@ class UnreadableData : public std::runtime_error {
 /// row with one null.
 class RowParser {
  public:
+  /// Throws MisuseError without the library.
   explicit RowParser(char delimiter);
   ~RowParser();
   RowParser(const RowParser&) = delete;
@@ -99,6 +99,7 @@ class RowParser {
   void keepRest();
   void checkLength(std::size_t length) const;
 
+  const CsvLibrary& library_;
   csv_parser csv_{};
   char delimiter_;
   std::uint64_t longestRow_ = kLongestRow;
