@@ -32,7 +32,7 @@ std::string hex(const Md5Digest& digest) {
   return text;
 }
 
-// Random data with a seed that a failure tells; TALLOW_SEED sets it.
+// Random data from a seed that a failure names; TALLOW_SEED sets it.
 class Random {
  public:
   Random() : seed_(chooseSeed()), engine_(seed_) {}

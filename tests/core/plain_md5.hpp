@@ -1,4 +1,4 @@
-// MD5 as the RFC's text describes it, step by step, with its table computed: slow, and sharing
+// MD5 as the RFC's text describes it, step by step, with a computed table. It is slow and shares
 // nothing with the module's.
 #pragma once
 
@@ -11,8 +11,8 @@
 
 namespace tallow::test {
 
-// The digest of `data` behind `precedingBytes` bytes (a multiple of 64) that left the state as the
-// start has it; what counts of them is their number.
+// The digest of `data` after `precedingBytes` bytes (a multiple of 64) that left the state as it is
+// at the start. Only their number matters.
 inline std::array<std::uint8_t, 16> plainMd5(std::string data, std::uint64_t precedingBytes = 0) {
   constexpr int kShifts[4][4] = {{7, 12, 17, 22}, {5, 9, 14, 20}, {4, 11, 16, 23}, {6, 10, 15, 21}};
   const std::uint64_t bits = 8 * (precedingBytes + data.size());

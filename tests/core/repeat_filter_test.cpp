@@ -9,7 +9,7 @@
 namespace tallow::diag {
 namespace {
 
-// What a log holds: a line's text, or "#n" for a summary of n.
+// The lines of a log: a line's text, or "#n" for a summary of n.
 std::vector<std::string> logged(const std::vector<std::string>& texts) {
   RepeatFilter filter;
   std::vector<std::string> lines;
@@ -63,7 +63,7 @@ TEST(RepeatFilter, DoesNotTakeABeginningForTheWhole) {
   EXPECT_EQ(logged({"abc", "ab", "abcd"}), (Lines{"abc", "ab", "abcd"}));
 }
 
-// No occurrence is lost: the counts of a run's summaries and its written line add up.
+// No occurrence is lost: a run's written line and the counts of its summaries add up to its length.
 TEST(RepeatFilter, TellsOfEveryOccurrence) {
   std::mt19937 engine(20261121);
   std::uniform_int_distribution<int> length(1, 700);

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The examples and the commands of README.md and the host guide do what is said of them."""
+"""The examples and the commands of README.md and the host guide do what the documents say."""
 
 import json
 import os
@@ -32,7 +32,7 @@ class Examples(unittest.TestCase):
         self.folder = pathlib.Path(holder.name)
         (self.folder / "data.bin").write_bytes(DATA)
         self.pipe = f"\\\\.\\pipe\\example{os.getpid()}{self.id().rsplit('.', 1)[-1]}"
-        # Longer pipe names are no trouble for the module, but this host takes 259 bytes at most.
+        # The module takes longer pipe names, but this host takes 259 bytes at most.
         self.assertLess(len(self.pipe), 260)
 
     def start(self, program, *arguments, **options):
@@ -77,7 +77,7 @@ class Examples(unittest.TestCase):
         feed.wait(SECONDS)
 
     def kill_host_half_way(self):
-        """The minimal host, killed when it has taken three checkpoints and waits for data."""
+        """The minimal host, killed after three checkpoints while it waits for data."""
         state = self.folder / "state"
         position = (3 * BLOCKS_PER_CHECKPOINT).to_bytes(8, "little")
         self.kill_half_way(self.start_host(), DATA[:(3 * BLOCKS_PER_CHECKPOINT + 10) * BLOCK],
@@ -187,7 +187,7 @@ class Examples(unittest.TestCase):
                        stdout=subprocess.DEVNULL)
         host = self.start_host()
         deadline = time.monotonic() + SECONDS
-        while True:  # the line is for a host that waits already
+        while True:  # the line is for a host that already waits
             with open(self.folder / "said", "w+b") as said:  # it cannot write to a Unix pipe
                 node = subprocess.run(["wine", NODE, "-e", script], cwd=self.folder,
                                       stdin=subprocess.DEVNULL, stdout=said, stderr=said,

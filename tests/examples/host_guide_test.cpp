@@ -20,7 +20,7 @@ class HostGuide : public testing::Test {
   }
   bool fileExists() const { return std::filesystem::exists(folder_.file("job.fbf")); }
 
-  // A run that takes a checkpoint at block 1 and then finds the end of the data behind block 2.
+  // A run that takes a checkpoint at block 1 and reaches the end of the data after block 2.
   void endedRun(Host& host) {
     ASSERT_EQ(host.init(options()).code, pmrcSuccess);
     ASSERT_EQ(host.open(pipe_).code, pmrcSuccess);
@@ -33,7 +33,7 @@ class HostGuide : public testing::Test {
     ASSERT_EQ(host.read().code, pmrcEOF);
   }
 
-  // The start of a second run, with the writer sending all data again.
+  // The start of a second run; the writer sends all data again.
   void openAgain(Host& host) {
     ASSERT_EQ(host.init(options()).code, pmrcSuccess);
     ASSERT_EQ(host.open(pipe_).code, pmrcSuccess);

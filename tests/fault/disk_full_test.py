@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""A job whose fallback file fills a disk of its own: a memory disk of half a megabyte."""
+"""A job whose fallback file fills its disk: a memory disk of half a megabyte."""
 
 import contextlib
 import os
@@ -17,7 +17,7 @@ DISK = "size=512k"
 
 
 def mounted(folder):
-    """Whether this machine lets us mount a disk there."""
+    """True if this machine lets us mount a disk there."""
     command = ["mount", "-t", "tmpfs", "-o", DISK, "tallow-test", str(folder)]
     return shutil.which("mount") is not None and subprocess.run(
         command, stderr=subprocess.DEVNULL, check=False).returncode == 0
@@ -49,7 +49,8 @@ class FullDisk(tools_support.ToolTest):
         return [path.name for path in self.disk.iterdir()]
 
     def test_costs_the_restart_and_not_the_data(self):
-        # The file begins at the checkpoint of block 80 and the disk is full before the next one.
+        # The file begins at the checkpoint of block 80, and the disk is full before the next
+        # checkpoint.
         self.run_job(data_of(1_400_000), 80)
         self.assertEqual(self.logged(51), 1)
         self.assertEqual(self.left(), [])

@@ -19,7 +19,7 @@ namespace tallow::test {
 namespace {
 
 constexpr std::size_t kAll = std::numeric_limits<std::size_t>::max();
-// The wait for a writer is the contract's own: it is ended by letting the call succeed.
+// The interface requires the wait for a writer, so the call must succeed at last to end it.
 constexpr std::size_t kReadsInARow = 40;
 
 // A replacement that calls Failure(original, arguments...) when the schedule says so.
@@ -116,7 +116,7 @@ std::size_t writeHalfOfFile(WriteFunction original, const void* data, std::size_
   return written;
 }
 
-// Closing always frees what it closes, whatever it answers.
+// Closing always frees what it closes, whatever it returns.
 int closesFileButFails(int (*original)(std::FILE*), std::FILE* file) {
   original(file);
   errno = ENOSPC;
@@ -245,7 +245,7 @@ std::vector<Fault> allFaults() {
       refusal<DWORD(DWORD, const void*, DWORD, DWORD, char*, DWORD, va_list*), 0, EINVAL,
               ERROR_MR_MID_NOT_FOUND>("FormatMessageA", kAny),
       refusal<int(char*, std::size_t, const char*, va_list), -1>("_vsnprintf", kAny),
-      // The surroundings.
+      // The environment.
       refusal<HMODULE(const wchar_t*, HANDLE, DWORD), 0, ENOENT, ERROR_MOD_NOT_FOUND>(
           "LoadLibraryExW", kAny),
       fault<&closesButFails<HMODULE>>("FreeLibrary", "fails", kAny),

@@ -14,7 +14,7 @@ enum class FaultKind {
   kFile,     // of the fallback file or the log: Open, a live Read and Close never show it
   kPipe,     // of the pipe itself
   kReading,  // like kPipe, and bytes may be lost with the refused Read
-  kAny       // memory, texts, the surroundings: any request may fail
+  kAny       // memory, texts, the environment: any request may fail
 };
 
 // One way in which one imported function fails.
@@ -22,15 +22,16 @@ struct Fault {
   std::string function;  // as the import table names it
   std::string failure;   // what the failing call does
   FaultKind kind;
-  std::size_t most;   // failures in a row, for calls that the module repeats until they succeed
+  std::size_t
+      most;  // failures in a row, at most, for calls that the module repeats until they succeed
   void* replacement;  // asks faultSchedule() at each call
   void** original;    // what stood in the import table; the replacement calls it
 };
 
 const std::vector<Fault>& faults();
 
-// Puts a fault in place in a module that is about to be initialised; does nothing when the module
-// does not import the function.
+// Installs a fault in a module that is about to be initialised. Does nothing if the module does not
+// import the function.
 void installFault(HMODULE module, const Fault& fault);
 
 }  // namespace tallow::test

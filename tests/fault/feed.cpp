@@ -58,7 +58,7 @@ void Feed::give(std::string_view data, std::size_t chunk) {
   underway_ = WriteFile(pipe_, data.data() + given_, static_cast<DWORD>(size), nullptr,
                         &writing_) != FALSE ||
               GetLastError() == ERROR_IO_PENDING;
-  // Nothing is left to give: the end can follow as soon as the reader's buffer has it all.
+  // Nothing is left to give, so the end can follow as soon as the reader's buffer has everything.
   if (isTaken() && given_ == data.size()) end();
 }
 
@@ -98,7 +98,7 @@ void Feed::giveAllBeside(std::string_view data) {
 
 void Feed::end() {
   if (beside_ != nullptr) {
-    // Again and again, since the thread may not have begun to write yet.
+    // Repeatedly, since the thread may not have begun to write yet.
     constexpr DWORD kLook = 5;  // milliseconds
     while (WaitForSingleObject(beside_, kLook) == WAIT_TIMEOUT) CancelIoEx(pipe_, nullptr);
     CloseHandle(std::exchange(beside_, nullptr));

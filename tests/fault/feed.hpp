@@ -1,4 +1,4 @@
-// A writer that needs no thread of its own: it writes without waiting, between the host's requests.
+// A writer that needs no thread: it writes without waiting, between the host's requests.
 #pragma once
 
 #include <windows.h>
@@ -16,23 +16,23 @@ class Feed {
   Feed(const Feed&) = delete;
   Feed& operator=(const Feed&) = delete;
 
-  // The server end of a pipe, for the module to connect to.
+  // Creates the server end of a pipe, for the module to connect to.
   void serve(const std::wstring& name);
-  // Connects to the pipe that the module serves. False when it does not.
+  // Connects to the pipe that the module serves. False if the module serves none.
   bool connect(const std::wstring& name);
 
-  // Server end only: whether the module has connected.
+  // Server end only: true if the module has connected.
   bool isConnected();
 
-  // Gives the reader what comes next: chunk bytes, or everything if chunk is 0; behind the last
-  // byte the end. Does nothing while the reader has not taken what it was given before.
+  // Gives the reader what comes next: chunk bytes, or everything if chunk is 0; after the last
+  // byte, the end. Does nothing while the reader has not taken what it was given before.
   void give(std::string_view data, std::size_t chunk);
-  // Gives the reader what there is room for, now and without waiting; the rest is lost. False when
+  // Gives the reader as much as there is room for, without waiting; the rest is lost. False if
   // there is no reader.
   bool offer(std::string_view data);
-  // Gives the reader everything and the end, also while it is in a request that waits for them.
+  // Gives the reader everything and the end, even while a request of the reader waits for them.
   void giveAllBeside(std::string_view data);
-  // Lets the reader have the end now; what it has not taken may be lost.
+  // Ends the data now; what the reader has not taken may be lost.
   void end();
 
  private:

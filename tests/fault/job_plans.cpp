@@ -10,7 +10,7 @@ constexpr const char* kPartial =
 constexpr const char* kLogged =
     "Log_directory='{dir}' Log_level=6 Fallback_Directory='{dir}' "
     "Fallback_file=job.fbf ";
-constexpr std::size_t kUneven = 40;  // bytes a chunk: no block is full
+constexpr std::size_t kUneven = 40;  // bytes in a chunk: no block is full
 
 void begin(JobRun& job) {
   job.load();
@@ -68,7 +68,7 @@ void replayFromTheStart(JobRun& job) {
   job.close();
 }
 
-// Dies behind its second checkpoint.
+// Dies after its second checkpoint.
 void firstHalf(JobRun& job) {
   begin(job);
   job.read(2);
@@ -97,7 +97,7 @@ void restartFromTheOlder(JobRun& job) {
   job.close();
 }
 
-// A restart looks the blocks up to its position up in the file.
+// A restart looks up in the file all blocks up to its position.
 void restartPartial(JobRun& job) {
   begin(job);
   job.read(2);

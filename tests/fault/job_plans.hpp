@@ -1,4 +1,4 @@
-// The jobs that the fault sweep plays.
+// The jobs that the fault sweep runs.
 #pragma once
 
 #include <vector>

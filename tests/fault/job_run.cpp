@@ -29,7 +29,7 @@ std::string withFolder(std::string options, const std::string& folder) {
   return options;
 }
 
-// Pauses cost no time and the clock goes on by a second at each look.
+// Pauses take no time, and the clock advances by a second each time it is read.
 void yieldInstead(DWORD) {
   SwitchToThread();
 }
@@ -134,7 +134,7 @@ void JobRun::attribute(std::string_view name, std::string_view value) {
   if (initialised_) judge("PutA_A", host_->attribute(name, value).code, {pmrcSuccess});
 }
 
-// Where a fault made the module take the other end of the pipe, the writer does so too.
+// If a fault made the module take the other end of the pipe, the writer changes ends too.
 void JobRun::connectFeed() {
   if (plan_.role == PipeRole::kClient && feed_.isConnected()) return;
   feed_.end();
@@ -239,14 +239,14 @@ void JobRun::getPos() {
 void JobRun::setPos(std::uint64_t position) {
   if (!open_) return;
   askedToGoBack_ = true;
-  // A restart takes whole blocks of what is sent again.
+  // A restart reads whole blocks of what is sent again.
   if (starts_.empty()) feed_.giveAllBeside(data_);
   const Answer answer = host_->setPos(position);
   judge("SetPos", answer.code, {pmrcSuccess, pmrcDelivery, pmrcBadPosition, pmrcFailed});
   if (answer.code != pmrcSuccess) return;
   sawEnd_ = false;
   blockNo_ = position != 0 ? position - 1 : 0;
-  // Position 0 is block 1 as soon as something was delivered.
+  // Once something was delivered, position 0 means block 1.
   streamAt_ = position != 0 || starts_.empty() ? position : 1;
   const auto& starts = starts_.empty() ? notedStarts_ : starts_;
   const auto start = starts.find(blockNo_ + 1);

@@ -1,5 +1,5 @@
-// A host and a writer that play a scripted job against the module while one of its imported
-// functions fails, and judge what the module does.
+// A host and a writer that run a scripted job with the module while one of its imported functions
+// fails, and judge what the module does.
 #pragma once
 
 #include <cstdint>
@@ -25,13 +25,13 @@ enum class PipeRole { kServer, kClient };  // the module's
 struct JobPlan {
   std::string name;
   PipeRole role = PipeRole::kServer;
-  std::string options = {};        // beside the block size; {dir} is the run's folder
-  std::string charset = {};        // CHARSET_NAME, if not empty
+  std::string options = {};        // in addition to the block size; {dir} is the run's folder
+  std::string charset = {};        // CHARSET_NAME unless empty
   std::wstring pipeStem = L"job";  // of the pipe's name
   std::size_t chunk = 0;           // bytes that the writer gives at a time; 0: everything at once
   std::size_t size = 480;          // bytes of the job's data
   void (*script)(JobRun&) = nullptr;
-  // What comes of it when nothing fails.
+  // How the job ends if nothing fails.
   enum class Outcome { kAllData, kPartOfTheData, kRefusal } outcome = Outcome::kAllData;
 };
 
@@ -45,7 +45,7 @@ class JobRun {
   JobRun(const JobRun&) = delete;
   JobRun& operator=(const JobRun&) = delete;
 
-  // Steps of a script. A step that builds on one that the module refused does nothing.
+  // The steps of a script. A step does nothing if the module refused a step that it needs.
   void load();
   void unload();
   void init();
@@ -57,17 +57,17 @@ class JobRun {
   void getPos();
   void setPos(std::uint64_t position);
   void close(std::uint32_t request = pmiPIDMOptClose);
-  // A new process of the same job, whose writer sends the data again.
+  // Begins a new process of the same job, whose writer sends the data again.
   void startAgain();
   void changeResentData() { data_[0] = static_cast<char>(data_[0] ^ 1); }
 
-  // The job that follows when nothing fails any more: from the noted checkpoint, or if that is
-  // refused from the start; must come to its end.
+  // Runs the job again when nothing fails any more, from the noted checkpoint or, if that is
+  // refused, from the start. It must reach its end.
   void finishInPeace();
 
-  // What went against the rules, a line each.
+  // What broke the rules, one line for each problem.
   const std::vector<std::string>& problems() const { return problems_; }
-  // Whether the job went as planned, as it must when nothing fails.
+  // True if the job went as planned, as it must if nothing fails.
   bool wentAsPlanned() const;
 
  private:
@@ -90,14 +90,14 @@ class JobRun {
   bool initialised_ = false;
   bool open_ = false;
   bool askedToGoBack_ = false;  // a SetPos was sent to this instance
-  bool inStep_ = true;          // the data that comes next is known
-  bool hasLostBytes_ = false;   // a Read was refused with a part of its block gathered
+  bool inStep_ = true;          // it is known which data comes next
+  bool hasLostBytes_ = false;   // a Read was refused after a part of its block was read
   bool sawEnd_ = false;
   bool wentWell_ = true;
   int refusedReads_ = 0;
   std::size_t position_ = 0;                     // in data_, of the next block
-  std::uint64_t blockNo_ = 0;                    // delivered last
-  std::uint64_t streamAt_ = 0;                   // the position that GetPos is to answer
+  std::uint64_t blockNo_ = 0;                    // of the block delivered last
+  std::uint64_t streamAt_ = 0;                   // the position that GetPos must return
   std::map<std::uint64_t, std::size_t> starts_;  // of the blocks delivered
   std::optional<std::uint64_t> noted_;           // the host's own record of its checkpoint
   std::map<std::uint64_t, std::size_t> notedStarts_;

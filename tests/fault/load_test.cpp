@@ -1,5 +1,4 @@
-// The start and the end of the library, where nothing may be left behind and nothing may end the
-// host.
+// The start and the end of the library, which must leave nothing behind and must not end the host.
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -35,7 +34,7 @@ TEST_F(Load, GivesBackAllMemoryAndHandlesAtUnload) {
   counting();
   {
     const Module firstOne;
-  }  // loads what stays loaded
+  }  // loads the libraries that stay loaded
   const std::size_t handles = openHandles();
   const long blocks = blocksHeld();
   {

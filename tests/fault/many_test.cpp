@@ -1,4 +1,4 @@
-// Many jobs: one after the other, side by side in a process, and in several processes.
+// Many jobs: one after another, side by side in one process, and in several processes.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -40,7 +40,7 @@ class Many : public testing::Test {
 TEST_F(Many, JobsInOneProcessKeepNothing) {
   const int cycles = std::getenv("TALLOW_FULL") != nullptr ? 10'000 : 300;
   const Module module;
-  // The pauses would be most of the time.
+  // Most of the time would be spent in pauses.
   Hook<struct SleepTag, void(DWORD)> sleep(module.handle(), "Sleep",
                                            [](DWORD) { SwitchToThread(); });
   Host host(module);
@@ -59,7 +59,7 @@ TEST_F(Many, JobsInOneProcessKeepNothing) {
   };
   for (int i = 0; i < 10 && !HasFatalFailure(); ++i) {
     cycle();
-    const Holdings looked;  // looking takes memory too, the first time
+    const Holdings looked;  // the first look takes memory too
   }
   const Holdings before;
   const std::size_t memory = workingSet();
@@ -107,7 +107,7 @@ TEST_F(Many, InstancesSideBySideGetTheirOwnData) {
   for (Stream& stream : streams) {
     host.instance = stream.instance;
     EXPECT_EQ(stream.received, stream.data);
-    // Back to the checkpoint: each has a file of its own.
+    // Back to the checkpoint: each job has its own file.
     ASSERT_EQ(host.setPos(2).code, pmrcSuccess);
     for (std::size_t block = 1; block < kBlocks; ++block) {
       EXPECT_EQ(host.read().data, stream.data.substr(block * kBlock, kBlock));
@@ -117,13 +117,13 @@ TEST_F(Many, InstancesSideBySideGetTheirOwnData) {
   }
 }
 
-// One of several processes: a job that dies behind its checkpoint and is started again.
+// One of several processes: a job that dies after its checkpoint and is started again.
 int diesAndRestarts(const std::vector<std::string>& arguments) {
   const std::string& folder = arguments.at(0);
   const std::string pipe = R"(\\.\pipe\tallow-shared-)" + arguments.at(1);
   constexpr std::size_t kBlocks = 12;
   const std::string data = sampleData(kBlock * kBlocks, std::stoull(arguments.at(1)) + 100);
-  // The search finds a file again in the working directory alone.
+  // The search opens only files in the working directory.
   const ScopedCurrentDirectory current(folder);
   for (const bool restarted : {false, true}) {
     const Module module;

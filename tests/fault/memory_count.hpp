@@ -1,4 +1,4 @@
-// What the module holds of the run-time library's heap.
+// How much of the run-time library's heap the module holds.
 #pragma once
 
 #include <windows.h>
@@ -7,11 +7,11 @@
 
 namespace tallow::test {
 
-// Counts the module's allocations from before its entry runs. To be put in place before any fault,
-// so that a failing allocation is not counted.
+// Counts the module's allocations, beginning before its entry runs. Install it before any fault, so
+// that a failing allocation is not counted.
 void installMemoryCount(HMODULE module);
 
-// Blocks that modules with the count in place have taken and not given back.
+// Blocks that counted modules have taken and not freed.
 long blocksHeld();
 
 }  // namespace tallow::test

@@ -1,7 +1,7 @@
-// Requests in random order, sensible and not, with random options, names, positions and writers.
-// What must hold is little, and must hold always: no crash, no wait without an end, no byte of the
-// host's touched that is not the module's to write (the host's blocks see to that), and no return
-// code that the request does not have.
+// Requests in random order, sensible or not, with random options, names, positions and writers.
+// Little must hold, but it must always hold: no crash, no endless wait, no change to a byte of the
+// host that is not the module's to write (the host's blocks check that), and no return code that
+// the request does not have.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -51,7 +51,7 @@ class Dice {
   std::mt19937_64 engine_;
 };
 
-// As the narrow calls take the name.
+// The name as the narrow calls read it.
 std::wstring wide(const std::string& name) {
   std::wstring text(name.size(), L'\0');
   text.resize(static_cast<std::size_t>(
@@ -60,16 +60,17 @@ std::wstring wide(const std::string& name) {
   return text;
 }
 
-// An open pipe, or the hope for one.
+// A pipe that a test has opened or has tried to open.
 struct Stream {
   void* module = nullptr;
   void* instance = nullptr;
   std::uint32_t blockSize = 0;
   std::string pipe;
-  // Where several streams have one pipe's name, its reader may be another's: it never waits.
+  // If several streams share a pipe's name, its reader may belong to another stream. So the writer
+  // never waits.
   std::unique_ptr<Feed> writer = nullptr;
   bool mayConnect = true;                // the writer may connect to the module's end
-  std::vector<std::uint64_t> positions;  // that GetPos answered
+  std::vector<std::uint64_t> positions;  // that GetPos returned
 };
 
 class Chaos {
@@ -121,11 +122,11 @@ class Chaos {
                           });
   }
 
-  // The writer acts at the module's own look at the pipe, so that no look waits.
+  // The writer acts when the module reads the pipe, so that no read waits.
   BOOL readPipe(HANDLE pipe, void* data, DWORD size, DWORD* count) {
     constexpr int kPatience = 30;
     *count = 0;
-    if (++looks_ > kPatience) return TRUE;  // the writer sent nothing: the end
+    if (++looks_ > kPatience) return TRUE;  // the writer sent nothing, which ends the data
     if (dice_.oneIn(40)) {
       static constexpr std::array kErrors{ERROR_BROKEN_PIPE,   ERROR_PIPE_LISTENING,
                                           ERROR_NO_DATA,       ERROR_PIPE_NOT_CONNECTED,
@@ -148,12 +149,13 @@ class Chaos {
     std::unique_ptr<Feed>& writer = reading_->writer;
     if (!writer && reading_->mayConnect) {
       auto connecting = std::make_unique<Feed>();
-      if (!connecting->connect(wide(reading_->pipe))) return;  // not the server's end, or nobody's
+      if (!connecting->connect(wide(reading_->pipe)))
+        return;  // it is not the server's end, or nobody serves it
       writer = std::move(connecting);
     }
     if (!writer) return;
     DWORD waiting = 0;
-    // Not connected: what is written would wait in another pipe.
+    // Not connected: what is written would go to another pipe.
     if (!PeekNamedPipe(pipe, nullptr, 0, nullptr, &waiting, nullptr)) return;
     const DWORD room = 2 * std::min<DWORD>(reading_->blockSize, 30'000);
     if (waiting < room && !dice_.oneIn(5)) {
@@ -201,7 +203,7 @@ class Chaos {
                                           "%s%n%d=%s"};
     std::string options = "FD=" + here + (dice_.oneIn(3) ? "" : " b=64");
     for (std::size_t i = dice_.roll(6); i > 0; --i) {
-      // Most strings are to be accepted.
+      // Most strings should be accepted.
       const std::size_t good = 23;
       options += " " + pieces[dice_.oneIn(8) ? dice_.roll(pieces.size()) : dice_.roll(good)];
     }
@@ -278,7 +280,7 @@ class Chaos {
     if (code != pmrcSuccess) return;
     stream.instance = host().instance;
     stream.blockSize = host().blockSize;
-    // Where several have the name, a writer could come to the wrong one.
+    // If several streams have the name, a writer could connect to the wrong one.
     for (Stream& other : streams_) {
       if (other.pipe == stream.pipe) stream.mayConnect = other.mayConnect = false;
     }
@@ -286,7 +288,7 @@ class Chaos {
     if (streams_.size() > kMostOpen) close();
   }
 
-  // Makes one of the open streams, or none, that of the next request.
+  // Chooses an open stream, or none, for the next request.
   Stream* choose() {
     static Stream nothing;
     nothing.blockSize = 64;
@@ -386,7 +388,7 @@ class Chaos {
   std::set<std::pair<int, std::uint32_t>> seen_;
 };
 
-// A wait here would be one of the thread that is to read.
+// If the writer waited here, the thread that has to read would wait.
 TEST(Writer, NeverWaitsForRoom) {
   const std::wstring name = wide(uniquePipeName());
   Feed writer;
@@ -411,7 +413,7 @@ TEST(Random, RequestsKeepTheRules) {
               static_cast<unsigned long long>(seed), requests);
   Chaos chaos(seed);
   chaos.run(requests, seed);
-  // The dice are good enough if the requests were answered in most of their ways.
+  // The dice are good enough if the requests returned most of their return codes.
   for (const auto& [request, code] :
        std::vector<std::pair<int, std::uint32_t>>{{pmiPIDMOptInit, 0},
                                                   {pmiPIDMOptInit, 34},

@@ -1,4 +1,4 @@
-// When the function that is being swept fails.
+// Decides when the swept function fails.
 #pragma once
 
 #include <windows.h>
@@ -9,7 +9,7 @@
 namespace tallow::test {
 
 // Counts the calls of one swept function from the thread that armed it, and says which of them
-// fail: the first-th alone, or that one and all after it, at most `most` of them.
+// fail: either call number `first` alone, or that one and all after it, at most `most` in all.
 class FaultSchedule {
  public:
   void arm(std::size_t first, bool andAllAfter, std::size_t most) {

@@ -1,4 +1,4 @@
-// Whole jobs, again and again, while one imported function fails at its first, second, … call.
+// Whole jobs, over and over, while one imported function fails at its first, second, … call.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -36,8 +36,8 @@ constexpr bool kCountsCoverage = true;
 constexpr bool kCountsCoverage = false;
 #endif
 
-// The calls that write the counters of coverage fail like the module's own, and what was counted
-// before is lost then. So each fault has its counters to itself.
+// The calls that write the coverage counters fail like the module's own, and the counts so far are
+// then lost. So each fault has its own counters.
 class CountersOf {
  public:
   explicit CountersOf(const Fault& fault) {
@@ -73,7 +73,7 @@ class Sweep : public testing::TestWithParam<JobPlan> {
     static_cast<void>(watched);
   }
 
-  // One run of the plan; the number of failures injected.
+  // Runs the plan once and returns the number of injected failures.
   std::size_t run(const Fault* fault, std::size_t first, bool andAllAfter) {
     const std::string name =
         GetParam().name + (fault == nullptr
@@ -105,13 +105,13 @@ class Sweep : public testing::TestWithParam<JobPlan> {
   }
 
   static void expectBlocks(long before, const std::string& what) {
-    if (kCountsCoverage) return;  // the counters hold blocks and files of their own
+    if (kCountsCoverage) return;  // the counters hold blocks and files too
     EXPECT_EQ(blocksHeld(), before) << "heap blocks, " << what;
   }
 
   static void expectHandles(std::size_t before, const std::string& what) {
     if (kCountsCoverage) return;
-    // The system may take a moment over the handles of a thread of the writer's.
+    // The system may take a moment to close the handles of a writer's thread.
     std::size_t handles = openHandles();
     for (int i = 0; i < 100 && handles > before; ++i) {
       Sleep(1);
@@ -120,8 +120,8 @@ class Sweep : public testing::TestWithParam<JobPlan> {
     EXPECT_LE(handles, before) << "handles, " << what;
   }
 
-  // Fails the function at each call of the plan or, if `tries` ends that, at the first calls and
-  // ever sparser after them. The number of failures injected.
+  // Runs the plan with a failure at each call in turn or, if `tries` is limited, at `tries` calls
+  // that lie ever further apart. Returns the number of injected failures.
   std::size_t sweepCalls(const Fault& fault, std::size_t tries, bool andAllAfter) {
     std::size_t all = 0;
     std::size_t first = 1;
@@ -137,10 +137,11 @@ class Sweep : public testing::TestWithParam<JobPlan> {
     return all;
   }
 
-  // The calls alone, and each with all that follow.
+  // First each call alone, then each call together with all that follow.
   void sweep(const Fault& fault, std::size_t tries) {
     for (const bool andAllAfter : {false, true}) {
-      // Counting handles takes as long as a run, so they are held against those before all runs.
+      // To count handles takes as long as a run, so they are compared only with those before all
+      // runs.
       const std::size_t handles = openHandles();
       const std::size_t injected = sweepCalls(fault, tries, andAllAfter);
       expectHandles(handles, fault.function + " " + fault.failure);
@@ -149,7 +150,7 @@ class Sweep : public testing::TestWithParam<JobPlan> {
   }
 
   void sweepAll(std::size_t tries) {
-    // What the system takes once: at a first job, and at a first load that is refused.
+    // What the system takes only once: at the first job, and at the first load that is refused.
     run(nullptr, 0, false);
     const auto memory = std::find_if(faults().begin(), faults().end(),
                                      [](const Fault& fault) { return fault.function == "malloc"; });
@@ -179,7 +180,7 @@ std::string nameOf(const testing::TestParamInfo<JobPlan>& info) {
   return info.param.name;
 }
 
-// Every import is swept, or named with the reason why it is not.
+// Every import is either swept or listed with the reason why it is not.
 TEST(FaultTable, NamesEveryImport) {
 #ifndef NDEBUG
   GTEST_SKIP() << "assertions and instruments have imports that the module that ships has not";

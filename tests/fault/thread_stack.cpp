@@ -7,7 +7,7 @@ namespace {
 
 constexpr int kDeepest = 48;  // calls
 
-// The base of the image that has the address; null when none has.
+// The base of the image that contains the address; null if none does.
 const unsigned char* imageOf(DWORD64 address) {
   MEMORY_BASIC_INFORMATION region = {};
   if (VirtualQuery(reinterpret_cast<void*>(address), &region, sizeof region) == 0 ||
@@ -17,7 +17,8 @@ const unsigned char* imageOf(DWORD64 address) {
   return static_cast<const unsigned char*>(region.AllocationBase);
 }
 
-// The name that the image exports under. The loader would know the file's, but behind its lock.
+// The name in the image's export table. Only the loader knows the file's name, and to ask it takes
+// its lock.
 const char* nameOf(const unsigned char* image) {
   const auto* dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(image);
   const auto* headers = reinterpret_cast<const IMAGE_NT_HEADERS64*>(image + dos->e_lfanew);
@@ -29,11 +30,11 @@ const char* nameOf(const unsigned char* image) {
   return reinterpret_cast<const char*>(image + exports->Name);
 }
 
-// Goes to the caller; false when there is none.
+// Moves to the caller; false if there is none.
 bool leaveCall(CONTEXT& context) {
   DWORD64 base = 0;
   auto* const function = RtlLookupFunctionEntry(context.Rip, &base, nullptr);
-  if (function == nullptr) {  // calls nothing itself: its return address is on top
+  if (function == nullptr) {  // it calls nothing itself: its return address is on top
     context.Rip = *reinterpret_cast<const DWORD64*>(context.Rsp);
     context.Rsp += sizeof context.Rip;
     return true;

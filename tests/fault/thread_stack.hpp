@@ -1,4 +1,4 @@
-// Where a thread that does not come back stands.
+// Shows where a hanging thread is.
 #pragma once
 
 #include <windows.h>
@@ -6,8 +6,8 @@
 namespace tallow::test {
 
 // Writes to standard error, innermost first, the calls that `thread` is in, as `library+offset`
-// from the image's base. Suspends the thread, takes no lock and no memory: whatever the thread
-// holds, this comes to its end.
+// from the image's base. Suspends the thread. Takes no lock and no memory, so it ends whatever the
+// thread holds.
 void printStack(HANDLE thread);
 
 }  // namespace tallow::test

@@ -31,7 +31,7 @@ void nameTheAbortedRun(int) {
   TerminateProcess(GetCurrentProcess(), kCrashed);
 }
 
-// That the watched thread has used.
+// The processor time that the watched thread has used.
 double processorSeconds() {
   constexpr double kTicks = 1e7;  // a second
   FILETIME created = {};
@@ -57,7 +57,7 @@ DWORD WINAPI watch(void*) {
     still = runs == seen ? still + 1 : 0;
     seen = runs;
     if (still >= limit && seen != 0) {
-      // A thread that waits uses no time; one that has used a little had to share the machine.
+      // A waiting thread uses no processor time; one that used a little had to share the machine.
       std::fprintf(stderr, "hang in %s (%.2f of %u seconds on a processor), at\n", current,
                    used - usedBefore, still);
       printStack(watched);

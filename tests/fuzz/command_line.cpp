@@ -1,4 +1,4 @@
-// The host program's name out of any command line.
+// The host program's name, from any command line.
 #include <string>
 
 #include "diag/command_line.hpp"

@@ -1,4 +1,4 @@
-// Replays the kept inputs of every fuzz target. A finding ends the program.
+// Replays the saved inputs of every fuzz target. A finding ends the program.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -30,7 +30,7 @@ class Replay : public testing::Test {
          std::filesystem::directory_iterator(std::string(TALLOW_FUZZ_CORPUS) + '/' + name_)) {
       std::ifstream file(entry.path(), std::ios::binary);
       const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
-      // A copy of exactly its size, so that a read behind it is seen.
+      // A copy of exactly its size, so that a read past its end is noticed.
       const std::vector<std::uint8_t> input(bytes.begin(), bytes.end());
       EXPECT_EQ(target(input.data(), input.size()), 0) << entry.path();
       ++inputs;

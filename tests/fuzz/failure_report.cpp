@@ -15,7 +15,7 @@ TALLOW_FUZZ_TARGET(failure_report) {
   const std::string_view rest = input.rest();
   for (std::size_t i = 0; i < repeat; ++i) text += rest;
 
-  // On the heap, exactly as large as it is, so that a byte too many is seen.
+  // On the heap, in its exact size, so that a byte too many is noticed.
   const auto area = std::make_unique<char[]>(sizeof(diag::MessageArea));
   std::memset(area.get(), '#', sizeof(diag::MessageArea));
   TallowRequestBlock request;

@@ -1,4 +1,4 @@
-// The header, sync area and record geometry of a fallback file, out of any bytes.
+// The header, sync area and record geometry of a fallback file, from any bytes.
 #include <cstring>
 #include <string>
 

@@ -1,7 +1,7 @@
 // One fuzz target per file: TALLOW_FUZZ_TARGET(name) { … } with `data` and `size`, returning 0.
 //
-// Built with libFuzzer each file is a program of its own (scripts/fuzz). Everywhere else all of
-// them are linked into one test, which replays the kept inputs of corpus/name.
+// With libFuzzer each file becomes one program (scripts/fuzz). Everywhere else all of them are
+// linked into one test, which replays the saved inputs of corpus/name.
 #pragma once
 
 #include <cstddef>
@@ -14,19 +14,19 @@ namespace tallow::fuzz {
 
 using Target = int (*)(const std::uint8_t* data, std::size_t size);
 
-// Makes the target known to the replay under its name.
+// Registers the target under its name for the replay.
 struct Registration {
   Registration(const char* name, Target target);
 };
 
-// Ends the program, which is how both kinds of run tell of a finding.
+// Ends the program if it does not hold: this is how both kinds of run report a finding.
 inline void require(bool holds, const char* what) {
   if (holds) return;
   std::fprintf(stderr, "does not hold: %s\n", what);
   std::abort();
 }
 
-// An input read from its front. What is missing at its end is 0.
+// An input that is read from its front. After its end it gives zeros.
 class Input {
  public:
   Input(const std::uint8_t* data, std::size_t size)

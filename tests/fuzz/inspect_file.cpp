@@ -1,4 +1,4 @@
-// The fallback-file inspector, on any bytes as the file and as the original data.
+// The fallback-file inspector, with any bytes as the file and as the original data.
 #include <sstream>
 #include <string>
 
@@ -27,7 +27,7 @@ TALLOW_FUZZ_TARGET(inspect_file) {
                     image.tailBytes ==
                 length,
             "slots and tail make up the data area");
-    // One slot behind the last, which is not there.
+    // Also the slot after the last one, which does not exist.
     for (std::uint64_t slot = 0; slot <= image.slotCount && slot < 8; ++slot) {
       if (!image.shape.fullBlocks) inspect::readRecordLength(file, image, slot);
       require(inspect::readRecordData(file, image, slot).size() <= image.header->blockSize,

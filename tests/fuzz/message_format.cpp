@@ -1,4 +1,4 @@
-// Formatting a message and a log line: bounded, and each the beginning of the whole text.
+// Formats a message and a log line: each is bounded and is the beginning of the whole text.
 #include <cstdarg>
 #include <cstring>
 #include <string>

@@ -1,4 +1,4 @@
-// tallow-host's explanation of an initialisation string: of any string, and as the module takes it.
+// tallow-host can explain any initialisation string, and explains it as the module reads it.
 #include <algorithm>
 #include <stdexcept>
 #include <string>

@@ -1,4 +1,4 @@
-// The initialisation string, against a second tokeniser written for plainness alone.
+// The initialisation string, compared with a second tokeniser that is written only to be plain.
 #include <optional>
 #include <stdexcept>
 #include <string>

@@ -1,5 +1,5 @@
-// The log's repeat filter: every occurrence is told, none twice, and none is called a repeat that
-// is not.
+// The log's repeat filter: every occurrence is reported once, and nothing is called a repeat that
+// is none.
 #include <string>
 
 #include "diag/repeat_filter.hpp"
@@ -11,7 +11,7 @@ TALLOW_FUZZ_TARGET(repeat_filter) {
   tallow::fuzz::Input input(data, size);
   RepeatFilter filter;
   std::string last;
-  int untold = 0;  // occurrences of `last` that no line and no summary has told yet
+  int untold = 0;  // occurrences of `last` that no line and no summary has reported yet
   int run = 0;     // occurrences of `last` in a row
   while (!input.empty()) {
     const std::size_t times = 1 + input.byte();

@@ -1,4 +1,4 @@
-// Which language the module speaks, told by the locale of the thread that loads it.
+// Which language the module uses, depending on the locale of the thread that loads it.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -35,7 +35,7 @@ class LanguageChoice : public testing::TestWithParam<Choice> {
   LCID before_ = GetThreadLocale();
 };
 
-// The language libraries that a module maps and gives back, by name.
+// The language libraries that a module maps and frees, by name.
 class LibraryWatch {
  public:
   LibraryWatch() : watch_([this](HMODULE module) { watchLibraries(module); }) {}
@@ -72,7 +72,7 @@ class LibraryWatch {
   LoadWatch watch_;
 };
 
-// The text for an Open without a pipe name, as the library has it.
+// The library's text for an Open without a pipe name.
 std::string emptyNameText(const char* name) {
   const HMODULE library = LoadLibraryExA((programDirectory() + '\\' + name + ".dll").c_str(),
                                          nullptr, LOAD_LIBRARY_AS_DATAFILE);

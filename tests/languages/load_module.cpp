@@ -1,14 +1,13 @@
-// Loads the module under a thread locale and runs one request, so that a test can see from a folder
-// of its own which language library the module finds there, and what it does when there is none.
+// Loads the module under a thread locale and runs one request. So a test can see, in its own
+// folder, which language library the module finds there and what it does if there is none.
 //
 //   load_module LOCALE [INIT]
 //
-// LOCALE is a locale id (0x0407), or 0 for the one that the thread has. With INIT, the module is
-// initialised with that string and asked to write, which it refuses with a line in its log.
-// The environment variable MODULE names the module if it is not tallowin.dll. Prints "box: TEXT"
-// for a message box that comes up meanwhile, "library: FILE" for the language library that is
-// mapped, "code page: N" and "ID answers CODE: NAME". The exit status is 1 when the module cannot
-// be loaded.
+// LOCALE is a locale id (0x0407), or 0 for the thread's own. With INIT, the module is initialised
+// with that string and receives a Write, which it refuses with a line in its log. The environment
+// variable MODULE names the module if it is not tallowin.dll. Prints "box: TEXT" for a message box
+// that comes up meanwhile, "library: FILE" for the language library that is mapped, "code page: N"
+// and "ID answers CODE: NAME". The exit status is 1 when the module cannot be loaded.
 #include <tallow/tallow.h>
 #include <windows.h>
 

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""docs/messages.md is what its script writes, and the script notices when it is not."""
+"""docs/messages.md is what its script writes, and the script notices if it is not."""
 
 import os
 import pathlib
@@ -22,7 +22,7 @@ def check(root):
 
 class MessageDocs(unittest.TestCase):
     def check_after(self, part, old, new):
-        """The check of a copy of the repository in which one text of one file is replaced."""
+        """Checks a copy of the repository in which one text of one file is replaced."""
         with tempfile.TemporaryDirectory() as folder:
             copy = pathlib.Path(folder)
             for name in PARTS:

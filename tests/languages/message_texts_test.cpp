@@ -1,4 +1,4 @@
-// The texts of the language libraries as they were built, against a table of its own: what the
+// The texts in the language libraries as built, compared with this test's own table of what the
 // module passes with each message.
 #include <windows.h>
 
@@ -32,7 +32,7 @@ const std::map<UINT, std::string> kArguments = {
     {98, "ss"},  {99, "s"},    {100, "s"},   {101, ""}, {102, ""},    {103, "s"}, {104, "s"},
     {105, "s"}};
 
-// Their last argument is the system's error text, which brings its own line break.
+// Their last argument is the system's error text, which ends with a line break.
 constexpr std::array<UINT, 9> kEndInSystemText = {39, 40, 41, 45, 61, 79, 103, 104, 105};
 
 struct FreeModule {
@@ -47,7 +47,7 @@ class MessageTexts : public testing::TestWithParam<std::string> {
   static std::string name() { return "tallowin" + GetParam(); }
 
   std::wstring text(UINT id) const {
-    const wchar_t* begin = nullptr;  // with a size of 0, the address of the resource itself
+    const wchar_t* begin = nullptr;  // a size of 0 asks for the address of the resource itself
     const int length = LoadStringW(library_.get(), id, reinterpret_cast<wchar_t*>(&begin), 0);
     return length > 0 ? std::wstring(begin, static_cast<std::size_t>(length)) : std::wstring();
   }

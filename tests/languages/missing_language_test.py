@@ -2,8 +2,8 @@
 """What the module does in a folder that lacks language libraries, and in a Japanese locale.
 
 The box with the failed attempts is a real window on a virtual display; its picture is left in
-box.png. OK is pressed as a person would. The tests have a Wine prefix of their own and end its
-processes before each test: a Wine desktop keeps to the display, or to none, that it began with.
+box.png. OK is pressed as a person would. The tests have their own Wine prefix and end its processes
+before each test: a Wine desktop stays with the display that it began with, or without one.
 """
 
 import os
@@ -22,8 +22,8 @@ def end_wine():
     subprocess.run(["wineserver", "-k"], env={**os.environ, "WINEPREFIX": PREFIX}, check=False,
                    timeout=SECONDS)
 
-# The box is up when a window with its title is; xdotool waits for that, and what it waits for
-# ends with the display.
+# The box is open when a window with its title is. xdotool waits for that; the end of the display
+# also ends the wait.
 PRESS_OK = """
 wine load_module.exe "$1" & program=$!
 window=$(timeout 40 xdotool search --sync --onlyvisible --name '^tallowin$' | head -n 1)
@@ -83,11 +83,11 @@ class SomeLibraries(Folder):
 
 
 class OtherFolders(Folder):
-    """The module in one folder, the program and the working folder elsewhere."""
+    """The module is in one folder, the program and the working folder elsewhere."""
 
     def setUp(self):
         super().setUp()
-        # Not in the code page 1252.
+        # Code page 1252 lacks these letters.
         self.module = self.folder / "мега"
         self.module.mkdir()
         shutil.move(self.folder / "tallowin.dll", self.module)

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""What holds for every library and program that ships: how it is protected, what it needs and what it
-says of itself. TALLOW_RELEASE_BINARIES names another folder with them than that of the build."""
+"""What holds for every library and program that ships: how it is protected, what it needs and
+what it says about itself. TALLOW_RELEASE_BINARIES names a folder to test instead of the build's."""
 import json
 import os
 import pathlib
@@ -13,7 +13,7 @@ BIN = pathlib.Path(os.environ.get("TALLOW_RELEASE_BINARIES") or BUILD / "bin")
 SOURCE = pathlib.Path(os.environ["TALLOW_SOURCE_DIR"])
 OBJDUMP = "x86_64-w64-mingw32-objdump"
 
-# Part of every Windows.
+# Parts of every Windows.
 EVERYWHERE = {"kernel32.dll", "msvcrt.dll"}
 NEEDED = {
     "tallowin.dll": EVERYWHERE | {"advapi32.dll", "comdlg32.dll", "user32.dll", "version.dll",
@@ -28,7 +28,7 @@ PROGRAMS = sorted(name for name in NEEDED if name.endswith(".exe"))
 
 
 def shipped():
-    """All of them, the language libraries too."""
+    """All names, with the language libraries."""
     return sorted([*NEEDED, *(path.name for path in BIN.glob("tallowin???.dll"))])
 
 
@@ -51,7 +51,7 @@ class Binaries(unittest.TestCase):
                 seen = headers(name)
                 for flag in ("DYNAMIC_BASE", "HIGH_ENTROPY_VA", "NX_COMPAT"):
                     self.assertIn(flag, seen)
-                # What can't be moved is not; a library of texts has nothing to correct.
+                # Without relocations an image is not moved. A library of texts needs none.
                 if name in NEEDED:
                     self.assertRegex(seen, r"\d+ \.reloc ")
 
@@ -111,10 +111,11 @@ class Binaries(unittest.TestCase):
 
 
 def checks_of_the_stack(name):
-    """Whether the guard is there, and how many functions end with a look at it."""
+    """Whether there is a guard, and how many functions check it at their end."""
     code = subprocess.run([OBJDUMP, "-d", "--no-show-raw-insn", str(BIN / name)],
                           capture_output=True, text=True, check=True).stdout
-    # Stripped, the function that is called then has no name: it is the one with this trap.
+    # In a stripped file the function that ends the process has no name; it is the one with this
+    # trap.
     entry = re.search(r"^ *([0-9a-f]+):\s+mov +\$0x2,%ecx\n.*\sint +\$0x29", code, re.MULTILINE)
     if not entry:
         return False, 0

@@ -7,7 +7,8 @@ import re
 import unittest
 
 SOURCE = pathlib.Path(os.environ["TALLOW_SOURCE_DIR"]) / "src"
-# From the bottom up; folders on one line do not know each other. The host interface is the ground.
+# From the bottom up. Folders in one set do not include each other. The host interface is the
+# ground.
 FLOORS = [{"tallow"}, {"runtime"}, {"resources"}, {"diag"}, {"config"}, {"pipe", "fallback"}, {"delivery"}, {"entry"}]
 HEIGHT = {folder: height for height, floor in enumerate(FLOORS) for folder in floor}
 
@@ -24,7 +25,7 @@ def sources():
 
 
 def offences(folder, included):
-    """Why a file of `folder` may not include `included`, or nothing."""
+    """The reason why a file of `folder` may not include `included`, or nothing."""
     if "/" not in included:
         return f"names {included} without its folder"
     other = included.split("/")[0]
@@ -45,7 +46,7 @@ class Floors(unittest.TestCase):
             folder = path.relative_to(SOURCE).parts[0]
             for included in includes(path)[0]:
                 offence = offences(folder, included)
-                # The resource compiler's files and the table of messages stand beside each other.
+                # The resource compiler's files and the table of messages are in one folder.
                 if offence and not (path.parent / included).exists():
                     found.append(f"{path.relative_to(SOURCE)} {offence}")
         self.assertEqual(found, [])

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""A program that runs over an array is ended at once, and the guard that notices it is a secret."""
+"""A program that overruns an array ends at once, and the guard that notices this is a secret."""
 import os
 import pathlib
 import subprocess
@@ -7,7 +7,7 @@ import unittest
 
 PROGRAM = pathlib.Path(os.environ["TALLOW_BINARY_DIR"]) / "bin" / "overrun.exe"
 LONG = "x" * 200
-# STATUS_STACK_BUFFER_OVERRUN, of which a process here keeps the last byte.
+# STATUS_STACK_BUFFER_OVERRUN, of which the exit status here has only the last byte.
 ENDED = 0xC0000409 & 0xFF
 
 

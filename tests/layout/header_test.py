@@ -22,7 +22,7 @@ def compile_as(standard, text):
 
 class Header(unittest.TestCase):
     def check(self, standard):
-        # Twice, and behind it windows.h: neither the guard nor the packing may leak.
+        # Included twice, with windows.h after it: neither the guard nor the packing may leak.
         text = ("#include <tallow/tallow.h>\n#include <tallow/tallow.h>\n"
                 "struct Plain { char letter; long long number; };\n"
                 "typedef char packingEnded[sizeof(struct Plain) == 16 ? 1 : -1];\n"

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""What the libraries show to the world: the module one function, a language library nothing."""
+"""What the libraries export: the module one function, a language library nothing."""
 import os
 import pathlib
 import re

@@ -1,11 +1,11 @@
-// Damages its own memory in the way that its argument names, to see what the guards make of it.
+// Damages its own memory as its argument says, to show what the guards do.
 #include <stdint.h>
 #include <stdio.h>
 #include <string.h>
 
 extern uintptr_t __stack_chk_guard;
 
-// Where the compiler can't see how much is copied, only the guard of the function's frame helps.
+// Because the compiler cannot see how much is copied, only the guard of the function's frame helps.
 __attribute__((noinline)) static void copyText(char* target, const char* text) {
   while ((*target++ = *text++) != 0) {
   }

@@ -18,7 +18,7 @@ def run(*command, **options):
 
 
 def make(clone):
-    """Runs scripts/package in a clone; the bytes of both archives."""
+    """Runs scripts/package in a clone and returns the bytes of both archives."""
     run(clone / "scripts" / "package", cwd=clone)
     return [(clone / "build" / f"{NAME}{kind}.zip").read_bytes() for kind in ("", "-debug")]
 

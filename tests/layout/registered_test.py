@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""No source is left out of the build: a test that nobody runs would pass for ever."""
+"""No source is missing from the build: a test that never runs would never fail."""
 import os
 import pathlib
 import re
@@ -22,8 +22,8 @@ def build_text(folder):
 
 
 def is_named(path):
-    """Whether the build names the file, by its name or, for a program of one source, its stem. A
-    variable in a name that is otherwise spelt out stands for any text."""
+    """True if the build names the file, by its name or, for a program of one source, by its stem. A
+    variable within such a name stands for any text."""
     text = build_text(path.parent)
     if re.search(rf"(?<![\w-])({re.escape(path.name)}|{re.escape(path.stem)})(?![\w-])", text):
         return True
