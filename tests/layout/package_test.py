@@ -1,15 +1,19 @@
 #!/usr/bin/env python3
 """The release: what is in it, that the same commit makes the same bytes, and that it works."""
 import hashlib
+import json
 import os
 import pathlib
+import re
 import shutil
 import subprocess
 import unittest
 import zipfile
 
 SOURCE = pathlib.Path(os.environ["TALLOW_SOURCE_DIR"])
-NAME = "tallow-1.0.0-win64"
+VERSION = re.search(r'TALLOW_VERSION "(\d+\.\d+\.\d+)', (
+    SOURCE / "src/resources/version.h").read_text(encoding="utf-8")).group(1)
+NAME = f"tallow-{VERSION}-win64"
 
 
 def run(*command, **options):
@@ -48,7 +52,7 @@ class Package(unittest.TestCase):
         for name in ("bin/tallowin.dll", "bin/tallowinenu.dll", "bin/tallow-host.exe",
                      "bin/tallow-feed.exe", "bin/tallow-inspect.exe", "include/tallow/tallow.h",
                      "docs/operator-guide.md", "README.md", "LICENSE", "THIRD_PARTY_NOTICES.md",
-                     "SHA256SUMS"):
+                     "SHA256SUMS", "bill-of-materials.json"):
             self.assertTrue((self.release / name).is_file(), name)
 
     def test_its_checksums_are_right_and_complete(self):
@@ -73,6 +77,13 @@ class Package(unittest.TestCase):
         for path in (self.release / "bin").iterdir():
             self.assertNotIn(str(self.clone).encode(), path.read_bytes(), path.name)
 
+    def test_every_binary_in_it_is_protected_and_says_what_it_is(self):
+        result = subprocess.run([pathlib.Path(__file__).with_name("binaries_test.py")], text=True,
+                                env={**os.environ,
+                                     "TALLOW_RELEASE_BINARIES": str(self.release / "bin")},
+                                capture_output=True, check=False)
+        self.assertEqual(result.returncode, 0, result.stderr)
+
     def test_a_job_runs_from_it(self):
         folder = self.unpacked / "job"
         folder.mkdir(exist_ok=True)
@@ -86,6 +97,80 @@ class Package(unittest.TestCase):
                 timeout=120)
             self.assertEqual(feeder.wait(60), 0)
         self.assertEqual((folder / "out").read_bytes(), data)
+
+    def test_its_bill_names_the_versions_that_were_compiled_in(self):
+        bill = parts_of(self.release)
+        build = self.clone / "build" / "package"
+        cache = pathlib.Path(re.search(r"TALLOW_ICU_DIR:PATH=(.*)", (
+            build / "CMakeCache.txt").read_text(encoding="utf-8")).group(1)).parent
+        headers = ["-I", build / "headers/cli11", "-I", build / "headers/nlohmann_json",
+                   "-I", cache / "icu/include", "-I", cache / "libcsv"]
+        # What the preprocessor makes of the headers' own words, against the bill.
+        for part, header, words in (
+                ("ICU", "unicode/uvernum.h", "U_ICU_VERSION"),
+                ("CLI11", "CLI/Version.hpp", "CLI11_VERSION"),
+                ("JSON for Modern C++", "nlohmann/json.hpp",
+                 "NLOHMANN_JSON_VERSION_MAJOR.NLOHMANN_JSON_VERSION_MINOR."
+                 "NLOHMANN_JSON_VERSION_PATCH"),
+                ("libcsv", "csv.h", "CSV_MAJOR.CSV_MINOR.CSV_RELEASE"),
+                ("libgcc", "_mingw.h", "__GNUC__"),
+                ("libstdc++", "_mingw.h", "__GNUC__"),
+                ("mingw-w64", "_mingw.h", "__MINGW64_VERSION_MAJOR"),
+                ("winpthreads", "_mingw.h", "__MINGW64_VERSION_MAJOR")):
+            with self.subTest(part):
+                version = preprocessed(headers, header, words)
+                self.assertRegex(version, r"^\d")
+                self.assertRegex(bill[part]["version"], rf"^{re.escape(version)}(\D|$)")
+
+    def test_its_bill_gives_each_part_a_licence_and_the_right_checksums(self):
+        build = self.clone / "build" / "package"
+        linked = {}
+        for link_map in (build / "maps").glob("*.map"):
+            for path in re.findall(r"^(?:LOAD )?(/[^\s(]+\.[ao])(?:\([^)]*\))?$",
+                                   link_map.read_text(encoding="utf-8"), re.MULTILINE):
+                linked[pathlib.Path(path).name] = hashlib.sha256(
+                    pathlib.Path(path).read_bytes()).hexdigest()
+        self.assertIn("libicuuc.a", linked)
+        notices = (self.release / "THIRD_PARTY_NOTICES.md").read_text(encoding="utf-8")
+        for name, part in parts_of(self.release).items():
+            with self.subTest(name):
+                self.assertTrue(part["licenses"][0]["expression"])
+                self.assertIn(name, notices)
+                files = {file["name"]: file["hashes"][0]["content"] for file in part["components"]}
+                self.assertGreater(len(files), 0)
+                for file, digest in files.items():
+                    self.assertRegex(digest, "^[0-9a-f]{64}$")
+                    if file.endswith((".a", ".o")):
+                        self.assertEqual(linked[file], digest, file)
+
+    def test_its_bill_says_which_program_holds_what(self):
+        bill = json.loads((self.release / "bill-of-materials.json").read_text(encoding="utf-8"))
+        holds = {entry["ref"]: set(entry["dependsOn"]) for entry in bill["dependencies"]}
+        self.assertEqual(holds["tallow"], {f"bin/{path.name}" for path
+                                           in (self.release / "bin").iterdir()})
+        self.assertIn("ICU", holds["bin/tallowin.dll"])
+        self.assertNotIn("winpthreads", holds["bin/tallowin.dll"])
+        self.assertIn("libcsv", holds["bin/csv.dll"])
+        self.assertLessEqual({"CLI11", "JSON for Modern C++", "libgcc", "libstdc++", "mingw-w64"},
+                             holds["bin/tallow-host.exe"])
+        self.assertEqual(holds["bin/tallowinenu.dll"], set())
+        for component in bill["components"]:
+            if component["type"] == "file":
+                self.assertEqual(component["hashes"][0]["content"], hashlib.sha256(
+                    (self.release / component["name"]).read_bytes()).hexdigest())
+
+
+def parts_of(release):
+    """The libraries of the bill by name."""
+    bill = json.loads((release / "bill-of-materials.json").read_text(encoding="utf-8"))
+    return {part["name"]: part for part in bill["components"] if part["type"] == "library"}
+
+
+def preprocessed(options, header, words):
+    text = subprocess.run(["x86_64-w64-mingw32-g++-posix", "-std=c++20", "-E", "-P", "-x", "c++",
+                           *map(str, options), "-"], input=f"#include <{header}>\n{words}",
+                          capture_output=True, text=True, check=True).stdout
+    return re.sub(r'[\s"]', "", text.splitlines()[-1])
 
 
 if __name__ == "__main__":
