@@ -3,10 +3,10 @@
 #include <stdexcept>
 #include <string>
 
+#include "common/init_string.hpp"
 #include "config/option_setting.hpp"
 #include "config/option_tokens.hpp"
 #include "fuzz_target.hpp"
-#include "common/init_string.hpp"
 
 TALLOW_FUZZ_TARGET(option_explanation) {
   using namespace tallow;
