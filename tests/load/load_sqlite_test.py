@@ -43,6 +43,22 @@ class SqliteLoad(load_cases.Cases, unittest.TestCase):
         subprocess.run(["mount", "-o", "remount,size=20m", disk], check=True)
         self.check_done(job.run("--restart"), job)
 
+    def test_long_row_costs_the_database_no_more_than_its_length(self):
+        self.check_done(self.small_job().run(), self.job(self.folder / "in.csv"))
+        self.database.execute(
+            "create table stored (bytes integer)",
+            "create trigger noted after update on tallow_checkpoint"
+            " begin insert into stored values (length(new.unfinished_row)); end",
+        )
+        length = (32 if load_cases.FULL else 2) << 20
+        content = b'1,"' + b"line\n" * (length // 5) + b'"\n2,b\n'
+        settings = {"table": "long", "block": 65536, "every": 16 if load_cases.FULL else 1}
+        source = self.data("long.csv", content)
+        job = self.job(source, "--columns", "id,v", "--create", **settings)
+        outcome = job.run()
+        self.assertEqual((outcome.status, outcome.json["rows"]), (0, 2), outcome)
+        (stored,) = self.database.query("select sum(bytes) from stored")
+        self.assertLess(int(stored[0]), len(content), "bytes of unfinished rows that were stored")
 
     def locked(self):
         """Another program's lock on the whole file."""
