@@ -1,9 +1,9 @@
-// Loaded into tallow-load from outside: counts its calls of the module and those of the database
-// that go there (COUNTED_FUNCTIONS and the commit), and lets one of them go wrong. The import table
-// of the program is patched, so that the program under test is the one that ships.
+// Loaded into tallow-load from outside. Counts its calls of the module and its calls that reach the
+// database (COUNTED_FUNCTIONS and the commit), and makes one of them fail. It patches the program's
+// import table, so that the program under test is the one that ships.
 //
 // TALLOW_FAULT in the environment says what to do:
-//   count              nothing; at the end the numbers of calls and of commits go to the file
+//   count nothing; at the end, writes the numbers of calls and of commits to the file
 //                      TALLOW_FAULT_REPORT
 //   die N              the process dies before its N-th call
 //   commit-lost N M    M commits from the N-th on are carried out and answered by a lost connection
@@ -63,7 +63,7 @@ void writeReport() {
   }
 }
 
-/// Every counted call comes by here first.
+/// Every counted call comes here first.
 void count() {
   if (++calls == plan.dieAt) TerminateProcess(GetCurrentProcess(), kKilled);
 }
@@ -71,7 +71,7 @@ void count() {
 template <auto slot>
 struct Counted;
 
-/// Stands in for a function of any signature: counts and calls on.
+/// Replaces a function of any signature: counts the call and then makes it.
 template <typename Result, typename... Arguments, Result(WINAPI** slot)(Arguments...)>
 struct Counted<slot> {
   static Result WINAPI call(Arguments... arguments) {

@@ -122,7 +122,7 @@ class PostgresServer:
             shutil.chown(self.folder, "postgres")
         self.port = free_port()
         data = f"{self.folder}/data"
-        # As Debian sets it up, the driver would leave a log of each connection in /tmp.
+        # With Debian's settings, the driver would leave a log of each connection in /tmp.
         drivers = pathlib.Path("/etc/odbcinst.ini").read_text(encoding="utf-8")
         pathlib.Path(self.folder, "odbcinst.ini").write_text(drivers.replace("CommLog=1", "CommLog=0"))
         os.environ["ODBCSYSINI"] = self.folder
@@ -180,7 +180,7 @@ class Mariadb:
         )
 
     def execute(self, *statements):
-        # The name that most cases use is a reserved word here.
+        # The table name that most cases use is a reserved word here.
         name = re.compile(r"\b(table|from|into|update|on|exists) rows\b")
         self.server.execute(self.database, *(name.sub(r"\1 `rows`", text) for text in statements))
 
@@ -194,8 +194,8 @@ class Mariadb:
 
     @staticmethod
     def rows_of(text):
-        """The rows of a file that the server has written; a backslash stands before what is no end
-        of a field or row."""
+        """The rows of a file that the server has written. A backslash marks characters that do not
+        end a field or row."""
         row, field, characters = [], "", iter(text)
         for c in characters:
             if c == "\\":
@@ -296,7 +296,7 @@ class MariadbSession:
         )
 
     def send(self, statements):
-        """Statements of which the last answers with one line."""
+        """Runs statements, the last of which returns one line."""
         self.process.stdin.write(statements.encode() + b"\n")
         self.process.stdin.flush()
         return self.process.stdout.readline()
@@ -312,7 +312,7 @@ class MariadbSession:
 
 @contextlib.contextmanager
 def silent_server():
-    """A port that takes connections and never answers."""
+    """A port that accepts connections and never answers."""
     with contextlib.closing(socket.socket()) as listener:
         listener.bind(("127.0.0.1", 0))
         listener.listen()
@@ -326,7 +326,7 @@ VALUES += ["\u00e9\u6f22\U0001f600", "x" * 70, "\u00e9" * 50, "'", ";", "\t", "?
 
 
 def write_rows(path, count, seed=1, columns=3, start=1, header=True):
-    """Writes random rows; the first column counts. Every kind of line break comes up."""
+    """Writes random rows, numbered in the first column, with every kind of line break."""
     chance = random.Random(seed)
     with open(path, "w", newline="", encoding="utf-8") as file:
         writers = [csv.writer(file, lineterminator=end) for end in ("\r\n", "\n")]
@@ -361,7 +361,7 @@ def environment(**more):
 
 
 def wake_wine():
-    """Starts what Wine keeps running, outside of any process group that a test kills."""
+    """Starts what Wine keeps running, outside every process group that a test kills."""
     # Not through a pipe: what is started here would keep its end open.
     silence = {"stdin": subprocess.DEVNULL, "stdout": subprocess.DEVNULL}
     silence["stderr"] = subprocess.DEVNULL
@@ -393,13 +393,13 @@ class Process:
         return self.process.poll() is None
 
     def never_began(self):
-        """Whether Wine failed to start it, which happens now and then (see scripts/lib.sh): our
-        programs have a reason for status 1 and say it, and start_with has a status of its own."""
+        """True if Wine failed to start it, which happens now and then (see scripts/lib.sh). Our
+        programs give a reason for status 1, and start_with has its own status."""
         silent = not any(os.fstat(file.fileno()).st_size for file in (self.out, self.err))
         return self.process.poll() == CANNOT_START or (self.process.poll() == 1 and silent)
 
     def kill(self):
-        # Once it has been waited for, its number may be that of another process.
+        # After a wait for it, its id may belong to another process.
         if self.process.returncode is None:
             with contextlib.suppress(ProcessLookupError):
                 os.killpg(self.process.pid, signal.SIGKILL)
@@ -409,7 +409,7 @@ class Process:
                 self.process.stdin.close()
 
     def discard(self):
-        """Ends it without a look at what it said."""
+        """Ends it and ignores its output."""
         self.kill()
         self.out.close()
         self.err.close()
@@ -432,7 +432,7 @@ class Process:
 
 
 def end_all():
-    """Ends what a failed test has left running."""
+    """Ends the programs that a failed test has left running."""
     for process in _started:
         process.discard()
     _started.clear()
@@ -469,7 +469,7 @@ class Job:
         self.init = settings.get("init", own)
         self.every = settings.get("every", 2)
         self.options = list(options)
-        self.to = None  # how the database is named, unless by --to
+        self.to = None  # arguments that name the database, if not --to
         self.variables = {}
 
     def command(self, *more):
@@ -535,7 +535,7 @@ class Job:
         return list(self.fallback.glob(f"*{self.pipe[9:]}*"))
 
     def state(self):
-        """All that a restart can know: what the database and the fallback file hold."""
+        """All that a restart can know: the contents of the database and the fallback file."""
         name = self.pipe[9:]  # differs from job to job
         contents = []
         for table in ("tallow_checkpoint", self.table):
@@ -554,7 +554,7 @@ class Job:
 
 
 class SlowFeed:
-    """A writer that sends what it is told, when it is told."""
+    """A writer that sends only what and when the test says."""
 
     def __init__(self, job, *options):
         command = [BIN / "tallow-feed.exe", "--pipe", job.pipe, "--wait", "60", "--in", "-"]
@@ -578,7 +578,7 @@ class SlowFeed:
 
 
 def main_arguments():
-    """Takes --full out of the command line; unittest sees the rest."""
+    """Removes --full from the command line; unittest gets the rest."""
     full = "--full" in sys.argv
     sys.argv = [argument for argument in sys.argv if argument != "--full"]
     return full

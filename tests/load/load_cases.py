@@ -169,8 +169,8 @@ class Cases:
 
     def test_second_kill_at_every_call_of_the_restart(self):
         calls, _ = self.count_calls(self.fresh_small_job())
-        # A restart knows only what the first kill has left, and most kills leave what the one before
-        # has left: each state counts once.
+        # A restart depends only on what the first kill has left, and most kills leave the same as
+        # the kill before. So each state is tested once.
         states = set()
         for first in range(1, calls + 1) if FULL else [calls // 2, calls - 8]:
             state = self.killed_job(first).state()
@@ -205,14 +205,14 @@ class Cases:
                     outcome = job.run(fault=f"{kind} {first} {amount}")
                     context = f"{kind} {first} {amount}\n{outcome}"
                     if outcome.status != 0:
-                        # Only what comes before the job is this loader's may end the run.
+                        # Only a fault before the loader owns the job may end the run.
                         self.assertLessEqual(first, 3, context)
                         outcome = job.finish()
                     self.check_done(outcome, job, context)
 
     @contextlib.contextmanager
     def load_half_way(self, *options):
-        """A job that has committed its first rows, and what sends the rest and waits for the end."""
+        """A job that has committed its first rows, and a function that sends the rest and waits."""
         job = self.small_job(400, 1, *options)
         content = job.source.read_bytes()
         load = job.start()
@@ -247,7 +247,7 @@ class Cases:
     def test_a_second_loader_beside_the_first(self):
         with self.load_half_way() as (job, finish):
             before = job.record()
-            # The pipe is in use, which comes out before the second loader takes the job.
+            # The pipe is in use; the second loader finds out before it takes the job.
             second = job.run_alone("--restart")
             self.check_refused(second, 3)
             self.assertEqual(job.record(), before)
@@ -284,7 +284,8 @@ class Cases:
 
     def test_bad_rows(self):
         kinds = [{1}, {60}, {17, 18, 19}, set(range(25, 33)), {1, 8, 9, 40, 60}]
-        # With a checkpoint at each block none is read ahead, and with one at every ninth all are.
+        # With a checkpoint at each block no row is read ahead; with one at every ninth block all
+        # are.
         for bad, every in [(bad, every) for bad in kinds for every in (1, 2, 9)]:
             with self.subTest(bad=sorted(bad), every=every):
                 self.database = self.database_factory()
@@ -313,7 +314,7 @@ class Cases:
         job = self.job(self.data("in.csv", content), "--columns", "id,v", "--create", every=9)
         load = job.start()
         with harness.SlowFeed(job) as feed:
-            # The second block is read ahead and never becomes full.
+            # The second block is being read ahead and never becomes full.
             feed.send(content)
             self.check_refused(harness.Outcome(load), 4, "line 2")
 
@@ -355,7 +356,7 @@ class Cases:
     # ------------------------------------------------------------------------------------ bad input
 
     def check_refused(self, outcome, status, *words):
-        """One line that says what and what to do; a second one with the command to go on."""
+        """One line says what happened and what to do; a second one has the command to continue."""
         self.assertEqual(outcome.status, status, outcome)
         for word in words:
             self.assertIn(word, outcome.err)
@@ -476,7 +477,7 @@ class Cases:
         self.database.execute("delete from rows")
         self.assertNotEqual(job.fallback_files(), [])
         load = job.start("--start-over")
-        # No new one takes its place before a writer comes.
+        # No new file takes its place until a writer connects.
         harness.wait_until(lambda: not job.fallback_files(), "the removal")
         load.kill()
         self.check_done(job.run("--restart"), job)

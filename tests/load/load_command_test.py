@@ -26,7 +26,7 @@ class CommandTest(unittest.TestCase):
         return harness.Sqlite(self.folder)
 
     def run_line(self, job, line):
-        """Runs a printed command line as a person does who pastes it into cmd."""
+        """Runs a printed command line as if a person had pasted it into cmd."""
         script = self.folder / "again.cmd"
         script.write_bytes(f"@cd /d Z:{BIN}\r\n@{line}\r\n".encode())
         feed = job.feed()

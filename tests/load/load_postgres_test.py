@@ -89,7 +89,7 @@ class PostgresLoad(load_cases.Cases, unittest.TestCase):
         before = job.record()[1]
         outcome = job.run("--restart")
         self.check_done(outcome, job)
-        # The restart waited for the commit, and went on from it.
+        # The restart waited for the commit and continued from it.
         self.assertLess(outcome.json["rowsOfThisRun"], 200 - before)
 
     def fed_slowly(self, job, disturb, times):

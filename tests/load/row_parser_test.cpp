@@ -53,7 +53,8 @@ std::vector<Seen> parse(std::string_view text, std::size_t blockSize = 1 << 20,
   parser.setSingleColumn(singleColumn);
   std::vector<Seen> rows;
   for (std::size_t at = 0; at < text.size(); at += blockSize) {
-    const std::string block(text.substr(at, blockSize));  // Its own memory: nothing may be kept.
+    // A copy that is freed at once: the parser must keep nothing of it.
+    const std::string block(text.substr(at, blockSize));
     take(parser, block, rows);
   }
   end(parser, rows);
@@ -241,7 +242,7 @@ TEST(RowParser, GoesOnFromEveryCheckpoint) {
   }
 }
 
-/// Rows written by the rules must come back as they were, whatever the blocks.
+/// Rows that are written by the rules must come back unchanged, however they are cut into blocks.
 TEST(RowParser, ReadsBackRandomRows) {
   const unsigned seed = std::random_device{}();
   SCOPED_TRACE("seed " + std::to_string(seed));

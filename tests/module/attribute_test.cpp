@@ -43,7 +43,7 @@ TEST_P(EveryRequest, StoresRestartInformationAndTimeOutSilently) {
   for (const char* name : {"PRESERVE_RESTART_INFO", "TIMEOUT_SECONDS"}) {
     EXPECT_EQ(send(name, "5").code, pmrcSuccess);
     EXPECT_THAT(log.newEntries(), ElementsAre(request()));
-    host.request(pmiPIDMOptShut, nullptr);  // so that the next line is no repeat
+    host.request(pmiPIDMOptShut, nullptr);  // so that the next line is not a repeat
     log.newLines();
   }
 }
@@ -120,7 +120,7 @@ struct TimeOut {
 
 class TimeOutValue : public JobTest, public testing::WithParamInterface<TimeOut> {};
 
-// With a clock that moves by a second at each read, a time-out of n seconds allows n + 1 reads.
+// With a clock that advances by a second at each read, a time-out of n seconds allows n + 1 reads.
 TEST_P(TimeOutValue, IsReadAsAWholeNumber) {
   openJob("Need_Full_Block=no");
   ASSERT_EQ(host.attribute("TIMEOUT_SECONDS", GetParam().value).code, pmrcSuccess);

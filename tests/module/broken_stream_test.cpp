@@ -1,4 +1,4 @@
-// Where the stream of a job breaks, or the data changes, what follows must not be wrong.
+// When the stream of a job breaks or its data changes, nothing wrong may be delivered.
 #include "module/fallback_fixture.hpp"
 
 namespace tallow::test {
@@ -8,8 +8,8 @@ using testing::ElementsAre;
 
 class ChangedData : public FallbackTest {
  protected:
-  // A run with the data X up to block 4, then one with Y, which differs behind block 2; both died
-  // behind a checkpoint at block 4.
+  // A run with the data X up to block 4, then one with Y, which differs after block 2. Both died
+  // after a checkpoint at block 4.
   void leaveTwoRuns() {
     openJob();
     deliver(2);
@@ -64,7 +64,7 @@ TEST_F(ChangedData, WithoutSignaturesChangesNoCheckpoint) {
 
 class LostBytes : public FallbackTest {
  protected:
-  // Block 3 has gathered 10 bytes when the system refuses to read on; 2 is the checkpoint.
+  // The system refuses to read after 10 bytes of block 3. The checkpoint is block 2.
   void loseBytes() {
     openJob();
     script = PipeScript();
@@ -136,8 +136,8 @@ TEST_F(LostBytes, AreNoneWhenNothingWasGathered) {
 
 class FirstRecord : public FallbackTest {
  protected:
-  // A file of blocks with lengths whose checkpoint is block 2, cut to `size` bytes; it is taken
-  // over by a job.
+  // A job takes over a file of blocks with lengths, whose checkpoint is block 2 and which was cut
+  // to `size` bytes.
   void takeOverCutFile(std::size_t size) {
     openJob("Need_Full_Block=no");
     checkpoint();
@@ -149,7 +149,7 @@ class FirstRecord : public FallbackTest {
     openJob("Need_Full_Block=no");
   }
 
-  // Position 0 is taken, and what is written from then on can be replayed.
+  // SetPos to position 0 succeeds, and what is written from then on can be replayed.
   void expectAGoodReplayFromTheStart() {
     goTo(0);
     deliver(3);
@@ -202,7 +202,7 @@ TEST_F(ReplayThatCannotSeek, ServesTheSameRecordNext) {
   {
     StreamFaults faults(module());
     faults.seeksFail = true;
-    faults.seeksBefore = 1;  // the one to the end comes through
+    faults.seeksBefore = 1;  // the seek to the end still succeeds
     EXPECT_EQ(host().read().code, pmrcFailed);
   }
   deliver(5);
@@ -210,7 +210,7 @@ TEST_F(ReplayThatCannotSeek, ServesTheSameRecordNext) {
 
 class ShortBlock : public FallbackTest {
  protected:
-  // A writer that ends block 2 with an empty write after five bytes, and goes on.
+  // A writer that ends block 2 with an empty write after five bytes and then continues.
   void openWithAShortBlock() {
     initialise();
     script = PipeScript();
@@ -220,7 +220,7 @@ class ShortBlock : public FallbackTest {
     ASSERT_EQ(host().open(pipeName).code, pmrcSuccess);
   }
   std::string shortBlock() const { return data.substr(kBlockSize, 5); }
-  // What the blocks behind the short one are.
+  // The content of the blocks after the short one.
   std::string later(std::size_t number) const {
     return data.substr(kBlockSize + 5 + (number - 3) * kBlockSize, kBlockSize);
   }

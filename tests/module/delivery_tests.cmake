@@ -1,6 +1,6 @@
 # Positioning and the fallback file.
 
-# The rules once more and independently.
+# An independent second version of the rules.
 add_library(tallow_job_model STATIC model/aftermath.cpp model/careful_host.cpp
                                     model/digest_oracle.cpp model/file_model.cpp
                                     model/job_model.cpp model/log_model.cpp)
@@ -8,7 +8,7 @@ target_link_libraries(tallow_job_model PUBLIC tallow_build tallow_test_support)
 
 tallow_add_tests(model_test SOURCES model_test.cpp LIBRARIES tallow_test_support tallow_job_model
                  DEPENDS tallowin tallowinenu TIMEOUT 900 OWN_MAIN)
-# The same with another 50,000 sequences.
+# The same test with another 50,000 sequences.
 add_test(NAME model_test_full COMMAND model_test --gtest_brief=1
          WORKING_DIRECTORY ${TALLOW_TEST_WORK}/model_test)
 set_tests_properties(model_test_full PROPERTIES LABELS full TIMEOUT 5400

@@ -1,4 +1,4 @@
-// PIDMMain itself: dispatch, the thread check and what becomes of failures.
+// PIDMMain itself: dispatch, the thread check and how failures are reported.
 #include <array>
 #include <thread>
 
@@ -45,7 +45,7 @@ TEST_P(UnknownRequest, IsRefusedWithoutALookAtTheBlock) {
 INSTANTIATE_TEST_SUITE_P(Entry, UnknownRequest,
                          testing::Values(0u, 15u, 16u, 0x7fffffffu, 0x80000000u, 0xffffffffu));
 
-// A block of zeros serves every request here: null handles, an empty name, wrong levels.
+// A block of zeros is enough for every request here: null handles, an empty name, wrong levels.
 class KnownRequest : public JobTest, public testing::WithParamInterface<Request> {};
 
 TEST_P(KnownRequest, IsLoggedByNameAndNotRefusedAsUnknown) {
@@ -198,7 +198,7 @@ TEST_F(Entry, AnswersTwelveWhenReportingAFailureFails) {
   initialise();
   Hook<struct LoadStringTag, int(HINSTANCE, UINT, char*, int)> loadString(
       module(), "LoadStringA", [&](HINSTANCE library, UINT id, char* buffer, int size) -> int {
-        if (id == 34) throw 34;  // what is thrown while a failure is being reported
+        if (id == 34) throw 34;  // thrown while a failure is being reported
         if (id != 44) return loadString.original(library, id, buffer, size);
         return 0;
       });

@@ -1,4 +1,4 @@
-// A pipe whose answers a test scripts, in the place of the system's.
+// A pipe with scripted answers, in place of the system's.
 #pragma once
 
 #include <windows.h>
@@ -13,8 +13,8 @@
 
 namespace tallow::test {
 
-// Stands in for the module's ReadFile, Sleep and clock. Every Sleep is noted and returns at once;
-// the clock stands still but for what a read lets pass.
+// Replaces the module's ReadFile, Sleep and clock. Every Sleep is noted and returns at once. The
+// clock advances only by the time that a read takes.
 class FakePipe {
  public:
   explicit FakePipe(HMODULE module)
@@ -28,15 +28,15 @@ class FakePipe {
           return now_;
         }) {}
 
-  // What the next reads answer, in order.
+  // What the next reads return, in order.
   void deliver(std::string data) { script_.push_back({true, 0, std::move(data), 0}); }
   void fail(DWORD error, int seconds = 0) { script_.push_back({false, error, {}, seconds}); }
-  // What every read behind the script answers; each lets `seconds` pass.
+  // What every read after the script returns; each takes `seconds`.
   void failEveryRead(DWORD error, int seconds) { behind_ = {false, error, {}, seconds}; }
 
   int reads() const { return reads_; }
   const std::vector<DWORD>& pauses() const { return pauses_; }
-  const std::vector<DWORD>& wanted() const { return wanted_; }  // bytes asked for by each read
+  const std::vector<DWORD>& wanted() const { return wanted_; }  // bytes that each read asked for
 
  private:
   struct Step {

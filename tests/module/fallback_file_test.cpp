@@ -1,4 +1,4 @@
-// The fallback file: its bytes, its name, what is taken over, what becomes of it.
+// The fallback file: its bytes, its name, when it is taken over, and when it is deleted.
 #include <array>
 #include <cstdio>
 
@@ -74,7 +74,7 @@ TEST_F(Layout, StartsTheDataAreaAfreshAtEachCheckpoint) {
   deliver(5);
   checkpoint();
   deliver(2);
-  // Blocks 6 and 7 lie over 1 and 2; the file never gets shorter.
+  // Blocks 6 and 7 have overwritten 1 and 2; the file never gets shorter.
   EXPECT_EQ(file().substr(kDataStart), block(6) + block(7) + block(3) + block(4) + block(5));
 }
 
@@ -121,7 +121,7 @@ TEST_F(Name, IsTheStemWithTheLastNumber) {
 
 TEST_F(Name, CountsTheBytesOfThePipeNameAsSigned) {
   pipeName += "\xe4";
-  int sum = -256;  // of the last byte, beside its value without a sign
+  int sum = -256;  // as a signed value, the last byte is 256 less
   for (const char byte : pipeName) sum += static_cast<unsigned char>(byte);
   char digits[8];
   std::snprintf(digits, sizeof digits, "%04x", sum & 0xffff);
@@ -139,8 +139,7 @@ TEST_F(Name, OfAnAbsentFileGivesNoMessageAtOpen) {
   EXPECT_TRUE(exists(path()));
 }
 
-// A directory in which every numbered name of the pipe is taken, by a folder, but for the
-// `missing`.
+// A directory in which a folder takes every numbered name of the pipe except number `missing`.
 class CrowdedDirectory {
  public:
   CrowdedDirectory(HMODULE module, std::string stem, unsigned missing)
@@ -304,7 +303,7 @@ TEST_F(Search, PassesOverFilesOfOthersAndStopsAtTheFirstOfItsOwn) {
                                                      message(4, 88)));
 }
 
-// The directory searches of an Open, in the order in which they began and ended.
+// The directory searches of an Open, in the order of their beginnings and ends.
 class SearchHandles {
  public:
   explicit SearchHandles(HMODULE module)
@@ -373,7 +372,7 @@ class ExplicitFile : public FallbackTest {
   std::string good() const {
     return header() + syncPoint(1, signature(1)) + syncPoint(2, signature(2)) + block(2);
   }
-  // The lines of Open behind those of the request and the pipe.
+  // The lines of Open after those of the request and the pipe.
   std::vector<LogEntry> openWith(const std::string& bytes) {
     putFile(path(), bytes);
     send(data);
@@ -457,7 +456,7 @@ TEST_F(ExplicitFile, WithAChangedByteNeverBringsWrongData) {
     ASSERT_EQ(host().open(pipeName).code, 0u);
     std::uint32_t expected = 0;
     if (i < 32 || (i >= 33 && i < 37) || (i >= 38 && i < nameEnd)) expected = pmrcFailed;
-    if (i == 37) expected = 0;  // any flag but 0 is one
+    if (i == 37) expected = 0;  // any flag except 0 counts as 1
     if (i >= 322 && i < 330) expected = pmrcBadPosition;
     if (i >= 330) expected = pmrcDelivery;
     const Answer answer = host().setPos(2);
@@ -530,7 +529,7 @@ TEST_F(ExplicitFile, ComparesLongPipeNamesInTheirFirst259Characters) {
 
 // Trouble
 
-// Whatever happens to the file, the job gets its data and ends as any other.
+// Whatever happens to the file, the job gets its data and ends like any other.
 class Trouble : public FallbackTest {
  protected:
   void expectWholeJob() {
@@ -601,7 +600,8 @@ TEST_F(Trouble, WithADirectoryThatHasGoneIsNoted) {
 }
 
 TEST_F(Trouble, WithAWriteDeletesTheFile) {
-  // The header; the sync area and its point; the records; the point of the next checkpoint.
+  // The writes are the header, the sync area and its point, the records, and the next checkpoint's
+  // point.
   for (int good = 0; good < 10; ++good) {
     SCOPED_TRACE(good);
     openJob(good % 2 != 0 ? "Need_Full_Block=no" : "");
@@ -627,7 +627,7 @@ TEST_F(Trouble, WithAFlushDeletesTheFile) {
     EXPECT_EQ(checkpoint(), 2u);
   }
   readLogNow();
-  EXPECT_EQ(noted(2, 51), 2);  // the file that Open put off, and another one at once
+  EXPECT_EQ(noted(2, 51), 2);  // the file that Open left to the checkpoint, and another one at once
   EXPECT_FALSE(exists(path()));
   deliverRest();
 }
@@ -714,7 +714,7 @@ TEST_F(Trouble, WithAWayBackInAReplayIsToldWithMessage103) {
   {
     StreamFaults faults(module());
     faults.seeksFail = true;
-    faults.seeksBefore = 1;  // to the end
+    faults.seeksBefore = 1;  // the seek to the end
     EXPECT_EQ(host().read().code, pmrcFailed);
   }
   EXPECT_EQ(count(log.newEntries(), message(2, 103)), 1);

@@ -1,4 +1,4 @@
-// Jobs with a fallback file, a scripted pipe and a log, loaded as often as a test likes.
+// Jobs with a fallback file, a scripted pipe and a log, which a test can load as often as it likes.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -35,7 +35,7 @@ constexpr std::uint64_t kNoBlock = ~std::uint64_t{0};
 
 class FallbackTest : public testing::Test {
  protected:
-  // The module with the script in the place of its pipe.
+  // The module with the script in place of its pipe.
   struct Loaded {
     explicit Loaded(FallbackTest& test) : pipe(module.handle(), test.script) {}
 
@@ -52,14 +52,14 @@ class FallbackTest : public testing::Test {
   PipeScript script;
   std::string data = sampleData(kBlockSize * 20);
   std::string pipeName = uniquePipeName();
-  // Not an optional: GCC 14 takes its content for uninitialized.
+  // Not an optional: GCC 14 warns that its content may be uninitialized.
   std::unique_ptr<Loaded> loaded = std::make_unique<Loaded>(*this);
 
   Host& host() { return loaded->host; }
   HMODULE module() { return loaded->module.handle(); }
 
-  // Init alone: level 6, blocks of kBlockSize, files in `files`, with `options` behind. The name
-  // is fixed unless `name` is empty.
+  // Only Init: level 6, blocks of kBlockSize, files in `files`, then `options`. The file has a
+  // fixed name unless `name` is empty.
   void initialise(std::string_view options = {}, const std::string& name = "job.fbf") {
     std::string text = "Log_directory='" + logs.path() + "' Log_level=6 Block_size=16 " +
                        "Fallback_Directory='" + files.path() + "' ";
@@ -81,14 +81,14 @@ class FallbackTest : public testing::Test {
     if (!bytes.empty()) script.data(std::string(bytes));
   }
 
-  // The process dies and another one takes over.
+  // The process dies and another one continues.
   void reload() {
     loaded.reset();
     loaded = std::make_unique<Loaded>(*this);
     position_ = 0;
   }
 
-  // Reads `count` blocks, which must be the data's.
+  // Reads `count` blocks, which must be those of the data.
   void deliver(std::uint64_t count = 1) {
     for (; count > 0; --count) {
       const ReadAnswer answer = host().read();
@@ -110,7 +110,7 @@ class FallbackTest : public testing::Test {
     EXPECT_EQ(answer.code, pmrcSuccess);
     return answer.position;
   }
-  // SetPos that must succeed.
+  // A SetPos that must succeed.
   void goTo(std::uint64_t position) {
     const Answer answer = host().setPos(position);
     ASSERT_EQ(answer.code, pmrcSuccess) << answer.text.value_or("");
@@ -149,7 +149,7 @@ class FallbackTest : public testing::Test {
   SyncPoint older() const { return syncPointAt(kHeaderSize); }
   SyncPoint newer() const { return syncPointAt(kHeaderSize + 24); }
 
-  // The header block that a job of this pipe writes.
+  // The header block that a job writes for this pipe.
   std::string header(bool signatures = true, std::uint32_t blockSize = kBlockSize) const {
     std::string image = "Varnholt Fallback File 01.03.00\n";
     image += '\0';
@@ -162,7 +162,7 @@ class FallbackTest : public testing::Test {
     return bytesOf64(block) + signature;
   }
 
-  // A job that died behind a checkpoint at `n`, with `behind` more blocks delivered.
+  // A job that took a checkpoint at `n` and died `behind` blocks later.
   void leaveFile(std::uint64_t n, std::uint64_t behind = 1, std::string_view options = {}) {
     ASSERT_NO_FATAL_FAILURE(openJob(options));
     ASSERT_NO_FATAL_FAILURE(deliver(n));
@@ -170,7 +170,7 @@ class FallbackTest : public testing::Test {
     ASSERT_NO_FATAL_FAILURE(deliver(behind));
     reload();
   }
-  // How often a message was logged since the log was read last.
+  // How often a message was logged since the last read of the log.
   static int count(const std::vector<LogEntry>& entries, const LogEntry& wanted) {
     return static_cast<int>(std::count(entries.begin(), entries.end(), wanted));
   }
@@ -185,8 +185,8 @@ class FallbackTest : public testing::Test {
   std::uint64_t position_ = 0;  // of the host
 };
 
-// Failing calls of the module to the streams of its fallback file. The log's streams, which it
-// opens with fopen for each line, are left alone.
+// Makes the module's calls to the streams of its fallback file fail, but not those to the log's
+// streams, which it opens with fopen for each line.
 class StreamFaults {
  public:
   explicit StreamFaults(HMODULE module)
@@ -233,7 +233,7 @@ class StreamFaults {
   int seeksBefore = 0;
   bool tellsFail = false;
   bool flushesFail = false;
-  // Gets the buffer, its size and what was read; answers what the module is told.
+  // Gets the buffer, its size and the number of bytes read; returns what the module gets.
   std::function<std::size_t(void*, std::size_t, std::size_t)> onRead;
 
  private:

@@ -1,5 +1,5 @@
-// Fallback files that lie in the repository: the module writes them again byte for byte, and goes
-// on from them. So its writer and its reader can't drift together.
+// Fallback files in the repository: the module writes the same bytes again and continues from them.
+// So its writer and its reader cannot both change unnoticed.
 #include "module/fallback_fixture.hpp"
 
 namespace tallow::test {

@@ -1,4 +1,4 @@
-// What most tests of the module begin with: a loaded module, a scratch folder and a log in it.
+// What most tests of the module begin with: a loaded module and a scratch folder with a log.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -22,7 +22,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-// What the language library answers, with one text taken out of it or changed.
+// The language library's texts with one text removed or changed.
 class OtherTexts {
  public:
   explicit OtherTexts(HMODULE module, int id, std::string text)
@@ -41,7 +41,7 @@ class OtherTexts {
   Hook<struct LoadStringTag, int(HINSTANCE, UINT, char*, int)> hook_;
 };
 
-// An environment without a log directory of its own and with the scratch folder as TEMP.
+// An environment that names no log directory and has the scratch folder as TEMP.
 class ModuleTest : public testing::Test {
  protected:
   ScratchDirectory scratch;
@@ -54,14 +54,14 @@ class ModuleTest : public testing::Test {
   HMODULE module() const { return loaded->handle(); }
 };
 
-// The log stands at level 6 in the scratch folder; its lines so far have been read.
+// The log is at level 6 in the scratch folder; its lines so far have been read.
 class JobTest : public ModuleTest {
  protected:
   LogReader log{scratch.path()};
 
   std::string logOptions() const { return "Log_directory='" + scratch.path() + "' Log_level=6 "; }
 
-  // Init without a fallback file, with `options` behind the log's; they must be good.
+  // Init without a fallback file, with `options` after those of the log; they must be valid.
   void initialise(std::string_view options = {}) {
     const Answer answer = host.init(logOptions() + "No_FallBack='' " + std::string(options));
     ASSERT_EQ(answer.code, pmrcSuccess) << answer.text.value_or("");

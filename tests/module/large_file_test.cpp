@@ -1,4 +1,4 @@
-// What needs gigabytes; for the full run.
+// Tests that need gigabytes, for the full run.
 #include "module/fallback_fixture.hpp"
 
 namespace tallow::test {
@@ -51,7 +51,7 @@ TEST_F(LargeFile, IsReplayedBeyondTwoGigabytes) {
   expectBlocks(2, 135);
   ASSERT_EQ(host().setPos(1).code, 0u);
   expectBlocks(1, 133);
-  ASSERT_EQ(checkpoint(), 133u);  // its record begins behind 2 GiB
+  ASSERT_EQ(checkpoint(), 133u);  // its record begins after 2 GiB
   expectBlocks(134, 137);
   ASSERT_EQ(host().setPos(133).code, 0u);
   expectBlocks(133, kBlocks);

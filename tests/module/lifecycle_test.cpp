@@ -67,7 +67,7 @@ TEST_F(Init, TakesTheLongestModuleName) {
   EXPECT_EQ(host.init(logOptions(), input).code, pmrcSuccess);
 }
 
-// The room for the name ends where the next field begins, whatever its length says.
+// The room for the name ends where the next field begins, whatever length the host gives.
 class TooLongName : public JobTest, public testing::WithParamInterface<std::uint32_t> {};
 
 TEST_P(TooLongName, EndsWithItsField) {
@@ -276,7 +276,7 @@ TEST_F(Unload, KeepsTheFallbackFileOfAnOpenJob) {
   EXPECT_NE(GetFileAttributesA(scratch.file("kept.fbf").c_str()), INVALID_FILE_ATTRIBUTES);
 }
 
-// Counts what the module asks of the system timer.
+// Counts the module's calls to the system timer.
 class TimerCalls {
  public:
   explicit TimerCalls(HMODULE module)
@@ -348,8 +348,8 @@ TEST_F(TimerPeriod, IsGivenBackAtUnload) {
   EXPECT_EQ(calls.held, 0);
 }
 
-// Opens a job with data on its way and a fallback file, and ends the process without a Close and
-// without unloading.
+// Opens a job with a fallback file, while data is being sent, and ends the process without a Close
+// and without unloading.
 const ChildWork kEndWithoutUnload("end without unload", [](const std::vector<std::string>& words) {
   const std::string& directory = words.at(0);
   Module module;

@@ -1,4 +1,4 @@
-// The log file: where it stands, what gets in, and what is summed up.
+// The log file: where it is, what is written to it, and what is summed up.
 #include <algorithm>
 #include <cstdio>
 #include <ctime>
@@ -308,7 +308,7 @@ class Repeats : public JobTest {
     for (int i = 0; i < times; ++i) host.request(pmiPIDMOptShut, nullptr);
   }
 
-  // A summary of `count` lines, as it stands behind the level word `word` of level `level`.
+  // Expects a summary of `count` lines after the level word of level `level`.
   void expectSummary(const LogLine& line, int level, int count) {
     EXPECT_EQ(line.level, level);
     EXPECT_EQ(line.id, 78);

@@ -1,4 +1,4 @@
-// Message texts, and how the module comes by its language library when it is loaded.
+// Message texts, and how the module finds its language library when it is loaded.
 #include "job_fixture.hpp"
 
 namespace tallow::test {
@@ -37,14 +37,14 @@ TEST_F(Message, IsLoadedWhole) {
   }
 }
 
-// What a module asks for while it is being loaded, and is refused.
+// The libraries and message boxes that a module asks for while its load fails.
 struct FailedLoad {
   std::vector<std::wstring> libraries;
   std::vector<std::string> boxes;
   bool loaded = false;
 };
 
-// Tells the module from the system's libraries that are loaded with it.
+// True for the module, false for the system's libraries that are loaded with it.
 bool isModule(HMODULE library) {
   return importsFunction(library, "LoadStringA") && importsFunction(library, "timeBeginPeriod");
 }

@@ -1,5 +1,5 @@
-// Random jobs against the model. A failure names the seed of its sequence; TALLOW_SEED runs that
-// one again, TALLOW_SEQUENCES says how many.
+// Random jobs compared with the model. A failure names the seed of its sequence. TALLOW_SEED runs
+// that sequence again; TALLOW_SEQUENCES sets how many there are.
 #include <gtest/gtest.h>
 #include <windows.h>
 
@@ -104,7 +104,7 @@ class Sequence {
   DiskModel disk_;
   std::size_t logLinesBefore_ = 0;
   std::optional<JobModel> model_;
-  std::vector<std::uint64_t> positions_;  // handed out so far
+  std::vector<std::uint64_t> positions_;  // returned so far
   CarefulHost output_;
   bool isOpen_ = false;
   FailingCalls::Plan plan_;  // for the next request
@@ -155,8 +155,8 @@ void Sequence::changeOptions() {
   if (chance(5)) options_.preserve = !options_.preserve;
 }
 
-// What the writer sends in the next life of the job: mostly the same, now and then other data
-// before or after the position of the latest checkpoint, less or more.
+// What the writer sends in the next life of the job: mostly the same; sometimes other data before
+// or after the position of the latest checkpoint, or less or more data.
 void Sequence::changeData() {
   const std::uint64_t position = positions_.empty() ? 0 : positions_.back();
   const std::size_t known = std::min<std::size_t>(position * options_.blockSize, data_.size());
@@ -336,7 +336,7 @@ void Sequence::finish() {
   if (!model_) return;
   around_.module.reset();
   if (aftermath_) {
-    // What the file holds has been judged; the next job is to find it.
+    // The file's content has been judged; the next job must find it.
     const std::string name = model_->fileName();
     if (const auto bytes = realFile(name)) {
       disk_.insert_or_assign(name, FileModel(*bytes));
@@ -378,8 +378,8 @@ void Sequence::step() {
   for (int i = below(8); i > 0; --i) read();
 }
 
-// A job with checkpoints at 0 and after its first blocks dies, and its host goes back to the later
-// one, where the length of a block can't be looked up, and then to the earlier.
+// A job with checkpoints at 0 and after its first blocks dies. Its host goes back to the later
+// checkpoint, where the length of a block cannot be looked up, and then to the earlier one.
 void Sequence::refusedLookUp() {
   getPos();
   for (std::size_t i = between(1, 3); i > 0; --i) read();

@@ -157,7 +157,7 @@ TEST_F(Open, AFailedOneLeavesNothingBehind) {
   EXPECT_EQ(heapBlocks(), blocks);
 }
 
-// What the module asks the system for.
+// The module's calls that create or open a pipe.
 struct SystemCalls {
   explicit SystemCalls(HMODULE module)
       : createPipe(module, "CreateNamedPipeA",
@@ -221,7 +221,7 @@ struct SystemCalls {
 class BothModes : public JobTest, public testing::WithParamInterface<bool> {
  protected:
   void initialiseMode() { initialise(GetParam() ? "Need_Full_Block=yes" : "Need_Full_Block=no"); }
-  // The word that decides both the share mode and the blocking mode.
+  // The word that sets both the share mode and the blocking mode.
   DWORD modeWord() const { return GetParam() ? 0 : 1; }
 };
 
@@ -336,7 +336,7 @@ TEST_F(Open, NamesTheErrorOfTheOpeningWhenTheSystemHasNoTextForIt) {
   EXPECT_EQ(answer.text, formattedMessage(49, kNoText));
 }
 
-// Which end the module becomes, by what the system says of the name.
+// Which end the module becomes, depending on what the system says about the name.
 struct Sighting {
   bool statSucceeds;
   DWORD waitError;  // of WaitNamedPipe; 0 = it succeeds
@@ -446,7 +446,7 @@ TEST_F(Open, ReportsANameThatTheConverterHasNoRoomFor) {
   ASSERT_EQ(host.attribute("CHARSET_NAME", "UTF8").code, pmrcSuccess);
   const OtherTexts reasonAlone(module(), 45, "%.0s%s");
   SystemCalls calls(module());
-  // 65,534 bytes of UTF-16: the converter warns that there is no room for an end.
+  // 65,534 bytes of UTF-16: the converter warns that there is no room for a terminator.
   constexpr std::size_t kTooLong = 32767;
   const std::string name = "\\\\.\\pipe\\" + std::string(kTooLong - 9, 'n');
   EXPECT_EQ(host.open(name).text, "ucnv_convert() error in converting Filename");

@@ -15,7 +15,7 @@ LogEntry note(std::string text) {
 struct Case {
   std::string options;
   std::uint32_t code;
-  std::vector<LogEntry> entries;  // behind the request's own line
+  std::vector<LogEntry> entries;  // after the request's own line
 };
 
 void PrintTo(const Case& value, std::ostream* out) {

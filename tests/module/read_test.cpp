@@ -1,4 +1,4 @@
-// Read, as far as it serves live data: both ways of reading the pipe.
+// Read of live data, in both ways of reading the pipe.
 #include <fstream>
 #include <iterator>
 
@@ -49,7 +49,7 @@ TEST_F(FullBlocks, DeliverEveryByteInBlocksOfTheSize) {
   expectEnd(host.read());
 }
 
-// SECURITY.md warns of it: whoever may open the pipe at all ends a job that waits.
+// SECURITY.md warns of this: whoever may open the pipe at all can end a waiting job.
 TEST_F(FullBlocks, EndWhenSomebodyHasOpenedThePipeForItsAttributesAlone) {
   openJob("Block_size=1000");
   const HANDLE visitor = CreateFileA(pipeName.c_str(), FILE_READ_ATTRIBUTES | SYNCHRONIZE, 0,
@@ -155,7 +155,7 @@ TEST_F(FullBlocks, HaveNoTimeOut) {
   for (int i = 0; i < 10; ++i) pipe.fail(ERROR_PIPE_LISTENING, 100);
   pipe.deliver("data");
   EXPECT_EQ(host.read().data, "data");
-  EXPECT_EQ(host.read().code, pmrcEOF);  // by the pipe's own end
+  EXPECT_EQ(host.read().code, pmrcEOF);  // the pipe itself has ended
 }
 
 TEST_F(FullBlocks, EndWithWhatAZeroByteReadLeft) {
@@ -489,7 +489,7 @@ TEST_F(AvailableData, WithATimeOutStillEndsWithTheWriter) {
   EXPECT_EQ(pipe.reads(), 1);
 }
 
-// Which bytes a signature covers, seen in the sync point of a checkpoint.
+// Which bytes a signature covers, as the sync point of a checkpoint shows.
 class Signature : public ModuleTest {
  protected:
   using Digest = fallback::Md5Digest;
@@ -505,7 +505,7 @@ class Signature : public ModuleTest {
   // The signature of a checkpoint taken now.
   Digest checkpoint() {
     EXPECT_EQ(host.getPos().code, pmrcSuccess);
-    host.close();  // flushes the file, which stays: the host has not been told the end
+    host.close();  // flushes the file, which stays: Read has not returned the end
     std::ifstream file(scratch.file("f.fbf"), std::ios::binary);
     const std::string content{std::istreambuf_iterator<char>(file), {}};
     constexpr std::size_t kNewestSignature = 298 + 24 + 8;

@@ -1,4 +1,4 @@
-// The reason that a message ends with is that of the operation which failed, and of no other.
+// A message ends with the reason of the operation that failed, and of no other.
 #include "module/fallback_fixture.hpp"
 
 namespace tallow::test {
@@ -6,7 +6,7 @@ namespace {
 
 class Reason : public FallbackTest {
  protected:
-  // A job with a file whose records have lengths; the one of block 1 is cut short.
+  // A job takes over a file whose records have lengths; the length of block 1 is cut short.
   void takeOverAFileCutShort() {
     leaveFile(2, 1, "Need_Full_Block=no");
     putFile(path(), file().substr(0, kDataStart + 2));
@@ -23,7 +23,7 @@ class Reason : public FallbackTest {
     EXPECT_EQ(answer.code, pmrcFailed);
     EXPECT_EQ(answer.text, formattedMessage(id, systemText(error).c_str()));
   }
-  // The one line of message 79 in the log.
+  // The only line of message 79 in the log.
   std::string noFileLine() {
     std::vector<LogLine> lines = log.newLines();
     std::erase_if(lines, [](const LogLine& line) { return line.id != 79; });
@@ -63,7 +63,7 @@ TEST_F(Reason, OfAPositionWithoutASystemErrorIsNoOlderOne) {
   faults.tellsFail = true;
   SetLastError(ERROR_FILE_EXISTS);
   expectFailure(host().read(), 104, ERROR_SEEK);
-  checkpoint();  // still that of the newest sync point
+  checkpoint();  // its position is still that of the newest sync point
   faults.tellsFail = false;
   deliver(3);
   faults.tellsFail = true;

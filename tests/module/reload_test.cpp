@@ -1,4 +1,4 @@
-// A host that loads and unloads the module over and over pays nothing for it.
+// A host may load and unload the module over and over: nothing is left behind.
 
 #include <gtest/gtest.h>
 #include <windows.h>
@@ -16,7 +16,7 @@
 namespace tallow::test {
 namespace {
 
-// How many more slots of a kind this process could take.
+// How many more slots of this kind the process could take.
 template <typename Allocate, typename Free>
 std::size_t freeSlots(Allocate allocate, Free release) {
   std::vector<DWORD> taken;
@@ -53,14 +53,14 @@ class Reload : public testing::Test {
     }
   }
 
-  // Equal holdings before and after `cycles` runs of `cycle`, behind a few that settle what this
-  // process keeps once and for all.
+  // Expects equal holdings before and after `cycles` runs of `cycle`. A few runs come first, for
+  // what this process takes once and keeps.
   template <typename Cycle>
   void expectNothingKept(Cycle cycle) {
     const int cycles = std::getenv("TALLOW_FULL") != nullptr ? 2000 : 100;
     for (int count = 0; count < 5; ++count) {
       cycle();
-      const Holdings looked;  // looking takes memory too, the first time
+      const Holdings looked;  // the first look takes memory too
     }
     const Holdings before;
     const std::size_t memory = workingSet();

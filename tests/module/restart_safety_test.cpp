@@ -1,4 +1,4 @@
-// What keeps the data of a restarted job safe: where two rules meet, the safe one holds.
+// What keeps the data of a restarted job safe: if two rules meet, the safe one holds.
 #include "module/fallback_fixture.hpp"
 
 namespace tallow::test {
@@ -244,7 +244,7 @@ class ReplayedRecord : public FallbackTest {
     goTo(2);
     log.newLines();
   }
-  // A Read that is refused, and the same record once `faults` have gone.
+  // A Read is refused, and then, without `faults`, delivers the same record.
   void expectRefusedThenServed(StreamFaults& faults) {
     const ReadAnswer answer = host().read();
     EXPECT_EQ(answer.code, pmrcDelivery);
@@ -395,7 +395,7 @@ TEST_F(SetPosition, ZeroStaysZeroBeforeAnyDelivery) {
 
 class FailedRestart : public FallbackTest {
  protected:
-  // Read, GetPos and SetPos are refused without a further word, and Close keeps the file.
+  // Read, GetPos and SetPos are refused without a further message, and Close keeps the file.
   void expectUsedUp() {
     const std::size_t reads = script.reads();
     const std::string before = file();
@@ -546,7 +546,7 @@ TEST_F(FileMadeInARunningJob, HasItsSyncAreaAlsoForTheCheckpointOfTheLostOne) {
   {
     StreamFaults faults(module());
     faults.shortWrites = true;
-    faults.writesBefore = 1;  // the header comes through
+    faults.writesBefore = 1;  // the write of the header still succeeds
     EXPECT_EQ(checkpoint(), 3u);
   }
   EXPECT_FALSE(exists(path()));

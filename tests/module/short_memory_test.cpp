@@ -1,11 +1,10 @@
-// Memory runs out while a message is being put into words: what the message is about happens all
-// the same.
+// Memory runs out while a message is being formatted. What the message reports still happens.
 #include "module/fallback_fixture.hpp"
 
 namespace tallow::test {
 namespace {
 
-// Refuses the allocations that follow the look-up of one message's text, up to the next look-up.
+// Refuses the allocations after the look-up of one message's text, until the next look-up.
 class NoMemoryForMessage {
  public:
   NoMemoryForMessage(HMODULE module, int id)
@@ -32,7 +31,7 @@ class NoMemoryForMessage {
 
 class ShortMemory : public FallbackTest {
  protected:
-  // Runs a request while memory runs out in a message.
+  // Runs a request in which memory runs out in a message.
   template <class Request>
   auto without(int id, Request request) {
     const NoMemoryForMessage noMemory(module(), id);
@@ -80,7 +79,7 @@ TEST_F(ShortMemory, InAWriteFailureGivesTheFileUpAllTheSame) {
   {
     StreamFaults faults(module());
     faults.shortWrites = true;
-    faults.writesBefore = 1;  // the length comes through
+    faults.writesBefore = 1;  // the write of the length still succeeds
     const ReadAnswer answer = without(51, &Host::read);
     EXPECT_EQ(answer.code, pmrcSuccess);
     EXPECT_EQ(answer.data, block(3));
@@ -169,8 +168,8 @@ TEST_F(ShortMemory, InARefusedWriteLeavesItRefused) {
   EXPECT_EQ(without(6, write).code, pmrcNotSupported);
 }
 
-// Whichever allocation of the Init that turns the log on fails, the next one that asks for the log
-// gets it, with the words of its levels.
+// Whichever allocation fails in the Init that turns on the log, the next Init that asks for the log
+// gets it, with its level words.
 TEST_F(ShortMemory, InTheSetUpOfTheLogLeavesALog) {
   bool failed = true;
   for (int failAt = 1; failed; ++failAt) {

@@ -1,4 +1,4 @@
-// The test support itself: what it claims to notice, it notices.
+// The test support itself notices what it claims to notice.
 #include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 """Makes the golden fallback files from the description of their format alone.
 
 Without an argument it compares them with the files beside it, byte for byte; with --write it writes
-them. The job: 89 bytes in blocks of 16 from the pipe tallow-golden, checkpoints behind block 2 and
+them. The job: 89 bytes in blocks of 16 from the pipe tallow-golden, checkpoints after block 2 and
 block 3, read to its end.
 """
 
@@ -26,7 +26,7 @@ def sync_point(block):
 
 
 def records(with_lengths):
-    """Blocks 3 to 6. The last has 9 bytes; behind them lie those of the block before."""
+    """Blocks 3 to 6. The last has 9 bytes; those of the block before follow them."""
     result = b""
     for block in range(3, 7):
         data = DATA[(block - 1) * BLOCK_SIZE : block * BLOCK_SIZE]

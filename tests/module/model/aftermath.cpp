@@ -94,7 +94,7 @@ std::string Aftermath::setPos(std::uint32_t code, std::uint64_t position, const 
   if (code == kDone) return accept(position, take);
   lost_ = take.asked;
   if (isFailure(code)) {
-    // It may have failed after the step that goes there.
+    // It may have failed after it had moved there.
     if (position <= blocks_.size()) {
       places_.push_back({position, std::max<std::uint64_t>(position, 1)});
     }

@@ -1,7 +1,7 @@
-// What must hold for a job in which a call that the module made has failed. Which of its steps the
-// module could still take is not for a model to say; but what it answers must be an answer that the
-// request has, what it delivers must be the data at the place where the stream stands, and what
-// lies in the file must be what a restart can rely on.
+// What must hold for a job after a call that the module made has failed. A model cannot say which
+// of its steps the module could still take. But its answer must be one that the request has, what
+// it delivers must be the data at the stream's place, and a restart must be able to rely on what is
+// in the file.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,7 @@
 
 namespace tallow::test {
 
-// What one request got out of the pipe.
+// What one request read from the pipe.
 struct PipeTake {
   std::string data;
   bool asked = false;   // ReadFile was called
@@ -23,22 +23,22 @@ struct PipeTake {
 
 class Aftermath {
  public:
-  // `before` is the job as it stood before the request in which the call failed.
+  // `before` is the job before the request in which the call failed.
   Aftermath(const JobModel& before, const std::optional<std::string>& fileBefore);
 
-  // What is wrong with an answer; empty when nothing is. `struck`: a call failed in this very
-  // request, which may have kept it from the first look at its state.
+  // What is wrong with an answer; empty if nothing is. `struck`: a call failed in this very
+  // request, perhaps before it looked at its state.
   std::string read(std::uint32_t code, const std::string& data, const PipeTake& take, bool struck);
   std::string getPos(std::uint32_t code, std::uint64_t position, bool struck);
   std::string setPos(std::uint32_t code, std::uint64_t position, const PipeTake& take, bool struck);
   std::string close(std::uint32_t code, bool struck);
-  // What is wrong with the file as the latest request left it.
+  // What is wrong with the file after the latest request.
   std::string file(const std::optional<std::string>& bytes);
 
   std::uint64_t lastBlockNo() const { return places_.back().last; }
 
  private:
-  // Where the stream may stand.
+  // A place where the stream may be.
   struct Place {
     std::uint64_t last;
     std::uint64_t next;
@@ -64,7 +64,7 @@ class Aftermath {
   bool endTold_;
   bool isClosed_ = false;
   bool hadFile_;                             // before the latest request
-  std::optional<std::uint64_t> checkpoint_;  // of the request before, which went well
+  std::optional<std::uint64_t> checkpoint_;  // of the previous request, if that succeeded
 };
 
 }  // namespace tallow::test

@@ -1,5 +1,4 @@
-// The system's own MD5, to check the module's signatures against an implementation that is not
-// ours.
+// The system's own MD5, to compare the module's signatures with an implementation that is not ours.
 #pragma once
 
 #include <string>
@@ -7,7 +6,7 @@
 
 namespace tallow::test {
 
-// The 16 bytes of the digest. Throws std::runtime_error when the system offers none.
+// The 16 bytes of the digest. Throws std::runtime_error if the system has no MD5.
 std::string systemMd5(std::string_view data);
 
 }  // namespace tallow::test

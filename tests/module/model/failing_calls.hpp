@@ -1,4 +1,5 @@
-// Calls of the module to the stream of its fallback file and to the allocator that fail as armed.
+// Makes calls of the module to the stream of its fallback file and to the allocator fail as
+// planned.
 #pragma once
 
 #include <windows.h>
@@ -13,8 +14,8 @@ namespace tallow::test {
 class FailingCalls {
  public:
   struct Plan {
-    int streamCall = 0;  // the n-th from arming fails; 0: none
-    int allocation = 0;  // the n-th fails, from arming or from the failed stream call; 0: none
+    int streamCall = 0;  // the n-th after arming fails; 0: none
+    int allocation = 0;  // the n-th after arming, or after the failed stream call, fails; 0: none
   };
 
   explicit FailingCalls(HMODULE module)

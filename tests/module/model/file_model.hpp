@@ -1,4 +1,4 @@
-// The files of the fallback directory as the rules want them.
+// The files of the fallback directory as the rules require them.
 #pragma once
 
 #include <cstddef>
@@ -13,7 +13,7 @@ namespace tallow::test {
 class FileModel {
  public:
   FileModel() = default;
-  // All of whose bytes must be as they are here.
+  // A file in which every byte must be as given here.
   explicit FileModel(std::string bytes) : bytes_(std::move(bytes)), known_(bytes_.size(), '\1') {}
 
   std::size_t size() const { return bytes_.size(); }
@@ -26,7 +26,7 @@ class FileModel {
 
   void cut(std::size_t size);
 
-  // What is wrong with a file that should be this one; empty when nothing is.
+  // What is wrong with a file that should be this one; empty if nothing is.
   std::string differenceTo(std::string_view real) const;
 
  private:

@@ -209,7 +209,7 @@ void JobModel::writePending(Start start) {
   if (afresh) {
     seek(kDataStart);
   } else if (fileFirst_ == kNone) {
-    at_ = kDataStart;  // where a file's first record always lies
+    at_ = kDataStart;  // where a file's first record always is
   }
   const std::string& data = blocks_[pending_ - 1].data;
   log_.trace("Writing " + number(data.size()) + " data bytes to fallback file as block no. " +
@@ -337,7 +337,7 @@ JobModel::Answer JobModel::getPos() {
   }
   if (mode_ == Mode::kRestartable) dropRecovery(94);
   if (!isOpen_) {
-    create();  // only No_FallBack comes here, and has no file
+    create();  // only No_FallBack comes here, and then there is no file
   } else if (syncPointOf(last_) != newer_) {
     const std::size_t before = at_;
     seek(kHeaderSize);

@@ -1,6 +1,6 @@
-// The rules of Open, Read, GetPos, SetPos, Close and of the fallback file, written down once more,
-// as simply as they can be said: the blocks of a job lie in a list, a signature is the digest of
-// the blocks up to it, the file is a string. It knows nothing of how the module does it.
+// The rules of Open, Read, GetPos, SetPos, Close and the fallback file, written a second time and
+// as simply as possible: the blocks of a job are a list, a signature is the digest of the blocks up
+// to it, the file is a string. It knows nothing of how the module works.
 #pragma once
 
 #include <array>
@@ -21,7 +21,7 @@ struct ModelOptions {
   int signatureCheck = 2;
   bool noFallback = false;
   bool preserve = false;            // PRESERVE_RESTART_INFO
-  std::string pipeName;             // whole
+  std::string pipeName;             // in full
   std::string directory;            // of the fallback file
   std::optional<std::string> file;  // Fallback_file; none: the file is found by its name
   bool inDirectory = true;          // the working directory is the fallback directory
@@ -37,7 +37,7 @@ class JobModel {
     std::uint64_t position = 0;  // GetPos
   };
 
-  // Open. Without a Close before its end the process has died.
+  // Open. If the model ends without a Close, the process has died.
   JobModel(DiskModel& disk, LogModel& log, const ModelOptions& options, PipeScript pipe);
 
   Answer read();
@@ -51,7 +51,7 @@ class JobModel {
   bool canRestart() const { return mode_ == Mode::kRestartable; }
   std::array<std::uint64_t, 2> syncPointBlocks() const { return {older_.block, newer_.block}; }
 
-  // What a judge has to know of a job in which something failed.
+  // What is needed to judge a job in which something failed.
   struct Block {
     std::string data;
     bool hashed;
@@ -132,8 +132,8 @@ class JobModel {
   std::size_t expectedAt_ = 346;
 
   Mode mode_ = Mode::kLive;
-  bool lost_ = false;          // a restart has used the re-sent data up
-  bool hole_ = false;          // a Read failed with bytes that it had taken
+  bool lost_ = false;          // a restart has consumed the re-sent data
+  bool hole_ = false;          // a Read failed after it had taken bytes
   std::vector<Block> blocks_;  // all that has been delivered, or dropped by a restart
   std::uint64_t last_ = 0;
   std::uint64_t next_ = 1;

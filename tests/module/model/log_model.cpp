@@ -8,8 +8,8 @@ std::ostream& operator<<(std::ostream& out, const ModelLine& line) {
 
 void LogModel::initialised(int level) {
   constexpr int kLinesOfInit = 5;
-  // Its request line passes the level before, its options the new one; a log that was off begins
-  // with the banner.
+  // The old level decides about its request line, the new level about the lines of its options. A
+  // log that was off begins with the banner.
   const bool wrote = level_ >= kLinesOfInit || level >= kLinesOfInit || level_ == 0;
   lines_.clear();
   level_ = level;

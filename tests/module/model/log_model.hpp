@@ -1,4 +1,4 @@
-// The log as the rules want it: what passes the level, with repeated lines folded.
+// The log as the rules require it: the lines of the levels that are on, with repeats folded.
 #pragma once
 
 #include <cstdint>
@@ -18,12 +18,12 @@ std::ostream& operator<<(std::ostream& out, const ModelLine& line);
 
 class LogModel {
  public:
-  // Init has been there: lines count from here on.
+  // Init has succeeded: lines count from now on.
   void initialised(int level);
   int level() const { return level_; }
 
   void trace(const std::string& text, int level = 6) { add(level, 9999, text); }
-  // `argument` tells two messages of one id apart.
+  // `argument` distinguishes two messages of one id.
   void message(int level, int id, const std::string& argument = {});
 
   const std::vector<ModelLine>& lines() const { return lines_; }

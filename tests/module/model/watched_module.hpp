@@ -1,5 +1,5 @@
-// The module that random jobs run against: its pipe is a script, what each request gets out of it
-// is noted, and its calls can be made to fail.
+// The module that random jobs run against. Its pipe is a script, what each request reads from it is
+// noted, and its calls can be made to fail.
 #pragma once
 
 #include <windows.h>
