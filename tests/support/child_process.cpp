@@ -20,7 +20,7 @@ std::map<std::string, ChildWork::Function>& allWork() {
   return work;
 }
 
-// A crash of a child is its exit code; no debugger prints a report over the tests' own lines.
+// The crash of a child becomes its exit code; no debugger prints a report into the tests' output.
 LONG CALLBACK endWithExceptionCode(EXCEPTION_POINTERS* exception) {
   TerminateProcess(GetCurrentProcess(), exception->ExceptionRecord->ExceptionCode);
   return EXCEPTION_EXECUTE_HANDLER;
@@ -38,7 +38,7 @@ PROCESS_INFORMATION startProcess(const std::string& command, STARTUPINFOA& start
   for (int i = 0; i < kTries; ++i) {
     std::string line = command;
     PROCESS_INFORMATION process{};
-    // Standard handles that are given have to be inherited.
+    // Standard handles must be inherited if they are given.
     const BOOL inherits = (startup.dwFlags & STARTF_USESTDHANDLES) != 0 ? TRUE : FALSE;
     if (CreateProcessA(nullptr, line.data(), nullptr, nullptr, inherits, 0, nullptr, nullptr,
                        &startup, &process)) {
@@ -69,11 +69,11 @@ unsigned runChild(const std::string& name, const std::vector<std::string>& argum
 }
 
 int runTests(int argc, char** argv) {
-  // The system's libraries that the module needs stay loaded: each load of it is quick then.
+  // The system libraries that the module needs stay loaded, so that each load of it is quick.
   for (const char* library : {"advapi32.dll", "comdlg32.dll", "version.dll", "winmm.dll"}) {
     LoadLibraryA(library);
   }
-  // The module speaks the loading thread's language; texts are compared in English.
+  // The module uses the loading thread's language; the tests compare English texts.
   SetThreadLocale(MAKELCID(MAKELANGID(LANG_ENGLISH, SUBLANG_ENGLISH_US), SORT_DEFAULT));
   if (argc >= 3 && argv[1] == kChildSwitch) {
     SetUnhandledExceptionFilter(endWithExceptionCode);

@@ -1,4 +1,4 @@
-// Memory that shows what a callee did to it.
+// Memory that shows how a callee changed it.
 #pragma once
 
 #include <cstddef>
@@ -15,8 +15,8 @@ struct ByteRange {
   std::size_t count;
 };
 
-// A block of `size` bytes, filled with a pattern, whose last byte is the last byte before a page
-// that cannot be touched. The rest of its own pages, before the block, holds the pattern too.
+// A block of `size` bytes that ends directly before a page that cannot be accessed. The block and
+// the part of its pages before it are filled with a pattern.
 class GuardedMemory {
  public:
   explicit GuardedMemory(std::size_t size);
@@ -43,8 +43,8 @@ class GuardedMemory {
 
   // Remembers every byte as it is now.
   void remember();
-  // The offsets of the bytes that differ from what was remembered and lie in none of `writable`, as
-  // a text for a failure; offsets before the block are negative. Empty when there are none.
+  // The offsets of the bytes that have changed since remember() and are in none of `writable`, as a
+  // text for a failure. Offsets before the block are negative. Empty if there are none.
   std::string changesOutside(std::span<const ByteRange> writable) const;
 
  private:

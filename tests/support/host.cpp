@@ -26,7 +26,7 @@ void expectUntouched(const GuardedMemory& block, const char* what) {
   expectUntouched(block, {}, what);
 }
 
-// A message text is trusted up to its 512 bytes, no further.
+// A message text is read up to its 512 bytes, no further.
 std::string messageAt(const char* area) {
   const std::string_view whole(area, TALLOW_MESSAGE_AREA_SIZE);
   const std::size_t end = whole.find('\0');
@@ -80,7 +80,7 @@ Answer Host::call(std::uint32_t code, void* parameters) {
   answer.code = block.get<std::uint32_t>(38);
   answer.textLength = block.get<std::uint32_t>(46);
   answer.textAddress = block.get<char*>(50);
-  // Init may go on after it has put a text and then end with another return code.
+  // Init may continue after it has written a text, and then end with another return code.
   const bool mayHaveText = answer.code == pmrcFailed || code == pmiPIDMOptInit;
   const std::array both{kReturnCode, kMessageFields};
   expectUntouched(block, std::span(both).first(mayHaveText ? 2 : 1), "request block");

@@ -1,6 +1,6 @@
 // The host's side of the interface, byte by byte: every block ends at a guard page, and after each
-// request every byte that the interface does not let the module write is compared with what it was.
-// A byte that changed against the rules is a test failure by itself.
+// request every byte that the module may not write is compared with its old value. A byte that was
+// changed against the rules is a test failure by itself.
 #pragma once
 
 #include <tallow/tallow.h>
@@ -20,9 +20,9 @@ namespace tallow::test {
 // tallowin.dll beside the test program.
 std::string modulePath();
 
-// The module, loaded until the end of the scope; only one at a time. Throws std::runtime_error
-// (with the system error number) when it cannot be loaded. Requests go from the thread that made
-// it.
+// The module, loaded as long as the object exists; only one at a time. Throws std::runtime_error
+// (with the system error number) if it cannot be loaded. Requests must come from the thread that
+// made it.
 class Module {
  public:
   explicit Module(const std::string& path = modulePath());
@@ -40,7 +40,7 @@ class Module {
 
 struct Answer {
   std::uint32_t code = 0;
-  // The failure text in the message area and its told length, when the module wrote those fields.
+  // The failure text in the message area and its reported length, if the module wrote those fields.
   std::optional<std::string> text;
   std::uint32_t textLength = 0;
   char* textAddress = nullptr;
@@ -52,7 +52,7 @@ struct ReadAnswer : Answer {
 
 struct PositionAnswer : Answer {
   std::uint64_t position = 0;
-  const std::uint64_t* address = nullptr;  // null when the module did not write the field
+  const std::uint64_t* address = nullptr;  // null if the module did not write the field
 };
 
 struct IdAnswer : Answer {
@@ -61,7 +61,7 @@ struct IdAnswer : Answer {
   const TallowComponentVersion* components = nullptr;
 };
 
-// What Init is given beside the initialisation string.
+// What Init gets in addition to the initialisation string.
 struct InitInput {
   std::uint16_t level1 = TALLOW_INTERFACE_LEVEL_1;
   std::uint16_t level2 = TALLOW_INTERFACE_LEVEL_2;
@@ -69,14 +69,14 @@ struct InitInput {
   bool nullString = false;  // the address of the string is null
 };
 
-// Requests to a module. The handles that Init and Open answer are kept and used by what follows;
-// a test may put others in their place.
+// Requests to a module. The handles from Init and Open are kept for the requests after them; a test
+// may replace them.
 class Host {
  public:
   explicit Host(const Module& module) : entry_(module.entry()) {}
 
   Answer init(std::string_view options, const InitInput& input = {});
-  // Runs with openMode 1 unless told otherwise.
+  // Uses openMode 1 by default.
   Answer open(std::string_view pipeName, std::int16_t openMode = TALLOW_OPEN_FOR_READING);
   ReadAnswer read();
   PositionAnswer getPos();
@@ -87,12 +87,12 @@ class Host {
   IdAnswer id();
   Answer attribute(std::string_view name, std::string_view value,
                    std::uint32_t request = pmiPIDMOptPutA_A);
-  // Any request code with a parameter block that the module must leave as it is (may be null).
+  // Any request code, with a parameter block (or null) that the module must not change.
   Answer request(std::uint32_t code, GuardedMemory* parameters);
 
   void* moduleHandle = nullptr;
   void* instance = nullptr;
-  std::uint32_t blockSize = 0;       // as the last Open answered
+  std::uint32_t blockSize = 0;       // from the last Open
   std::uint16_t wordBehindMode = 0;  // as the last Open left it (0xeeee when not written)
   void* moduleHandleAfterOpen = nullptr;
 

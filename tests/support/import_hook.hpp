@@ -16,17 +16,16 @@ std::vector<std::string> importedNames(HMODULE module);
 
 bool importsFunction(HMODULE module, const char* name);
 
-// Stores `replacement` for the function `name` in the import table of `module` and gives back what
-// stood there. Throws std::runtime_error when the module does not import `name`.
+// Stores `replacement` for the function `name` in the import table of `module` and returns the old
+// entry. Throws std::runtime_error if the module does not import `name`.
 void* replaceImport(HMODULE module, const char* name, void* replacement);
 
-// Whether `module` has not been unloaded yet.
+// True if `module` has not been unloaded yet.
 bool isLoaded(HMODULE module);
 
 // Runs `replacement` instead of one imported function until it is destroyed or the module is
-// unloaded. `Tag` (any type)
-// tells the hooks of a program apart: at most one hook per tag and signature lives at a time.
-// Functions with a variable argument list cannot be hooked.
+// unloaded. `Tag` (any type) distinguishes the hooks of a program: only one hook per tag and
+// signature can exist at a time. Functions with a variable argument list cannot be hooked.
 //
 //   Hook<struct SleepTag, void(DWORD)> sleep(module, "Sleep", [&](DWORD ms) { … });
 //   sleep.original(ms) calls the real one.
@@ -70,8 +69,8 @@ class Hook<Tag, Result(Arguments...)> {
   Function original_ = nullptr;
 };
 
-// Calls `prepare` with every DLL that is loaded while this lives, after its imports are bound and
-// before its entry runs: the place for a hook on what a module does while it is being loaded.
+// Calls `prepare` with every DLL that is loaded while this exists, after its imports are bound and
+// before its entry runs. There a hook catches what a module does while it is being loaded.
 class LoadWatch {
  public:
   explicit LoadWatch(std::function<void(HMODULE)> prepare);

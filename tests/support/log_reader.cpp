@@ -36,7 +36,7 @@ bool startsWithTime(std::string_view line) {
   return true;
 }
 
-// Takes "123 " off the front of `rest`; -1 when there is no such thing.
+// Removes a number and a blank, as "123 ", from the front of `rest`; -1 if there is none.
 int takeNumber(std::string_view& rest) {
   int number = -1;
   const auto [end, error] = std::from_chars(rest.data(), rest.data() + rest.size(), number);

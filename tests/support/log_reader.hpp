@@ -1,4 +1,4 @@
-// The module's log as a test sees it: by level, id and, for id 9999, exact text.
+// The module's log as tests compare it: by level, id and, for id 9999, exact text.
 #pragma once
 
 #include <cstddef>
@@ -14,11 +14,11 @@ struct LogLine {
   std::string time;  // as "Sat Nov 21 10:31:38 2026"
   unsigned process = 0;
   int level = 0;  // 7 for the level word of any other level
-  int id = 0;     // 78 for a repeat summary, whose text is all that stands behind the level word
+  int id = 0;     // 78 for a repeat summary, whose text is everything after the level word
   std::string text;
 };
 
-// A line without the text of a numbered message, which differs by language: what tests compare.
+// What tests compare: a line without the text of a numbered message, which depends on the language.
 struct LogEntry {
   int level = 0;
   int id = 0;
@@ -33,11 +33,11 @@ std::string messageText(int id);
 // The same, formatted with arguments of the types that the message takes.
 std::string formattedMessage(int id, ...);
 
-// How the system words one of its error numbers.
+// The system's text for one of its error numbers.
 std::string systemText(unsigned long error);
 
-// All lines of namedpipes.log in `directory`; none when there is no such file. A message that spans
-// several lines is one entry. Throws std::runtime_error for a file that is no log.
+// All lines of namedpipes.log in `directory`; none if there is no such file. A message of several
+// lines is one entry. Throws std::runtime_error if the file is not a log.
 std::vector<LogLine> readLog(const std::string& directory);
 
 std::vector<LogEntry> entriesOf(const std::vector<LogLine>& lines);

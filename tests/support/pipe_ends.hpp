@@ -11,9 +11,10 @@
 
 namespace tallow::test {
 
-// A writing end. All failures throw std::runtime_error with the system error number. A write to a
-// pipe whose buffer (twice the block size when the module made it) is full waits for the reader:
-// from the test's own thread write only what fits, the rest from a WriterThread.
+// A writing end. All failures throw std::runtime_error with the system error number. If the pipe's
+// buffer is full, a write waits for the reader; the buffer is twice the block size if the module
+// made the pipe. So write from the test's own thread only what fits, and the rest from a
+// WriterThread.
 class PipeEnd {
  public:
   // Connects to a pipe that the module serves (it exists as soon as Open has answered).
@@ -28,9 +29,9 @@ class PipeEnd {
   void write(std::string_view bytes);
   // Waits until the reader has taken everything.
   void flush();
-  // Lets the reader have what is in the buffer and then the end (error 109).
+  // Gives the reader what is in the buffer and then the end (error 109).
   void close();
-  // Server end only: throws away what is in the buffer; the reader gets error 233.
+  // Server end only: discards what is in the buffer; the reader gets error 233.
   void disconnect();
 
  private:
@@ -38,8 +39,8 @@ class PipeEnd {
   HANDLE handle_;
 };
 
-// Runs `work` (writes, pauses on events, closes) beside the test and joins it at the end of the
-// scope. An exception in it is a test failure.
+// Runs `work` (writes, waits for events, closes) beside the test; the destructor waits for its end.
+// An exception in it is a test failure.
 class WriterThread {
  public:
   explicit WriterThread(std::function<void()> work);
@@ -51,7 +52,7 @@ class WriterThread {
 // Connects to the pipe `name`, writes `data` in chunks of `chunk` bytes and closes.
 WriterThread writeAll(const std::string& name, std::string data, std::size_t chunk = 65536);
 
-// `size` bytes in which every 8-byte stretch differs, from `seed`.
+// `size` bytes from `seed`, in which no two 8-byte stretches are equal.
 std::string sampleData(std::size_t size, std::uint64_t seed = 1);
 
 }  // namespace tallow::test

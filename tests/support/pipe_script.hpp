@@ -1,5 +1,5 @@
-// What a pipe answers to one ReadFile after the other. The model and the hook that stands in for
-// the module's ReadFile each play a copy.
+// What a pipe returns to one ReadFile after another. The model and the hook that replaces the
+// module's ReadFile each play a copy.
 #pragma once
 
 #include <cstddef>
@@ -20,8 +20,8 @@ class PipeScript {
   void emptyWrite() { steps_.push_back({{}, 0}); }
   void error(unsigned error) { steps_.push_back({{}, error}); }
 
-  // One read of at most `wanted` bytes; behind the script the writer has closed (error 109). What
-  // a read leaves of a piece of data the next read gets.
+  // One read of at most `wanted` bytes. If it takes only a part of a piece of data, the next read
+  // gets the rest. After the script the writer has closed (error 109).
   Outcome read(std::size_t wanted);
 
   std::size_t stepsLeft() const { return steps_.size(); }

@@ -1,4 +1,4 @@
-// The module's pipe as a test scripts it.
+// A script in place of the module's pipe.
 #pragma once
 
 #include <windows.h>
@@ -11,10 +11,10 @@
 
 namespace tallow::test {
 
-// Stands in for the module's ReadFile and Sleep: reads play the script, and no pause takes time.
+// Replaces the module's ReadFile and Sleep: reads play the script, and pauses take no time.
 class ScriptedPipe {
  public:
-  // `onRead`, where one is given, sees what each read got.
+  // `onRead`, if given, sees what each read got.
   ScriptedPipe(HMODULE module, PipeScript& script,
                std::function<void(const PipeScript::Outcome&)> onRead = nullptr)
       : read_(module, "ReadFile",

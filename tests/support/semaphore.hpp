@@ -5,8 +5,8 @@
 
 namespace tallow::test {
 
-// Begins at zero: the first acquire waits for a release. Made of an event of the system, since
-// waits for the semaphore of the compiler's library now and then never end.
+// Begins at zero: the first acquire waits for a release. It uses a system event, because waits for
+// the semaphore of the compiler's library sometimes never end.
 class BinarySemaphore {
  public:
   BinarySemaphore() : event_(CreateEventA(nullptr, FALSE, FALSE, nullptr)) {}

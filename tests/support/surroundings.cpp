@@ -17,7 +17,7 @@ namespace tallow::test {
 namespace {
 
 bool setVariable(const std::string& name, const std::optional<std::string>& value) noexcept {
-  // An empty value removes the variable in the run-time library, as in the system.
+  // An empty value removes the variable, both in the run-time library and in the system.
   return _putenv_s(name.c_str(), value ? value->c_str() : "") == 0;
 }
 
@@ -55,7 +55,7 @@ std::string uniquePipeName() {
 ScratchDirectory::ScratchDirectory() {
   std::array<char, MAX_PATH> parent{};
   GetTempPathA(static_cast<DWORD>(parent.size()), parent.data());
-  // A name may be left from a process that crashed with the same id.
+  // The name may be left from a crashed process with the same id.
   do {
     path_ = parent.data() + uniqueName("tallow");
     if (CreateDirectoryA(path_.c_str(), nullptr)) return;
@@ -103,9 +103,9 @@ ScopedCurrentDirectory::~ScopedCurrentDirectory() {
   SetCurrentDirectoryA(before_.c_str());
 }
 
-// GetProcessHandleCount answers 0 under Wine, and a look at the system's list of all handles ends
-// Wine's server when a process is about to begin or to end meanwhile. So every number that a handle
-// may have is tried. The lowest free one is always given out next, so they lie close together.
+// GetProcessHandleCount returns 0 under Wine, and to read the system's list of all handles ends
+// Wine's server if a process begins or ends meanwhile. So this tries every number that a handle may
+// have. A new handle always gets the lowest free number, so the numbers are close together.
 std::size_t openHandles() {
   constexpr std::uintptr_t kStep = 4;
   constexpr int kLongestGap = 64;

@@ -1,5 +1,5 @@
-// What a test borrows from the machine and gives back: folders, names, environment variables, and
-// the means to see whether the module gives back what it took.
+// What a test borrows from the machine and gives back: folders, names, environment variables. Also
+// shows whether the module gives back what it took.
 #pragma once
 
 #include <cstddef>
@@ -18,7 +18,7 @@ std::string uniqueName(std::string_view stem);
 // \\.\pipe\ and a unique name.
 std::string uniquePipeName();
 
-// A new empty folder that is deleted with all its files and folders at the end.
+// A new empty folder. The destructor deletes it with all its files and folders.
 class ScratchDirectory {
  public:
   ScratchDirectory();
@@ -34,8 +34,8 @@ class ScratchDirectory {
   std::string path_;
 };
 
-// An environment variable as the module's own getenv sees it (module and tests share one run-time
-// library), set or, with nullopt, removed until the end of the scope.
+// Sets an environment variable or, with nullopt, removes it, until the end of the scope. The
+// module's own getenv sees this, since the module and the tests share one run-time library.
 class ScopedEnvironment {
  public:
   ScopedEnvironment(std::string name, const std::optional<std::string>& value);
@@ -48,7 +48,7 @@ class ScopedEnvironment {
   std::optional<std::string> before_;
 };
 
-// The current directory until the end of the scope.
+// Changes the current directory until the end of the scope.
 class ScopedCurrentDirectory {
  public:
   explicit ScopedCurrentDirectory(const std::string& path);
@@ -60,14 +60,14 @@ class ScopedCurrentDirectory {
   std::string before_;
 };
 
-// What this process holds at the moment.
+// What this process holds now.
 std::size_t openHandles();
 std::size_t heapBlocks();
 std::size_t heapBytes();
 std::size_t workingSet();  // bytes
 
-// What the working set may grow by in that many cycles: the system counts in pages and a little
-// late, while a cycle that keeps anything of its own keeps a page sooner or later.
+// By how much the working set may grow in this many cycles. The system counts in pages and a little
+// late, but if each cycle keeps anything, pages add up sooner or later.
 constexpr std::size_t workingSetGrowthIn(int cycles) {
   constexpr std::size_t kPage = 4096;
   constexpr std::size_t kCyclesToAPage = 4;

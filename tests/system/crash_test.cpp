@@ -1,6 +1,6 @@
-// The reference host is ended at a random moment and restarted, again and again, until its job is
-// done; now and then the writer then sends other data after the host's position. A failure names
-// the seed of its job; TALLOW_SEED runs that one again, TALLOW_JOBS says how many.
+// The reference host is ended at a random moment and restarted, over and over, until its job is
+// done. Sometimes the writer then sends other data after the host's position. A failure names the
+// seed of its job. TALLOW_SEED runs that job again; TALLOW_JOBS sets how many there are.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -88,7 +88,7 @@ class CrashingJob {
     return words;
   }
 
-  // True when the job was done, false when the host was ended.
+  // True if the job was done, false if the host was ended.
   bool attempt(bool kill) {
     FeedingPipe pipe(pipeName_, static_cast<std::uint32_t>(blockSize_));
     const std::string said = folder_.file(uniqueName("said"));
@@ -110,12 +110,12 @@ class CrashingJob {
       if (!host.waitFor(static_cast<DWORD>(between(0, 15)))) host.end();
     }
     const unsigned code = host.exitCode();
-    pipe.join();  // its thread may not have noted yet that it has ended the host
+    pipe.join();  // its thread may not yet have noted that it ended the host
     EXPECT_TRUE(code == 0 || host.wasEnded()) << code << ": " << contentOf(said);
     return code == 0;
   }
 
-  // From now on the writer sends other data, from the position on that the host has noted.
+  // From now on the writer sends other data after the position that the host has noted.
   void changeData() {
     const std::string state = contentOf(this->state());
     constexpr std::string_view kKey = "\"position\":";
@@ -128,8 +128,8 @@ class CrashingJob {
     ++totals_.changes;
   }
 
-  // Every signature in the file must be that of the data up to its block, as this life or one
-  // before was sent it.
+  // Every signature in the file must be that of the data up to its block, as it was sent in this
+  // life or an earlier one.
   void checkFile() {
     const std::string bytes = contentOf(file());
     if (bytes.size() < 346) return;
@@ -152,7 +152,7 @@ class CrashingJob {
       ++totals_.signaturesChecked;
     }
   }
-  // A last block that the end of the pipe has cut short is not hashed.
+  // If the end of the pipe cuts the last block short, it is not hashed.
   std::string_view hashedUpTo(std::string_view data, std::uint64_t block) const {
     const std::size_t end = static_cast<std::size_t>(block) * blockSize_;
     const std::size_t whole = data.size() / blockSize_ * blockSize_;

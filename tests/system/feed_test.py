@@ -9,7 +9,7 @@ from tools_support import data_of
 
 class Feed(tools_support.ToolTest):
     def wait_for_server(self):
-        """A second writer is refused, and takes nothing away, once the pipe is there."""
+        """Once the pipe exists, a second writer is refused and takes nothing."""
         tools_support.wait_until(
             lambda: "cannot open" in self.feed(b"", "--wait", 0).outcome().err, "the server end")
 

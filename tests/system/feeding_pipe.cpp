@@ -87,7 +87,7 @@ void FeedingPipe::waitUntilGivenTo(const Process& reader) const {
 
 void FeedingPipe::join() {
   if (!thread_.joinable()) return;
-  // A reader that never came leaves the thread waiting for one.
+  // If no reader ever came, the thread still waits for one.
   const HANDLE reader =
       CreateFileA(name_.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
   if (reader != INVALID_HANDLE_VALUE) CloseHandle(reader);

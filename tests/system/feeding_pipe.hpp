@@ -1,4 +1,5 @@
-// A writer that outlives its readers: it serves a pipe and may end the reading process on its way.
+// A writer that outlives its readers: it serves a pipe and may end the reading process while it
+// writes.
 #pragma once
 
 #include <windows.h>
@@ -14,7 +15,7 @@
 
 namespace tallow::test {
 
-// A program that runs beside the test; ended at the latest with the scope.
+// A program that runs beside the test. The destructor ends it if it still runs.
 class Process {
  public:
   static constexpr unsigned kEnded = 0xdead;
@@ -28,10 +29,10 @@ class Process {
   void end() {
     if (TerminateProcess(handle_, kEnded)) ended_ = true;
   }
-  // Whether end() has met it alive; its exit code need not say so when it was on its way out.
+  // True if end() found it alive. Its exit code need not show this, if it was just about to end.
   bool wasEnded() const { return ended_; }
   HANDLE handle() const { return handle_; }
-  // False when it still runs after that time.
+  // False if it still runs after that time.
   bool waitFor(DWORD milliseconds) const {
     return WaitForSingleObject(handle_, milliseconds) == WAIT_OBJECT_0;
   }
@@ -43,7 +44,7 @@ class Process {
   std::atomic<bool> ended_ = false;
 };
 
-// Serves the pipe from its construction on; feed() begins to write.
+// Serves the pipe as soon as it is constructed; feed() begins to write.
 class FeedingPipe {
  public:
   FeedingPipe(std::string name, std::uint32_t bufferSize);
@@ -51,13 +52,13 @@ class FeedingPipe {
   FeedingPipe(const FeedingPipe&) = delete;
   FeedingPipe& operator=(const FeedingPipe&) = delete;
 
-  // Writes in pieces of at most `piece` bytes and closes; calls `onByte` when `at` bytes have been
-  // written, if ever. `data` must live as long as the pipe.
+  // Writes in pieces of at most `piece` bytes and closes the pipe. Calls `onByte` once `at` bytes
+  // have been written, if ever. `data` must live as long as the pipe.
   void feed(std::string_view data, std::size_t piece, std::optional<std::size_t> at,
             std::function<void()> onByte);
-  // Waits until all has been given, and the end, or the reader has ended.
+  // Waits until everything has been written and the pipe closed, or the reader has ended.
   void waitUntilGivenTo(const Process& reader) const;
-  // To be called when the reader is gone: it takes the place of one that never came.
+  // Call this when the reader is gone. It connects in place of a reader that never came.
   void join();
 
  private:

@@ -132,7 +132,7 @@ class Checkpoints(tools_support.ToolTest):
     DATA = data_of(60_000)
 
     def stop_half_way(self, *arguments, init=OPTIONS, length=25_000):
-        """Runs a job with a state and stops it by Ctrl-C behind `length` bytes."""
+        """Runs a job with a state and stops it by Ctrl-C after `length` bytes."""
         feed = self.slow_feed(self.DATA[:length + 500])
         host = self.host(*STATE, *arguments, init=init)
         self.wait_for_length("out", length)
@@ -242,7 +242,7 @@ class Checkpoints(tools_support.ToolTest):
         self.assertEqual(self.restart("--json").outcome().json["status"], "done")
 
     def restart_of_a_done_job(self, *arguments, init=OPTIONS, left="job.json.fbf"):
-        """Restarts a job whose process died behind its note of the end, in front of Close."""
+        """Restarts a job whose process died after it had noted the end, but before Close."""
         self.feed(self.DATA)
         self.assertEnded(self.host(*STATE, *arguments, init=init).outcome(), 0)
         header = b"Varnholt Fallback File 01.03.00\n\0" + BLOCK.to_bytes(4, "little") + b"\1"
@@ -579,7 +579,7 @@ class Waits(tools_support.ToolTest):
 
 
 class ExitStatuses(tools_support.ToolTest):
-    """The one table: what happens to a job, and what a loop may make of it."""
+    """The one table: what happens to a job, and what a loop may conclude from the exit status."""
     DATA = data_of(60_000)
     RESTART = ["--state", "job.json", "--restart"]
 

@@ -13,7 +13,7 @@ DATA_START = 346
 
 class Inspect(tools_support.ToolTest):
     def leave_file(self, init=tools_support.OPTIONS):
-        """A job with checkpoints at blocks 10 and 20, killed when block 25 had been written."""
+        """A job with checkpoints at blocks 10 and 20, killed after block 25 had been written."""
         feed = self.slow_feed(DATA[:25_500])
         host = self.host("--state", "job.json", "--checkpoint-every", 10, init=init)
         self.wait_for_length("out", 25_000)
@@ -56,7 +56,7 @@ class Inspect(tools_support.ToolTest):
             self.assertEqual(point["proof"], "matches")
             self.assertEqual(point["signature"],
                              hashlib.md5(DATA[:point["block"] * BLOCK]).hexdigest())
-        # The latest block that was delivered may not be written yet.
+        # The latest delivered block may not be written yet.
         fresh = report["slots"][:report["verification"]["freshSlots"]]
         self.assertEqual([slot["block"] for slot in fresh][:5], [20, 21, 22, 23, 24])
 
@@ -154,7 +154,7 @@ class Inspect(tools_support.ToolTest):
         self.assertFault(self.inspect(self.leave_file(), "--extract", 999), 1, "no slot 999")
 
     def test_survives_truncation(self):
-        # Each length is tried in tool_core_test; here the program itself, at the edges.
+        # tool_core_test tries each length; this runs the program itself at the edges.
         whole = self.read(self.leave_file())
         for length in (0, 1, 31, 32, 297, 298, 299, 345, 346, 347, 1345, 1346, 1347):
             with self.subTest(length):

@@ -20,11 +20,11 @@ import unittest
 import xml.etree.ElementTree
 
 BIN = pathlib.Path(os.environ["TALLOW_BINARY_DIR"]) / "bin"
-LIMIT = 60  # seconds that anything may take before it counts as hanging
+LIMIT = 60  # seconds before anything counts as hanging
 BLOCK = 1000
 OPTIONS = f"Block_size={BLOCK}"
 
-# A message box would wait for somebody; without a display it comes back at once.
+# A message box would wait for a person; without a display it returns at once.
 _ENVIRONMENT = {name: value for name, value in os.environ.items() if name != "DISPLAY"}
 
 _numbers = itertools.count(1)
@@ -45,7 +45,7 @@ def data_of(length, seed=7):
 
 
 def wait_until(condition, what):
-    """Waits for an event that another process causes; looks, since there is nothing to wait on."""
+    """Waits for an event in another process. It polls, since there is nothing to wait on."""
     deadline = time.monotonic() + LIMIT
     while not condition():
         if time.monotonic() > deadline:
@@ -84,11 +84,11 @@ class Program:
                                         stderr=self.err, env=_ENVIRONMENT)
 
     def interrupt(self):
-        """Ctrl-C."""
+        """Sends Ctrl-C."""
         self.process.send_signal(signal.SIGINT)
 
     def terminate(self):
-        """An end without a Close."""
+        """Ends it without a Close."""
         self.process.kill()
 
     def outcome(self):
@@ -115,7 +115,7 @@ class Program:
 
 
 class TerminalProgram:
-    """A program of ours on a terminal of its own."""
+    """A program of ours on its own terminal."""
 
     def __init__(self, folder, name, arguments):
         self.master, terminal = pty.openpty()
@@ -151,7 +151,7 @@ class TerminalProgram:
 
 
 class ToolTest(unittest.TestCase):
-    """Each test has a folder of its own, and no program outlives it."""
+    """Each test has its own folder, and no program outlives it."""
 
     def setUp(self):
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="tools-", dir=os.getcwd()))
@@ -188,7 +188,7 @@ class ToolTest(unittest.TestCase):
         return self.start("tallow-feed", "--pipe", self.pipe, "--in", name, *arguments)
 
     def slow_feed(self, data):
-        """Starts a writer that has sent `data` and goes on only when its standard input ends."""
+        """Starts a writer that sends `data` and then waits until its standard input ends."""
         program = self.start("tallow-feed", "--pipe", self.pipe, "--in", "-",
                              stdin=subprocess.PIPE)
         program.process.stdin.write(data)
@@ -221,7 +221,7 @@ class ToolTest(unittest.TestCase):
         self.assertEqual(outcome.status, status, outcome.err + outcome.text)
 
     def assertFault(self, outcome, status, *words):
-        """One line on standard error that says these words."""
+        """Expects one line on standard error that contains these words."""
         self.assertEnded(outcome, status)
         self.assertEqual(len(outcome.error_lines), 1, outcome.err)
         for word in words:
@@ -258,7 +258,7 @@ class _XmlResult(unittest.TextTestResult):
 
 
 def main():
-    """Runs the calling script's tests and leaves a report for the count."""
+    """Runs the calling script's tests and writes a report for the count."""
     runner = unittest.TextTestRunner(resultclass=_XmlResult, verbosity=1)
     program = unittest.main(module="__main__", testRunner=runner, exit=False)
     results = pathlib.Path(os.environ["TALLOW_BINARY_DIR"]) / "test-results"

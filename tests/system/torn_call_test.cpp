@@ -1,6 +1,6 @@
-// The process dies inside each call in turn that changes the fallback file: before it, behind it,
-// and, where bytes are written, with half of them written. What comes after is a restart that
-// continues rightly or is refused, also when the writer then sends other data.
+// The process dies in each call, in turn, that changes the fallback file: before it, after it and,
+// if bytes are written, after half of them. The restart must then either continue correctly or be
+// refused, even if the writer sends other data.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -27,7 +27,7 @@ constexpr int kRefused = 20;
 constexpr int kFailed = 21;
 constexpr std::size_t kBlockSize = 64;
 
-// What the writer sends; all is different from byte `changedAt` on, where that is given.
+// What the writer sends. If `changedAt` is given, everything from that byte on is different.
 std::string jobData(std::size_t changedAt = std::string::npos) {
   std::string data = sampleData(kBlockSize * 10 + 11);
   for (std::size_t at = changedAt; at < data.size(); ++at) data[at] ^= '\1';
@@ -36,7 +36,7 @@ std::string jobData(std::size_t changedAt = std::string::npos) {
 
 enum class Moment { kBefore, kHalf, kBehind };
 
-// Ends the process in the N-th call that changes a file of the module.
+// Ends the process in the N-th call that changes one of the module's files.
 class Death {
   template <typename Call>
   auto around(Call call) {
@@ -170,7 +170,7 @@ class SmallHost {
   ScriptedPipe pipe_{module_.handle(), script_};
   Death death_;
   std::string data_;
-  int diesAfter_;  // new blocks of this life; 0: it lives to the end
+  int diesAfter_;  // after this many new blocks of this life; 0: at the end of the job
   std::string output_;
   std::uint64_t saved_ = 0;
   std::size_t savedLength_ = 0;
@@ -191,7 +191,7 @@ class TornCall : public testing::TestWithParam<const char*> {
                                    std::to_string(changedAt), std::to_string(diesAfter)});
   }
 
-  // A restart, and a new start when it is refused, that must come to the end.
+  // A restart or, if that is refused, a new start, which must reach the end.
   void finish(const ScratchDirectory& folder, std::size_t changedAt = std::string::npos) {
     unsigned code = runHost(folder, 0, Moment::kBefore, changedAt);
     if (code == kRefused) {
@@ -204,7 +204,7 @@ class TornCall : public testing::TestWithParam<const char*> {
     EXPECT_EQ(GetFileAttributesA(folder.file("job.fbf").c_str()), INVALID_FILE_ATTRIBUTES);
   }
 
-  // Of the newer sync point in the file that a host has left.
+  // The block of the newer sync point in the file that a host has left.
   static std::uint64_t newestBlock(const ScratchDirectory& folder) {
     constexpr std::size_t kOffset = 322;
     const std::string bytes = contentOf(folder.file("job.fbf"));
@@ -230,25 +230,24 @@ TEST_P(TornCall, NeverBringsWrongData) {
   }
   std::cout << deaths << " deaths, " << refused_ << " restarts refused\n";
   EXPECT_GT(deaths, 30);
-  // Full blocks can be counted again, so their job need not start over.
+  // Full blocks can be counted again, so a job with them need not start over.
   if (std::string_view(GetParam()).find("Need_Full_Block=no") == std::string_view::npos) {
     EXPECT_EQ(refused_, 0);
   }
 }
 
-// The second life is sent data that differs after the position that it restarts from, and dies
-// after a checkpoint at a block at which the first life may have had one, too. Its host does not
-// send GetPos again for the position that it restarted from. The third is sent the same as the
-// second.
+// In the second life the writer sends data that differs after the restart position. This life dies
+// after a checkpoint at a block where the first life may have had one too; its host does not send
+// GetPos again for the restart position. The third life is sent the same data as the second.
 TEST_P(TornCall, NeverMixesTheDataOfTwoLives) {
-  constexpr int kDiesAfter = 4;  // the second life has got to its own checkpoint by then
+  constexpr int kDiesAfter = 4;  // by then the second life has reached its own checkpoint
   int restarts = 0;
   for (int call = 1;; ++call) {
     SCOPED_TRACE("death after call " + std::to_string(call));
     const ScratchDirectory folder;
     if (runHost(folder, call, Moment::kBehind) == 0) break;
     const std::string state = contentOf(folder.file("state"));
-    // Else the file has no checkpoint that the second life could come to as well.
+    // Otherwise the file has no checkpoint that the second life could also reach.
     if (state.empty() || newestBlock(folder) == std::stoull(state)) continue;
     const std::size_t changedAt = std::stoull(state) * kBlockSize;
     const unsigned code = runHost(folder, 0, Moment::kBefore, changedAt, kDiesAfter);

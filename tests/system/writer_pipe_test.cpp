@@ -1,4 +1,4 @@
-// How our writers open and make pipes: what they ask the system for, and what the pipe then is.
+// How our writers open and create pipes: what they ask the system for, and what the pipe is then.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <windows.h>
@@ -82,11 +82,11 @@ std::string nameOf(Sid sid) {
   return std::string(domain.data()) + "\\" + name.data();
 }
 
-// Who may do what with the pipe, as the system tells a client of it.
+// Who may do what with the pipe, as the system reports it to a client.
 struct Rights {
   bool isProtected = false;
   std::set<Sid> readers;
-  int others = 0;  // entries that allow anything else, or forbid
+  int others = 0;  // entries that allow anything else, or forbid something
 };
 
 Rights rightsOf(HANDLE pipe) {

@@ -1,4 +1,4 @@
-// The inspector's reader, on files made here.
+// The inspector's reader, with files that are made here.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -19,7 +19,7 @@ using testing::StartsWith;
 
 constexpr std::uint32_t kBlockSize = 1000;
 
-/// Bytes that look alike nowhere.
+/// Bytes that do not repeat anywhere.
 std::string inputOf(std::size_t length) {
   std::string data(length, '\0');
   std::uint32_t state = 12345;
@@ -75,7 +75,8 @@ class FileMaker {
   std::string records_;
 };
 
-/// Checkpoints at blocks 3 and 6; blocks 6 to 8 written since, block 5's record left over.
+/// Checkpoints at blocks 3 and 6. Blocks 6 to 8 were written since; the record of block 5 is left
+/// over.
 FileMaker killedJob(const std::string& input) {
   FileMaker maker(input);
   maker.syncPoint(0, 3, 3000).syncPoint(1, 6, 6000);
@@ -331,7 +332,7 @@ TEST(Verify, FindsARecordInAnothersPlace) {
 }
 
 TEST(Verify, DoesNotBlameOtherDataAtTheEnd) {
-  // A job that started over keeps what an earlier one, with other data, had written.
+  // The file of a job that started over still has what an earlier job wrote, with other data.
   const std::string input = inputOf(9500);
   FileMaker maker(input);
   maker.syncPoint(1, 6, 6000).fullBlock(6).fullBlock(7);
