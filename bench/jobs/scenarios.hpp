@@ -14,8 +14,7 @@ using Json = nlohmann::json;
 Json compare(JobRunner& runner, const Json& request);
 
 // {shape, sampleEvery: bytes}: one job, each block compared with what was sent.
-// {timing, processorTime, samples: [{bytes, seconds, processorTime,
-// workingSet, handles}]}
+// {timing, processorTime, samples: [{bytes, seconds, processorTime, workingSet, handles}]}
 Json watch(JobRunner& runner, const Json& request);
 
 // {blocks, pairs}: the file's blocks through SetPos and Read, and by fread and MD5 alone.
@@ -23,8 +22,8 @@ Json watch(JobRunner& runner, const Json& request);
 Json replay(JobRunner& runner, const Json& request);
 
 // {files, rounds, matching}: Open and Close with this many files in the fallback directory (if
-// matching, all are named as the job names its own), and one enumeration of the directory. {open:
-// [seconds], close, closeAtEnd, enumerate}
+// matching, all are named as the job names its own), and one enumeration of the directory.
+// {open: [seconds], close, closeAtEnd, enumerate}
 Json openClose(JobRunner& runner, const Json& request);
 
 // {blockSize, blocks}: GetPos after every block. {getPos: [seconds]}

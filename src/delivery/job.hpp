@@ -15,18 +15,17 @@ namespace tallow::delivery {
 using fallback::kNoBlock;
 
 enum class DeliveryMode : std::uint32_t {
-  kLive = 0,  // from the pipe
-  kRestartable =
-      1,          // a file was taken over at Open; the host has not yet chosen what to do with it
-  kReplaying = 2  // from the fallback file
+  kLive = 0,         // from the pipe
+  kRestartable = 1,  // a file was taken over at Open; the host has not said yet what it wants
+  kReplaying = 2     // from the fallback file
 };
 
 // Whether the stream can be continued. When it can't, nothing is delivered until Close.
 enum class StreamState : std::uint8_t {
   kWhole,
   kTorn,  // a live Read failed and has lost bytes; the position before it still stands
-  kLost  // a restart failed after it had begun to consume the re-sent data: where the stream stands
-         // is not known
+  kLost   // a restart failed after it had begun to consume the re-sent data: the position of the
+          // stream is unknown
 };
 
 struct DeliveryState {

@@ -84,7 +84,7 @@ class Request {
     return *static_cast<Block*>(parameters_);
   }
 
-  // The record behind a handle. A null handle is refused; any other is trusted.
+  // The record that a handle points to. A null handle is refused; any other is trusted.
   template <class Record>
   Record& record(void* handle) {
     if (handle == nullptr) {

@@ -1,4 +1,4 @@
-// The records behind the two kinds of handle, and their owners.
+// The records that the two kinds of handle point to, and their owners.
 #pragma once
 
 #include <list>

@@ -24,7 +24,7 @@ struct FallbackFile {
   bool fallbackCreatePending = false;         // the first checkpoint creates the file
   std::uint64_t fileFirstBlockNo = kNoBlock;  // of the data area; kNoBlock: no record yet
   std::uint64_t fileLastBlockNo = kNoBlock;
-  ShortBlocks shortBlocks;  // of the data area, where its records have no length of their own
+  ShortBlocks shortBlocks;  // of the data area, if its records have no length field
   std::uint64_t expectedWritePos = kDataStartOffset;  // only shown in the log
 
   bool hasSignatures() const noexcept { return headerImage.signatureFlag != 0; }

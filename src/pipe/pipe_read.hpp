@@ -11,8 +11,9 @@ namespace tallow::pipe {
 // How a read ended.
 struct PipeRead {
   bool end;   // the data has ended: the writer closed, sent nothing, or let the time run out
-  bool hash;  // the block belongs to the signature. Not so when the writer's end was seen as error
-              // 109 or the time ran out: deliberate, and the same whenever the data is sent again.
+  bool hash;  // the block belongs to the signature. The interface requires that it does not if the
+              // read ended with error 109 or the time-out. Whenever the data is sent again, this
+              // is decided the same way.
 };
 
 // Both reads put the bytes at the beginning of buffer, which holds options.blockSize bytes, and

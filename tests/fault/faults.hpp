@@ -22,8 +22,7 @@ struct Fault {
   std::string function;  // as the import table names it
   std::string failure;   // what the failing call does
   FaultKind kind;
-  std::size_t
-      most;  // failures in a row, at most, for calls that the module repeats until they succeed
+  std::size_t most;   // the most failures in a row, for calls that are repeated until they succeed
   void* replacement;  // asks faultSchedule() at each call
   void** original;    // what stood in the import table; the replacement calls it
 };

@@ -149,8 +149,7 @@ class Chaos {
     std::unique_ptr<Feed>& writer = reading_->writer;
     if (!writer && reading_->mayConnect) {
       auto connecting = std::make_unique<Feed>();
-      if (!connecting->connect(wide(reading_->pipe)))
-        return;  // it is not the server's end, or nobody serves it
+      if (!connecting->connect(wide(reading_->pipe))) return;  // not the server's end, or nobody's
       writer = std::move(connecting);
     }
     if (!writer) return;

@@ -3,8 +3,8 @@
 // import table, so that the program under test is the one that ships.
 //
 // TALLOW_FAULT in the environment says what to do:
-//   count nothing; at the end, writes the numbers of calls and of commits to the file
-//                      TALLOW_FAULT_REPORT
+//   count              nothing; at the end the numbers of calls and of commits are written to the
+//                      file TALLOW_FAULT_REPORT
 //   die N              the process dies before its N-th call
 //   commit-lost N M    M commits from the N-th on are carried out and answered by a lost connection
 //   commit-undone N M  the same, but they are rolled back
@@ -40,7 +40,7 @@ struct Plan {
 
 Plan plan;
 std::string reportPath;
-std::atomic<unsigned long> calls = 0;  // the module has a thread of its own
+std::atomic<unsigned long> calls = 0;  // the module has its own thread
 unsigned long commits = 0;
 bool answersLost = false;  // the next diagnostic is a lost connection
 

@@ -370,7 +370,7 @@ def wake_wine():
 
 
 class Process:
-    """A Windows program in a process group of its own."""
+    """A Windows program in its own process group."""
 
     def __init__(self, *command, stdin=subprocess.DEVNULL, **variables):
         self.out = tempfile.TemporaryFile()

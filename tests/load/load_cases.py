@@ -13,7 +13,7 @@ FULL = False
 
 
 class Cases:
-    """setUpClass sets `database_factory`; every test has a database and a folder of its own."""
+    """setUpClass sets `database_factory`; every test has its own database and folder."""
 
     maxDiff = 2000
 

@@ -12,7 +12,7 @@ SECRET = "geheim4711"
 
 
 class CommandTest(unittest.TestCase):
-    """Runs into SQLite; each test has a database and a folder of its own."""
+    """Runs into SQLite; each test has its own database and folder."""
 
     setUp = load_cases.Cases.setUp
     data = load_cases.Cases.data
@@ -111,7 +111,7 @@ class Secrets(CommandTest):
 
 
 class Library(CommandTest):
-    """The program in a folder of its own, with what a test puts beside it."""
+    """The program in its own folder, with what a test puts beside it."""
 
     def run_beside(self, **libraries):
         folder = self.folder / "alone"

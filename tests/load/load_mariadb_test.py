@@ -141,7 +141,7 @@ class MariadbLoad(load_cases.Cases, unittest.TestCase):
         self.assertGreater(outcome.json["reconnections"], 0)
 
     def refusals(self, seen):
-        """One item for each connection that was made since."""
+        """One item for each connection that was made since then."""
         now = self.server.execute("", "show global status like 'Connections'")
         return range(int(seen.split()[1]), int(now.split()[1]))
 

@@ -33,7 +33,7 @@ class PostgresLoad(load_cases.Cases, unittest.TestCase):
         )
         outcome = job.run_alone("--retry", "1")
         self.check_refused(outcome, 3, "out of reach for 1 second")
-        # There is no job to restart: the same command is to be run again.
+        # There is no job to restart: the same command must be run again.
         self.assertNotIn("--restart", outcome.json["restart"])
 
     def test_server_that_accepts_and_says_nothing(self):
