@@ -21,7 +21,7 @@ namespace {
 using tallow::load::Connection;
 using tallow::load::Statement;
 
-/// Bytes of a bound value; no value of the benchmark's data is longer.
+// Bytes of a bound value; no value of the benchmark's data is longer.
 constexpr std::size_t kCell = 64;
 constexpr std::size_t kBlock = std::size_t{1} << 20;
 constexpr std::size_t kBlocksPerCommit = 16;

@@ -11,8 +11,8 @@ namespace {
 
 const Diagnostic kReason{"23505", 0, "duplicate"};
 
-/// The rejected rows and the number of refusals of a load of rows 1 to `last`, in statements of at
-/// most `batch`, with the given bad rows. After each refusal it goes back to row 1.
+// The rejected rows and the number of refusals of a load of rows 1 to `last`, in statements of at
+// most `batch`, with the given bad rows. After each refusal it goes back to row 1.
 struct Outcome {
   std::vector<std::uint64_t> rejected;
   int refusals = 0;

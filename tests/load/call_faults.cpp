@@ -63,7 +63,7 @@ void writeReport() {
   }
 }
 
-/// Every counted call comes here first.
+// Every counted call comes here first.
 void count() {
   if (++calls == plan.dieAt) TerminateProcess(GetCurrentProcess(), kKilled);
 }
@@ -71,7 +71,7 @@ void count() {
 template <auto slot>
 struct Counted;
 
-/// Replaces a function of any signature: counts the call and then makes it.
+// Replaces a function of any signature: counts the call and then makes it.
 template <typename Result, typename... Arguments, Result(WINAPI** slot)(Arguments...)>
 struct Counted<slot> {
   static Result WINAPI call(Arguments... arguments) {
@@ -178,7 +178,7 @@ void patchSlot(void** slot, const Replacement& item) {
   VirtualProtect(slot, sizeof *slot, protection, &protection);
 }
 
-/// Replaces the program's imports. A name that it does not import is left alone.
+// Replaces the program's imports. A name that it does not import is left alone.
 void patchImports(const Replacement* items, std::size_t amount) {
   auto* base = reinterpret_cast<std::uint8_t*>(GetModuleHandleW(nullptr));
   const auto* dos = reinterpret_cast<IMAGE_DOS_HEADER*>(base);

@@ -74,7 +74,7 @@ TEST(Begin, StartsOverWhenTheJobCommittedNoRow) {
   EXPECT_EQ(kindOf(RunMode::kStartOver, record(0, 0, 1), 7), Beginning::Kind::kFromTheStart);
 }
 
-/// A loader at position 4 that got no answer to its commit of position 8.
+// A loader at position 4 that got no answer to its commit of position 8.
 Belief doubtful() {
   Belief belief;
   belief.committed = record(4, 40, 0).progress;

@@ -10,7 +10,7 @@
 namespace tallow::load {
 namespace {
 
-/// A row as the tests compare it.
+// A row as the tests compare it.
 struct Seen {
   std::vector<std::string> fields;  // "NULL" in brackets for null
   std::string raw;
@@ -242,7 +242,7 @@ TEST(RowParser, GoesOnFromEveryCheckpoint) {
   }
 }
 
-/// Rows that are written by the rules must come back unchanged, however they are cut into blocks.
+// Rows that are written by the rules must come back unchanged, however they are cut into blocks.
 TEST(RowParser, ReadsBackRandomRows) {
   const unsigned seed = std::random_device{}();
   SCOPED_TRACE("seed " + std::to_string(seed));

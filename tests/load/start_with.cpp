@@ -11,7 +11,7 @@ namespace {
 
 constexpr UINT kFailed = 126;
 
-/// The command line after the first `count` words.
+// The command line after the first `count` words.
 const wchar_t* behindWords(const wchar_t* line, int count) {
   for (; count > 0; --count) {
     bool quoted = false;

@@ -19,7 +19,7 @@ using testing::StartsWith;
 
 constexpr std::uint32_t kBlockSize = 1000;
 
-/// Bytes that do not repeat anywhere.
+// Bytes that do not repeat anywhere.
 std::string inputOf(std::size_t length) {
   std::string data(length, '\0');
   std::uint32_t state = 12345;
@@ -37,7 +37,7 @@ fallback::Md5Digest md5Of(const std::string& data) {
   return fallback::md5Final(context);
 }
 
-/// A file as the module writes it, put together region by region.
+// A file as the module writes it, put together region by region.
 class FileMaker {
  public:
   explicit FileMaker(const std::string& input) : input_(input) {
@@ -75,8 +75,8 @@ class FileMaker {
   std::string records_;
 };
 
-/// Checkpoints at blocks 3 and 6. Blocks 6 to 8 were written since; the record of block 5 is left
-/// over.
+// Checkpoints at blocks 3 and 6. Blocks 6 to 8 were written since; the record of block 5 is left
+// over.
 FileMaker killedJob(const std::string& input) {
   FileMaker maker(input);
   maker.syncPoint(0, 3, 3000).syncPoint(1, 6, 6000);
