@@ -13,8 +13,8 @@ namespace tallow::diag {
 
 namespace {
 
-// Made at the start, since nothing can be formatted once memory has run out. To raise it copies the
-// exception: the copy shares the text and allocates only the exception object, for which there is a
+// Made at the start, since nothing can be formatted once memory has run out. Raising it copies the
+// exception. The copy shares the text and allocates only the exception object, for which there is a
 // reserve.
 constinit const CErrMsgException* outOfMemory = nullptr;
 
