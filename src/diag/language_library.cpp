@@ -1,6 +1,7 @@
 #include "diag/language_library.hpp"
 
 #include <string>
+#include <string_view>
 
 #include "diag/language_names.hpp"
 #include "diag/log.hpp"
@@ -10,7 +11,13 @@ namespace tallow::diag {
 
 namespace {
 
-constinit HMODULE library = nullptr;
+// Trivially destructible, for a process that ends without unloading the module.
+struct Mapping {
+  HMODULE library;
+  bool besideModule;
+  char name[32];  // without its extension
+};
+constinit Mapping mapping = {};
 
 std::string localeText(LCID locale, LCTYPE type) {
   char text[256] = {};
@@ -23,11 +30,18 @@ LanguageAttempt attemptFor(LCID locale) {
           localeText(locale, LOCALE_SLANGUAGE)};
 }
 
-// Maps a library as data. It holds only texts, and no code in it ever runs, wherever it was found.
-HMODULE mapLibrary(const std::wstring& directory, const std::string& name) {
+std::wstring directoryOf(const std::wstring& path) {
+  return path.substr(0, path.rfind(L'\\') + 1);
+}
+
+std::wstring libraryFile(const std::wstring& directory, std::string_view name) {
   // The name is ASCII.
-  const std::wstring path = directory + std::wstring(name.begin(), name.end()) + L".dll";
-  return LoadLibraryExW(path.c_str(), nullptr,
+  return directory + std::wstring(name.begin(), name.end()) + L".dll";
+}
+
+// Maps a library as data. It holds only texts, and no code in it ever runs, wherever it was found.
+HMODULE mapLibrary(const std::wstring& file) {
+  return LoadLibraryExW(file.c_str(), nullptr,
                         LOAD_LIBRARY_AS_DATAFILE | LOAD_LIBRARY_AS_IMAGE_RESOURCE);
 }
 
@@ -39,13 +53,16 @@ bool loadLanguageLibrary(const std::wstring& modulePath) {
       attemptFor(locale), attemptFor(defaultSublanguage(locale)),
       LanguageAttempt{languageLibraryName("enu"), "English (United States)"}};
   // The full path first, so that a library in the working directory can't take its place.
-  const std::wstring beside = modulePath.substr(0, modulePath.rfind(L'\\') + 1);
-  for (const std::wstring& directory : {beside, std::wstring()}) {
+  for (const bool beside : {true, false}) {
+    const std::wstring directory = beside ? directoryOf(modulePath) : std::wstring();
     for (const LanguageAttempt& attempt : attempts) {
       // Without an abbreviation the name would be the module's own.
       if (attempt.library == languageLibraryName("")) continue;
-      library = mapLibrary(directory, attempt.library);
-      if (library != nullptr) return true;
+      mapping.library = mapLibrary(libraryFile(directory, attempt.library));
+      if (mapping.library == nullptr) continue;
+      mapping.besideModule = beside;
+      attempt.library.copy(mapping.name, sizeof mapping.name - 1);
+      return true;
     }
   }
   const std::string text = describeLanguageFailure(attempts);
@@ -55,12 +72,16 @@ bool loadLanguageLibrary(const std::wstring& modulePath) {
 }
 
 void freeLanguageLibrary() noexcept {
-  if (library != nullptr) FreeLibrary(library);
-  library = nullptr;
+  if (mapping.library != nullptr) FreeLibrary(mapping.library);
+  mapping = {};
 }
 
 HMODULE languageLibrary() noexcept {
-  return library;
+  return mapping.library;
+}
+
+std::wstring languageLibraryPath(const std::wstring& modulePath) {
+  return libraryFile(mapping.besideModule ? directoryOf(modulePath) : std::wstring(), mapping.name);
 }
 
 }  // namespace tallow::diag

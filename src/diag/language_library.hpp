@@ -17,4 +17,7 @@ void freeLanguageLibrary() noexcept;
 // Null until loadLanguageLibrary has succeeded. Owned by this file.
 HMODULE languageLibrary() noexcept;
 
+// The file of the mapped library: a full path, or a bare name where the system has found it.
+std::wstring languageLibraryPath(const std::wstring& modulePath);
+
 }  // namespace tallow::diag

@@ -21,6 +21,8 @@ namespace {
 
 using diag::raise;
 
+constexpr std::size_t kPathSize = 261;
+
 constinit std::array<TallowComponentVersion, 7> components = {{
     {"TALLOW", TALLOW_COMPONENT_VERSION, nullptr},
     {"DDAMLOG", TALLOW_COMPONENT_VERSION, nullptr},
@@ -40,34 +42,66 @@ void copyText(char (&target)[TALLOW_ID_TEXT_SIZE], const std::string& text) {
   text.copy(target, sizeof target - 1);
 }
 
-// The title of the module's own file.
-std::string fileTitle() {
-  const std::wstring path = diag::application().path();
-  if (path.empty()) raise<MessageId::kModuleNameNotFound>(diag::lastSystemErrorText().c_str());
-  std::array<wchar_t, MAX_PATH> title = {};
-  GetFileTitleW(path.c_str(), title.data(), static_cast<WORD>(title.size()));
-  std::array<char, 2 * title.size()> text = {};
-  WideCharToMultiByte(CP_ACP, 0, title.data(), -1, text.data(), static_cast<int>(text.size()) - 1,
-                      nullptr, nullptr);
-  return text.data();
+// A file's name in UTF-16 and in the code page, which need not have all of its characters.
+struct FileName {
+  std::wstring wide;
+  std::string narrow;
+};
+
+std::string toCodePage(const std::wstring& text) {
+  std::array<char, 2 * kPathSize> narrow = {};
+  WideCharToMultiByte(CP_ACP, 0, text.c_str(), -1, narrow.data(),
+                      static_cast<int>(narrow.size()) - 1, nullptr, nullptr);
+  return narrow.data();
 }
 
-// The version resource of a library, which may be mapped as data.
-std::vector<char> versionResource(HMODULE library) {
-  const HRSRC found = FindResourceW(library, MAKEINTRESOURCEW(VS_VERSION_INFO),
-                                    reinterpret_cast<const wchar_t*>(RT_VERSION));
-  const DWORD size = found != nullptr ? SizeofResource(library, found) : 0;
+bool codePageSpells(const FileName& file) {
+  std::array<wchar_t, kPathSize> wide = {};
+  MultiByteToWideChar(CP_ACP, 0, file.narrow.c_str(), -1, wide.data(),
+                      static_cast<int>(wide.size()) - 1);
+  return file.wide == wide.data();
+}
+
+FileName moduleFile() {
+  std::array<char, kPathSize> path = {};
+  if (GetModuleFileNameA(diag::application().module(), path.data(), kPathSize) == 0) {
+    raise<MessageId::kModuleNameNotFound>(diag::lastSystemErrorText().c_str());
+  }
+  return {diag::application().path(), path.data()};
+}
+
+// Not asked for by its handle: a library that is mapped as data has no name.
+FileName languageFile() {
+  const std::wstring path = diag::languageLibraryPath(diag::application().path());
+  return {path, toCodePage(path)};
+}
+
+std::string fileTitle(const FileName& file) {
+  std::array<char, kPathSize> title = {};
+  GetFileTitleA(file.narrow.c_str(), title.data(), kPathSize);
+  return title.data();
+}
+
+// The wide calls serve where the narrow ones can't name the file.
+std::vector<char> versionInformation(const FileName& file) {
+  const bool narrow = codePageSpells(file);
+  DWORD ignored = 0;
+  const DWORD size = narrow ? GetFileVersionInfoSizeA(file.narrow.c_str(), &ignored)
+                            : GetFileVersionInfoSizeW(file.wide.c_str(), &ignored);
   if (size == 0) raise<MessageId::kVersionSizeNotFound>(diag::lastSystemErrorText().c_str());
-  const auto* data = static_cast<const char*>(LoadResource(library, found));
-  if (data == nullptr) raise<MessageId::kVersionNotReadable>(diag::lastSystemErrorText().c_str());
-  return {data, data + size};
+  std::vector<char> information(size);
+  if (!(narrow ? GetFileVersionInfoA(file.narrow.c_str(), 0, size, information.data())
+               : GetFileVersionInfoW(file.wide.c_str(), 0, size, information.data()))) {
+    raise<MessageId::kVersionNotReadable>(diag::lastSystemErrorText().c_str());
+  }
+  return information;
 }
 
-std::string fileVersion(HMODULE library) {
-  const std::vector<char> information = versionResource(library);
+std::string fileVersion(const FileName& file) {
+  const std::vector<char> information = versionInformation(file);
   void* root = nullptr;
   UINT rootSize = 0;
-  if (!VerQueryValueW(information.data(), L"\\", &root, &rootSize) ||
+  if (!VerQueryValueA(information.data(), "\\", &root, &rootSize) ||
       rootSize < sizeof(VS_FIXEDFILEINFO)) {
     raise<MessageId::kVersionBlockNotFound>();
   }
@@ -78,14 +112,19 @@ std::string fileVersion(HMODULE library) {
                                                   static_cast<int>(LOWORD(fixed.dwFileVersionLS)));
 }
 
+void describe(const FileName& file, char (&name)[TALLOW_ID_TEXT_SIZE],
+              char (&version)[TALLOW_ID_TEXT_SIZE]) {
+  copyText(name, fileTitle(file));
+  copyText(version, fileVersion(file));
+}
+
 }  // namespace
 
 void identify(TallowIdBlock& block) {
   spare.next = nullptr;
   block.components = &spare;
-  copyText(block.name, fileTitle());
-  copyText(block.version, fileVersion(diag::application().module()));
-  copyText(spare.version, fileVersion(diag::languageLibrary()));
+  describe(moduleFile(), block.name, block.version);
+  describe(languageFile(), spare.name, spare.version);
   for (std::size_t i = 0; i + 1 < components.size(); ++i) components[i].next = &components[i + 1];
   block.components = components.data();
 }

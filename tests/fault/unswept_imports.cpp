@@ -68,7 +68,9 @@ const std::vector<Unswept>& unsweptImports() {
         "UnmapViewOfFile"}},
       {"converts characters inside the formatter of the run-time library, for no conversion that "
        "the module uses",
-       {"IsDBCSLeadByteEx", "MultiByteToWideChar"}},
+       {"IsDBCSLeadByteEx"}},
+      {"serves a module in a folder that the code page cannot spell",
+       {"GetFileVersionInfoSizeW", "GetFileVersionInfoW"}},
       {"writes the run-time library's own last words",
        {"fprintf", "fputc", "fputs", "printf", "vfprintf"}},
       {"belongs to streams that the module does not use", {"_close", "_read"}},

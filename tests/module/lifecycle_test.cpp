@@ -188,14 +188,25 @@ TEST_F(Identify, AnswersTheSameAgain) {
 }
 
 TEST_F(Identify, CutsALongFileTitle) {
-  const std::wstring title(100, L't');
-  Hook<struct TitleTag, short(LPCWSTR, LPWSTR, WORD)> hook(
-      module(), "GetFileTitleW", [&](LPCWSTR, LPWSTR buffer, WORD size) -> short {
+  const std::string title(100, 't');
+  Hook<struct TitleTag, short(LPCSTR, LPSTR, WORD)> hook(
+      module(), "GetFileTitleA", [&](LPCSTR, LPSTR buffer, WORD size) -> short {
         EXPECT_GT(size, title.size());
         std::copy_n(title.c_str(), title.size() + 1, buffer);
         return 0;
       });
-  EXPECT_EQ(host.id().name, std::string(31, 't'));
+  EXPECT_EQ(host.id().name, title.substr(0, 31));
+}
+
+TEST_F(Identify, AsksForTheFileNameWithRoomForALongOne) {
+  std::vector<DWORD> sizes;
+  Hook<struct NameTag, DWORD(HMODULE, LPSTR, DWORD)> hook(
+      module(), "GetModuleFileNameA", [&](HMODULE file, LPSTR name, DWORD size) {
+        sizes.push_back(size);
+        return hook.original(file, name, size);
+      });
+  EXPECT_EQ(host.id().code, pmrcSuccess);
+  EXPECT_THAT(sizes, ElementsAre(261));
 }
 
 void expectFailure(const IdAnswer& answer, LogReader& log, int id) {
@@ -206,11 +217,11 @@ void expectFailure(const IdAnswer& answer, LogReader& log, int id) {
 
 TEST_F(Identify, ReportsAMissingFileName) {
   initialise();
-  Hook<struct NameTag, DWORD(HMODULE, LPWSTR, DWORD)> hook(module(), "GetModuleFileNameW",
-                                                           [](HMODULE, LPWSTR, DWORD) -> DWORD {
-                                                             SetLastError(ERROR_ACCESS_DENIED);
-                                                             return 0;
-                                                           });
+  Hook<struct NameTag, DWORD(HMODULE, LPSTR, DWORD)> hook(module(), "GetModuleFileNameA",
+                                                          [](HMODULE, LPSTR, DWORD) -> DWORD {
+                                                            SetLastError(ERROR_ACCESS_DENIED);
+                                                            return 0;
+                                                          });
   const IdAnswer answer = host.id();
   expectFailure(answer, log, 39);
   EXPECT_THAT(answer.text.value_or(""), HasSubstr(systemText(ERROR_ACCESS_DENIED)));
@@ -222,12 +233,13 @@ class IdentifyVersion : public Identify, public testing::WithParamInterface<int>
 TEST_P(IdentifyVersion, IsReportedWhenItIsMissing) {
   initialise();
   int calls = 0;
-  Hook<struct FindTag, HRSRC(HMODULE, LPCWSTR, LPCWSTR)> hook(
-      module(), "FindResourceW", [&](HMODULE library, LPCWSTR name, LPCWSTR type) -> HRSRC {
-        if (++calls != GetParam()) return hook.original(library, name, type);
-        SetLastError(ERROR_ACCESS_DENIED);
-        return nullptr;
-      });
+  Hook<struct SizeTag, DWORD(LPCSTR, DWORD*)> hook(module(), "GetFileVersionInfoSizeA",
+                                                   [&](LPCSTR file, DWORD* ignored) -> DWORD {
+                                                     if (++calls != GetParam())
+                                                       return hook.original(file, ignored);
+                                                     SetLastError(ERROR_ACCESS_DENIED);
+                                                     return 0;
+                                                   });
   const IdAnswer answer = host.id();
   expectFailure(answer, log, 40);
   EXPECT_THAT(answer.text.value_or(""), HasSubstr(systemText(ERROR_ACCESS_DENIED)));
@@ -236,11 +248,11 @@ TEST_P(IdentifyVersion, IsReportedWhenItIsMissing) {
 TEST_P(IdentifyVersion, IsReportedWhenItCannotBeRead) {
   initialise();
   int calls = 0;
-  Hook<struct LoadTag, HGLOBAL(HMODULE, HRSRC)> hook(
-      module(), "LoadResource", [&](HMODULE library, HRSRC resource) -> HGLOBAL {
-        if (++calls != GetParam()) return hook.original(library, resource);
+  Hook<struct InfoTag, BOOL(LPCSTR, DWORD, DWORD, void*)> hook(
+      module(), "GetFileVersionInfoA", [&](LPCSTR file, DWORD ignored, DWORD size, void* data) {
+        if (++calls != GetParam()) return hook.original(file, ignored, size, data);
         SetLastError(ERROR_ACCESS_DENIED);
-        return nullptr;
+        return FALSE;
       });
   const IdAnswer answer = host.id();
   expectFailure(answer, log, 41);
@@ -251,8 +263,8 @@ INSTANTIATE_TEST_SUITE_P(BothLibraries, IdentifyVersion, testing::Values(1, 2));
 
 TEST_F(Identify, ReportsAMissingVersionBlock) {
   initialise();
-  Hook<struct QueryTag, BOOL(const void*, LPCWSTR, void**, UINT*)> hook(
-      module(), "VerQueryValueW", [](auto...) { return FALSE; });
+  Hook<struct QueryTag, BOOL(const void*, LPCSTR, void**, UINT*)> hook(
+      module(), "VerQueryValueA", [](auto...) { return FALSE; });
   const IdAnswer answer = host.id();
   expectFailure(answer, log, 42);
   EXPECT_EQ(answer.text, messageText(42));
