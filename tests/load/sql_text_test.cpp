@@ -71,7 +71,7 @@ TEST(Create, GivesEveryColumnTheType) {
 
 TEST(Batch, StaysUnderTheLimitOfParameters) {
   EXPECT_EQ(defaultBatch(3), 100U);
-  EXPECT_EQ(defaultBatch(30), 66U);
+  EXPECT_EQ(defaultBatch(30), 33U);
   EXPECT_EQ(defaultBatch(5000), 1U);
 }
 

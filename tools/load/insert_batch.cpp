@@ -120,13 +120,18 @@ InsertBatch::Prepared& InsertBatch::prepared(std::size_t rows) {
 
 void InsertBatch::bindAll(Prepared& insertion, std::size_t firstCell) {
   if (insertion.version == version_ && insertion.firstCell == firstCell) return;
-  for (std::size_t i = 0; i < insertion.bound.size(); ++i) bind(insertion, i, firstCell + i);
+  bool changed = false;
+  for (std::size_t i = 0; i < insertion.bound.size(); ++i) {
+    // Wine 10's driver manager hands on the lengths no further than to the parameter bound last.
+    if (changed && i + 1 == insertion.bound.size()) insertion.bound[i] = {};
+    changed = bind(insertion, i, firstCell + i) || changed;
+  }
   insertion.version = version_;
   insertion.firstCell = firstCell;
 }
 
-/// Lets the parameter point to the cell's value, unless it does already.
-void InsertBatch::bind(Prepared& insertion, std::size_t parameter, std::size_t cell) {
+/// Lets the parameter point to the cell's value; false if it does already.
+bool InsertBatch::bind(Prepared& insertion, std::size_t parameter, std::size_t cell) {
   char* value = &cells_[cell * kCell];
   std::size_t size = kCell;
   if (!longValues_.empty()) {
@@ -136,7 +141,7 @@ void InsertBatch::bind(Prepared& insertion, std::size_t parameter, std::size_t c
     }
   }
   const Binding binding{value, wide_[cell] != 0};
-  if (insertion.bound[parameter] == binding) return;
+  if (insertion.bound[parameter] == binding) return false;
   const SQLSMALLINT plainType = binding.wide ? SQL_WVARCHAR : SQL_VARCHAR;
   const SQLSMALLINT longType = binding.wide ? SQL_WLONGVARCHAR : SQL_LONGVARCHAR;
   const SQLULEN characters = binding.wide ? size / sizeof(char16_t) : size;
@@ -147,6 +152,7 @@ void InsertBatch::bind(Prepared& insertion, std::size_t parameter, std::size_t c
                                    value, static_cast<SQLLEN>(size), &lengths_[cell]));
   // A long value is gone after the statement; the next one may lie at the same address.
   insertion.bound[parameter] = size == kCell ? binding : Binding{};
+  return true;
 }
 
 }  // namespace tallow::load

@@ -74,7 +74,7 @@ class InsertBatch {
   Prepared& prepared(std::size_t rows);
   void insertPiece(std::size_t first, std::size_t rows);
   void bindAll(Prepared& insertion, std::size_t firstCell);
-  void bind(Prepared& insertion, std::size_t parameter, std::size_t cell);
+  bool bind(Prepared& insertion, std::size_t parameter, std::size_t cell);
 
   const Connection& connection_;
   std::string table_;

@@ -9,8 +9,8 @@
 namespace tallow::load {
 namespace {
 
-/// SQL Server takes 2,100 parameters, the smallest limit in use.
-constexpr std::size_t kMostParameters = 2000;
+/// Wine 10's driver manager takes 1,024 parameters, the smallest limit in use.
+constexpr std::size_t kMostParameters = 1000;
 constexpr std::size_t kMostRows = 100;
 constexpr std::size_t kMostParts = 4;
 
