@@ -60,6 +60,21 @@ class SqliteLoad(load_cases.Cases, unittest.TestCase):
         (stored,) = self.database.query("select sum(bytes) from stored")
         self.assertLess(int(stored[0]), len(content), "bytes of unfinished rows that were stored")
 
+    def test_slow_writer_leaves_little_uncommitted(self):
+        source = write_rows(self.folder / "in.csv", 400)
+        job = self.job(source, "--header", "--create", every=1000)
+        content = source.read_bytes()
+        pieces = iter([content[at : at + 600] for at in range(0, len(content), 600)])
+        load = job.start()
+        with harness.SlowFeed(job) as feed:
+            while (job.record() or (0,))[0] == 0:
+                feed.send(next(pieces))
+                time.sleep(0.5)  # The writer's own pace.
+            for piece in pieces:
+                feed.send(piece)
+            feed.end()
+            self.check_done(harness.Outcome(load), job)
+
     def locked(self):
         """Another program's lock on the whole file."""
         holder = sqlite3.connect(self.database.path, isolation_level=None)

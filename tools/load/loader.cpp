@@ -296,7 +296,7 @@ void Loader::removeLeftFallbackFile() const {
 /// Brings the stream, and then all that is in memory or in files, to the committed position.
 void Loader::position() {
   const std::uint64_t committed = session_->committed().position;
-  pacer_.startAt(committed);
+  pacer_.startAt(committed, steady_clock::now());
   if (committed == 0) {
     stream_->getPos();  // Creates the fallback file, so that block 1 can be delivered again.
     if (!fileIsThere(fallbackPath_)) {
@@ -371,7 +371,7 @@ void Loader::step() {
     return;
   }
   if (block_ == 1) checkFormat(*data);
-  pacer_.delivered(block_);
+  pacer_.delivered(block_, steady_clock::now());
   const bool due = pacer_.due();
   // A header that is wrong ends the job, whatever follows it.
   if (!due && progress_.header != Header::kDue) stream_->readAhead();
@@ -419,7 +419,7 @@ void Loader::checkpoint(bool done) {
   progress_.reasonsLength = rejects_->reasonsLength();
   progress_.done = done;
   session_->commit(progress_);
-  pacer_.committed(block_);
+  pacer_.committed(block_, steady_clock::now());
   budget_.renew();
   search_.clear();
   if (!done && !warned_ && !fileIsThere(fallbackPath_)) {
@@ -563,7 +563,7 @@ void Loader::reconnect(const DatabaseError& error) {
       done_ = true;
       break;
     case AfterReconnection::kStayHere:
-      pacer_.committed(block_);
+      pacer_.committed(block_, steady_clock::now());
       search_.clear();
       budget_.renew();
       break;
@@ -615,7 +615,7 @@ void Loader::restoreCommitted() {
 /// Lets the stream deliver again what came behind the committed position.
 void Loader::sendBack() {
   const std::uint64_t committed = session_->committed().position;
-  if (stream_->dropReadAhead()) pacer_.delivered(block_ + 1);
+  if (stream_->dropReadAhead()) pacer_.delivered(block_ + 1, steady_clock::now());
   stream_->setPos(committed);
   pacer_.wentBack(committed);
   dropNext_ = committed > 0;

@@ -52,19 +52,32 @@ AfterReconnection decideAfterReconnection(const Belief& belief, const JobRecord&
 /// When a checkpoint is due, and when it must wait.
 class CheckpointPacer {
  public:
+  using Time = std::chrono::steady_clock::time_point;
+
+  /// A block that arrives so long after the last commit is committed with it. So a slow writer
+  /// keeps no transaction open in its pauses, though no position can be had within a pause.
+  static constexpr std::chrono::seconds kLongestTransaction{5};
+
   /// `every` is a number of blocks, at least 1.
   explicit CheckpointPacer(std::uint64_t every) : every_(every) {}
 
-  /// The run starts, or goes on after a new load, at this position.
-  void startAt(std::uint64_t position) noexcept { committed_ = highest_ = current_ = position; }
-  void delivered(std::uint64_t block) noexcept {
+  /// The run starts, or continues after a new load, at this position.
+  void startAt(std::uint64_t position, Time now) noexcept {
+    committed_ = highest_ = current_ = position;
+    committedAt_ = now;
+  }
+  void delivered(std::uint64_t block, Time now) noexcept {
     current_ = block;
+    deliveredAt_ = now;
     if (block > highest_) {
       highest_ = block;
       replaying_ = false;
     }
   }
-  void committed(std::uint64_t position) noexcept { committed_ = position; }
+  void committed(std::uint64_t position, Time now) noexcept {
+    committed_ = position;
+    committedAt_ = now;
+  }
   /// The stream went back within the run.
   void wentBack(std::uint64_t position) noexcept {
     committed_ = current_ = position;
@@ -73,13 +86,18 @@ class CheckpointPacer {
 
   /// A position at a block that is replayed would not begin the fallback file's data anew, and
   /// would be refused later: it waits for a block that is delivered for the first time.
-  bool due() const noexcept { return !replaying_ && current_ - committed_ >= every_; }
+  bool due() const noexcept {
+    return !replaying_ &&
+           (current_ - committed_ >= every_ || deliveredAt_ - committedAt_ >= kLongestTransaction);
+  }
 
  private:
   std::uint64_t every_;
   std::uint64_t committed_ = 0;
   std::uint64_t current_ = 0;
   std::uint64_t highest_ = 0;
+  Time committedAt_;
+  Time deliveredAt_;
   bool replaying_ = false;
 };
 
