@@ -1,11 +1,9 @@
 #include "config/option_parser.hpp"
 
-#include <io.h>
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <cstdlib>
 
+#include "config/directory_state.hpp"
 #include "config/option_setting.hpp"
 #include "config/option_tokens.hpp"
 #include "diag/application.hpp"
@@ -19,18 +17,6 @@ namespace {
 using diag::log;
 using diag::LogLevel;
 using diag::message;
-
-enum class DirectoryState { kUsable, kNoDirectory, kNotWritable };
-
-DirectoryState directoryState(const char* path) {
-  constexpr int kWritePermission = 2;
-  struct _stat64i32 status = {};
-  if (_stat64i32(path, &status) != 0 || (status.st_mode & _S_IFDIR) == 0) {
-    return DirectoryState::kNoDirectory;
-  }
-  return _access(path, kWritePermission) == 0 ? DirectoryState::kUsable
-                                              : DirectoryState::kNotWritable;
-}
 
 // Applies the options of one initialisation string.
 class OptionApplier {

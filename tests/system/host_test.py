@@ -850,6 +850,28 @@ class Explanations(tools_support.ToolTest):
         self.assertIn("is not a folder", outcome.text)
         self.assertIn("refuses", outcome.text)
 
+    def test_judges_a_folder_as_the_module_does(self):
+        os.mkdir(self.folder / "logs")
+        os.mkdir(self.folder / "sealed")
+        os.chmod(self.folder / "sealed", 0o555)
+        open(self.folder / "file", "w").close()
+        for option in ("Ld", "FD"):
+            for name in ("logs", "logs\\", "logs/", r".\logs", "file", "sealed", "c:", "c:\\"):
+                with self.subTest(option + "=" + name):
+                    text = f"{option}='{name}'"
+                    status = self.explain(text).status
+                    # This is no pipe's name, so a module that takes the string refuses Open.
+                    refusal = self.run_tool("tallow-host", "--pipe", "no-pipe", "--out", "out",
+                                            "--init", text).err
+                    self.assertRegex(refusal, "Init failed" if status else "Open failed")
+
+    def test_shows_why_a_folder_with_a_separator_at_its_end_is_refused(self):
+        os.mkdir(self.folder / "logs")
+        for separator in "\\/":
+            outcome = self.explain("Log_directory=logs" + separator)
+            self.assertEnded(outcome, 1)
+            self.assertIn(f"leave out the {separator} at its end", outcome.text)
+
     def test_calls_a_folder_in_the_name_of_the_fallback_file_wrong(self):
         for name in ("sub/a.fbf", r"sub\a.fbf", "..", r"..\a.fbf", "c:a.fbf"):
             with self.subTest(name):

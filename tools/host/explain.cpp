@@ -1,14 +1,12 @@
 #include "host/explain.hpp"
 
-#include <io.h>
-#include <windows.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
 #include "common/init_string.hpp"
 #include "common/text.hpp"
+#include "config/directory_state.hpp"
 
 namespace tallow::host {
 namespace {
@@ -18,23 +16,31 @@ using tools::EffectiveOptions;
 using tools::ExplainedOption;
 using tools::InitStringReport;
 
+std::string folderFault(const std::string& folder) {
+  switch (config::directoryState(tools::toAnsi(folder).c_str())) {
+    case config::DirectoryState::kUsable:
+      return {};
+    case config::DirectoryState::kNotWritable:
+      return "cannot be written to; check its permissions or name another folder";
+    case config::DirectoryState::kNoDirectory:
+      break;
+  }
+  if (folder.ends_with('\\') || folder.ends_with('/')) {
+    return std::string("is not taken as a folder; leave out the ") + folder.back() + " at its end";
+  }
+  return "is not a folder; create it or name another";
+}
+
 /// The two options that name a folder are only good when it is there and can be written to.
 void checkFolders(InitStringReport& report) {
-  constexpr int kWritePermission = 2;
   for (ExplainedOption& option : report.options) {
     const bool isFolder =
         option.canonical == "Fallback_Directory" || option.canonical == "Log_directory";
     if (!option.good || !isFolder) continue;
-    const std::wstring path = tools::toWide(option.value);
-    const DWORD attributes = GetFileAttributesW(path.c_str());
+    const std::string fault = folderFault(option.value);
+    if (fault.empty()) continue;
     option.good = option.taken = false;
-    if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
-      option.text = "is not a folder; create it or name another";
-    } else if (_waccess(path.c_str(), kWritePermission) != 0) {
-      option.text = "cannot be written to; check its permissions or name another folder";
-    } else {
-      option.good = option.taken = true;
-    }
+    option.text = fault;
   }
 }
 
