@@ -408,6 +408,10 @@ class Process:
             with contextlib.suppress(BrokenPipeError):
                 self.process.stdin.close()
 
+    def interrupt(self):
+        """Ctrl-C."""
+        self.process.send_signal(signal.SIGINT)
+
     def discard(self):
         """Ends it and ignores its output."""
         self.kill()

@@ -1,12 +1,17 @@
 #!/usr/bin/env python3
 """The command line of tallow-load, what it prints, and what it leaves alone."""
 
+import pathlib
 import shutil
+import sys
 import unittest
 
 import harness
 import load_cases
 from harness import BIN, Outcome, Process
+
+sys.path.append(str(pathlib.Path(__file__).parents[1] / "system"))
+import tools_support
 
 SECRET = "geheim4711"
 
@@ -140,6 +145,82 @@ class Library(CommandTest):
         # Named as it is, the one that the test has put there is taken, and the module is missing.
         outcome = self.run_beside(csv=harness.BIN / "csv.dll")
         self.check_refused(outcome, 1, r"alone\tallowin.dll does not exist")
+
+
+class Writer(CommandTest):
+    """A load whose writer lets it wait."""
+
+    def half_done(self):
+        """A load that has committed its first rows and waits for the rest; its job and writer."""
+        job = self.small_job(400)
+        load = job.start("--wait", "3")
+        feed = harness.SlowFeed(job)
+        feed.send(job.source.read_bytes()[:6000])
+        harness.wait_until(lambda: (job.record() or (0,))[0] == 10, "the last checkpoint")
+        return job, load, feed
+
+    def check_can_go_on(self, outcome, *words):
+        self.check_refused(outcome, 3, *words)
+        self.assertRegex(outcome.err.splitlines()[-1], "^go on with: tallow-load .* --restart$")
+
+    def test_that_never_comes(self):
+        job = self.small_job()
+        outcome = job.run_alone("--wait", "1")
+        self.check_can_go_on(outcome, f"no writer has come to {job.pipe} within 1 second")
+        self.assertEqual((outcome.json["status"], outcome.json["rows"]), ("restartable", 0))
+        self.assertIn("--wait 1 --restart", outcome.json["restart"])
+        self.check_done(job.run("--restart", "--wait", "60"), job)
+
+    def test_that_falls_silent(self):
+        job, load, feed = self.half_done()
+        outcome = Outcome(load)
+        self.check_can_go_on(outcome, f"the writer at {job.pipe} took longer than 3 seconds")
+        self.assertEqual(outcome.json["position"], 10)
+        feed.discard()
+        self.check_can_go_on(job.run_alone("--restart", "--wait", "1"), "no writer has come")
+        with harness.SlowFeed(job) as again:
+            load = job.start("--restart", "--wait", "1")
+            again.send(job.source.read_bytes()[:2000])
+            self.check_can_go_on(Outcome(load), "took longer than 1 second for a block")
+        self.assertEqual(job.record()[0], 10)
+        self.check_done(job.run("--restart"), job)
+
+    def test_wait_that_is_no_number_of_seconds(self):
+        job = self.job(self.data("in.csv", b""))
+        for seconds in ("0", "-1", "soon"):
+            self.check_refused(job.run_alone("--wait", seconds), 2, "--wait", seconds)
+
+    def test_ctrl_c_prints_the_restart_command(self):
+        job, load, feed = self.half_done()
+        load.interrupt()
+        outcome = Outcome(load)
+        feed.discard()
+        self.check_can_go_on(outcome, "interrupted")
+        load = job.start("--restart")
+        number = "select commit_number from tallow_checkpoint"
+        before = self.database.query(number)
+        harness.wait_until(lambda: self.database.query(number) != before, "the hold on the job")
+        load.interrupt()
+        self.check_can_go_on(Outcome(load), "interrupted")
+        again = self.run_line(job, outcome.err.splitlines()[-1].removeprefix("go on with: "))
+        self.check_done(again, job)
+
+    def test_is_waited_for_in_words(self):
+        job = self.small_job(400)
+        for restart, words in (([], "waiting for data from a writer at "),
+                               (["--restart"], "waiting for a writer at ")):
+            program, *arguments = job.command(*restart)
+            load = tools_support.TerminalProgram(self.folder, program.stem, arguments)
+            self.addCleanup(load.close)
+            load.wait_for((words + job.pipe).encode())
+            self.assertNotIn(b"0 B", load.shown())
+            if not restart:
+                feed = harness.SlowFeed(job)
+                feed.send(job.source.read_bytes()[:6000])
+                load.wait_for(b"nothing new for 0:0")
+                load.press_ctrl_c()
+                load.wait_for(b"--restart")
+                feed.discard()
 
 
 class Numbers(CommandTest):

@@ -44,6 +44,14 @@ class PostgresLoad(load_cases.Cases, unittest.TestCase):
             )
             self.check_refused(job.run_alone("--retry", "1"), 3, "database")
 
+    def test_writer_that_falls_silent(self):
+        job = self.small_job(400)
+        load = job.start("--wait", "2")
+        with harness.SlowFeed(job) as feed:
+            feed.send(job.source.read_bytes()[:6000])
+            self.check_refused(harness.Outcome(load), 3, "took longer than 2 seconds for a block")
+        self.check_done(job.run("--restart"), job)
+
     def test_login_that_is_refused(self):
         job = self.job(self.data("in.csv", b"1\n"))
         good = self.database.connection_string

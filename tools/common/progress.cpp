@@ -85,8 +85,8 @@ std::string Progress::line(Clock::time_point now) const {
     return waitingFor_ + ", " + formatDuration(silence);
   if (shows_ == Shows::kTime) return label_ + ", " + formatDuration(elapsed);
   std::string text = amounts(drawnBytes_, elapsed);
-  if (!detail_.empty()) text += ", " + detail_;
   if (silence >= kSilence) text += ", nothing new for " + formatDuration(silence);
+  if (!detail_.empty()) text += ", " + detail_;
   return text;
 }
 

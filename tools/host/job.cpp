@@ -1,13 +1,10 @@
 #include "host/job.hpp"
 
-#include <windows.h>
-
 #include <chrono>
 #include <cstdio>
 #include <utility>
 #include <vector>
 
-#include "common/formatting.hpp"
 #include "common/pipe_names.hpp"
 #include "common/program.hpp"
 #include "common/text.hpp"
@@ -19,12 +16,6 @@ namespace {
 using client::RequestFailed;
 
 constexpr const char* kModuleName = "tallow-host";
-
-bool isPipeThere(const std::string& name) {
-  if (WaitNamedPipeW(tools::toWide(name).c_str(), 1)) return true;
-  const DWORD error = GetLastError();
-  return error == ERROR_SEM_TIMEOUT || error == ERROR_PIPE_BUSY;
-}
 
 JobOutput outputOf(const JobPlan& plan) {
   if (plan.restart) {
@@ -66,7 +57,7 @@ Job::Job(const JobPlan& plan, client::Module& module, Interrupt& interrupt)
 }
 
 JobEnd Job::run() {
-  isServerEnd_ = !isPipeThere(plan_.pipe);
+  wait_.emplace(plan_.pipe, plan_.waitSeconds);
   instance_.emplace(open());
   counts_.blockSize = instance_->blockSize();
   start_ = deliveryStart_ = Clock::now();
@@ -268,29 +259,8 @@ void Job::record(const Checkpoint& checkpoint, Finished finished) {
   counts_.recordedPosition = checkpoint.position;
 }
 
-/// A pipe that nobody has connected to yet still waits for somebody.
-bool Job::isWriterThere() const {
-  return !isServerEnd_ || !WaitNamedPipeW(tools::toWide(plan_.pipe).c_str(), 1);
-}
-
-/// A request that takes so many blocks out of the pipe may take the time of as many, once there is
-/// a writer. The module does not say how far it has come.
 Interrupt::Patience Job::patienceOf(std::uint64_t blocks) const {
-  if (plan_.waitSeconds == 0) return {};
-  const std::chrono::duration<double> one(static_cast<double>(plan_.waitSeconds));
-  const auto all = one * static_cast<double>(blocks);
-  return [this, one, all](Interrupt::Clock::duration taken) {
-    return taken >= one && (taken >= all || !isWriterThere());
-  };
-}
-
-std::string Job::waitText() const {
-  if (!isWriterThere()) {
-    return "no writer has come to " + plan_.pipe + " within " +
-           tools::formatCount(plan_.waitSeconds, "second");
-  }
-  return "the writer at " + plan_.pipe + " took longer than " +
-         tools::formatCount(plan_.waitSeconds, "second") + " for a block";
+  return [this, blocks](Interrupt::Clock::duration taken) { return wait_->isOver(taken, blocks); };
 }
 
 JobEnd Job::stop() {

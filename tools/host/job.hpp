@@ -10,6 +10,7 @@
 
 #include "common/module.hpp"
 #include "common/progress.hpp"
+#include "common/writer_wait.hpp"
 #include "host/interrupt.hpp"
 #include "host/job_output.hpp"
 #include "host/plan.hpp"
@@ -66,7 +67,7 @@ class Job {
   /// The output file that holds only the beginning of the data; empty when there is none.
   std::string incompleteFile() const { return output_.incompleteFile(); }
   /// What the wait for the writer came to, in one line without an end.
-  std::string waitText() const;
+  std::string waitText() const { return wait_->text(); }
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -92,7 +93,6 @@ class Job {
   JobEnd stop();
   void finish();
   void settle();
-  bool isWriterThere() const;
   Interrupt::Patience patienceOf(std::uint64_t blocks) const;
 
   const JobPlan& plan_;
@@ -100,6 +100,7 @@ class Job {
   Interrupt& interrupt_;
   JobOutput output_;
   JobCounts counts_;
+  std::optional<tools::WriterWait> wait_;
   std::optional<client::Instance> instance_;
   std::optional<tools::Progress> progress_;
   std::optional<Checkpoint> lastCheckpoint_;
@@ -107,7 +108,6 @@ class Job {
   Clock::time_point start_;
   Clock::time_point deliveryStart_;
   bool started_ = false;
-  bool isServerEnd_ = false;     // the module has made the pipe
   bool warned_ = false;          // that the fallback file does not protect the job
   bool confirmRestart_ = false;  // the block of the restart's position is still to come again
   bool endTold_ = false;         // the module has answered pmrcEOF

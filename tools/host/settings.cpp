@@ -1,6 +1,7 @@
 #include "host/settings.hpp"
 
 #include "common/program.hpp"
+#include "common/writer_wait.hpp"
 
 namespace tallow::host {
 namespace {
@@ -116,11 +117,7 @@ std::optional<tools::ExitStatus> readCommandLine(std::vector<std::string> argume
                  "After so many checkpoints go back to the last one, once, for example 2")
       ->option_text("CHECKPOINTS")
       ->check(CLI::Range(std::uint64_t{1}, std::uint64_t{1} << 62));
-  app.add_option("--wait", settings.wait,
-                 "End when the writer takes longer than so many seconds for a block of data, also "
-                 "for the first, for example 600 (default: wait for ever)")
-      ->option_text("SECONDS")
-      ->check(CLI::Range(std::uint64_t{1}, std::uint64_t{31'536'000}));
+  tools::addWaitOption(app, settings.wait);
   app.add_flag("--close-r", settings.closeR, "End with CloseR, which never asks, instead of Close");
   app.add_flag("--json", settings.json, "Print the outcome as JSON");
   app.add_option("--explain", settings.explain,

@@ -8,6 +8,7 @@
 #include "common/program.hpp"
 #include "common/quoting.hpp"
 #include "common/text.hpp"
+#include "common/writer_wait.hpp"
 #include "load/connection_source.hpp"
 #include "load/secrets.hpp"
 #include "load/sql_text.hpp"
@@ -205,6 +206,7 @@ std::optional<ExitStatus> readCommandLine(const std::vector<std::string>& argume
                  "Seconds to go on trying when the database is out of reach or locked (default 60)")
       ->check(CLI::Range(0, 1'000'000))
       ->option_text("SECONDS");
+  tools::addWaitOption(app, options.waitSeconds);
   app.add_flag("--restart", restart, "Go on with a job from what the database says of it");
   app.add_flag("--start-over", startOver, "Give up what is recorded of the job and begin it anew");
   app.add_flag(

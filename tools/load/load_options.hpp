@@ -25,6 +25,7 @@ struct LoadOptions {
   std::string rejects;
   std::uint64_t maxRejects = 0;
   unsigned retrySeconds = 60;
+  std::uint64_t waitSeconds = 0;  // for a block of the writer's; 0: for ever
   RunMode mode = RunMode::kNew;
   bool rowsRemoved = false;  // the person says that the table holds none of the job's any more
   bool json = false;

@@ -42,7 +42,7 @@ milliseconds longestWait(const LoadOptions& options) {
 /// A failure with its last words and status.
 class Ended : public ToolError {
  public:
-  using ToolError::ToolError;
+  explicit Ended(const ToolError& error) : ToolError(error) {}
 };
 
 std::string textOf(const RequestFailed& error) {
@@ -58,9 +58,10 @@ std::string excerpt(std::string_view raw) {
 
 }  // namespace
 
-Loader::Loader(const LoadOptions& options, std::function<void(const LoadPulse&)> watcher)
+Loader::Loader(const LoadOptions& options, LoadEvents events, WriterWatch& writer)
     : options_(options),
-      watcher_(std::move(watcher)),
+      events_(std::move(events)),
+      writer_(writer),
       initString_(withFallbackFile(options.settings.init, options.job, options.settings.pipe)),
       fallbackPath_(fallbackPath(initString_)),
       parser_(options.settings.delimiter),
@@ -111,10 +112,14 @@ void Loader::run() {
 /// Ends the load. What has no status of its own needs something mended first, and what has nothing
 /// to restart from has failed; but a fault that passes may be gone when the same is run again.
 void Loader::fail(const std::string& text, ExitStatus status) const {
+  throw Ended(ending(text, status));
+}
+
+ToolError Loader::ending(const std::string& text, ExitStatus status) const {
   const bool passes = status == ExitStatus::kRestartable;
-  if (!isBegun()) throw Ended(text, passes ? status : ExitStatus::kFailed);
-  if (canBeRestarted()) throw Ended(text, passes ? status : ExitStatus::kMendFirst);
-  throw Ended(
+  if (!isBegun()) return ToolError(text, passes ? status : ExitStatus::kFailed);
+  if (canBeRestarted()) return ToolError(text, passes ? status : ExitStatus::kMendFirst);
+  return ToolError(
       text + "; the fallback file " + fallbackPath_ + " is gone, so only --start-over is left",
       ExitStatus::kFailed);
 }
@@ -305,7 +310,10 @@ void Loader::position() {
                       "another folder with --init \"Fallback_Directory=...\"");
     }
   } else {
+    events_.wait("waiting for a writer at " + options_.settings.pipe +
+                 " to send again the data up to block " + std::to_string(committed));
     try {
+      const WriterWatch::Wait wait(writer_, committed);
       stream_->setPos(committed);
     } catch (const RequestFailed& error) {
       explainRefusal(error);
@@ -315,6 +323,7 @@ void Loader::position() {
   }
   restoreCommitted();
   tell();
+  events_.wait("waiting for data from a writer at " + options_.settings.pipe);
 }
 
 void Loader::explainRefusal(const RequestFailed& error) const {
@@ -358,7 +367,7 @@ void Loader::loadBlocks() {
 }
 
 void Loader::step() {
-  const std::optional<std::string_view> data = stream_->read();
+  const std::optional<std::string_view> data = nextBlock();
   if (!data) {
     finishData();
     return;
@@ -381,6 +390,11 @@ void Loader::step() {
   // The rest of a row goes into the job's row. One that is longer than a block would go there again
   // and again, ever longer, so its end is waited for.
   if (due && parser_.unfinished().size() <= data->size()) checkpoint(false);
+}
+
+std::optional<std::string_view> Loader::nextBlock() {
+  const WriterWatch::Wait wait(writer_, 1);
+  return stream_->read();
 }
 
 void Loader::checkFormat(std::string_view beginning) {
@@ -526,7 +540,7 @@ void Loader::reject(const Row& row, const Diagnostic& reason) {
 }
 
 void Loader::tell() const {
-  watcher_(
+  events_.pulse(
       {parser_.bytes(), block_, progress_.rows, progress_.rejects, session_->committed().position});
 }
 
@@ -615,11 +629,16 @@ void Loader::restoreCommitted() {
 /// Lets the stream deliver again what came behind the committed position.
 void Loader::sendBack() {
   const std::uint64_t committed = session_->committed().position;
-  if (stream_->dropReadAhead()) pacer_.delivered(block_ + 1, steady_clock::now());
+  if (dropReadAhead()) pacer_.delivered(block_ + 1, steady_clock::now());
   stream_->setPos(committed);
   pacer_.wentBack(committed);
   dropNext_ = committed > 0;
   block_ = committed > 0 ? committed - 1 : 0;
+}
+
+bool Loader::dropReadAhead() {
+  const WriterWatch::Wait wait(writer_, 1);
+  return stream_->dropReadAhead();
 }
 
 /// The header is wrong: the job leaves nothing behind.

@@ -17,6 +17,7 @@
 #include "load/rejects.hpp"
 #include "load/row_parser.hpp"
 #include "load/target_table.hpp"
+#include "load/writer_watch.hpp"
 
 namespace tallow::load {
 
@@ -41,9 +42,16 @@ struct LoadPulse {
   std::uint64_t checkpoint = 0;  // block
 };
 
+/// Called on the load's thread.
+struct LoadEvents {
+  std::function<void(const LoadPulse&)> pulse;
+  /// The load can be restarted from now on, and begins to wait for this.
+  std::function<void(const std::string& what)> wait;
+};
+
 class Loader {
  public:
-  Loader(const LoadOptions& options, std::function<void(const LoadPulse&)> watcher);
+  Loader(const LoadOptions& options, LoadEvents events, WriterWatch& writer);
   ~Loader();
 
   /// Runs the load. Throws ToolError, whose status says whether a restart can go on.
@@ -51,6 +59,8 @@ class Loader {
 
   /// Also after run() has thrown.
   LoadReport report() const;
+  /// What run() throws when the load ends here for this reason.
+  tools::ToolError ending(const std::string& text, tools::ExitStatus status) const;
 
  private:
   void begin();
@@ -68,6 +78,7 @@ class Loader {
 
   void loadBlocks();
   void step();
+  std::optional<std::string_view> nextBlock();
   static void checkFormat(std::string_view beginning);
   void finishData();
   void checkpoint(bool done);
@@ -88,6 +99,7 @@ class Loader {
   void pauseAfter(const DatabaseError& error);
   void restoreCommitted();
   void sendBack();
+  bool dropReadAhead();
 
   [[noreturn]] void abandon(const std::string& reason);
   [[noreturn]] void fail(const std::string& text, tools::ExitStatus status) const;
@@ -96,7 +108,8 @@ class Loader {
   bool canBeRestarted() const;
 
   const LoadOptions& options_;
-  std::function<void(const LoadPulse&)> watcher_;
+  LoadEvents events_;
+  WriterWatch& writer_;
   std::string initString_;  // with the fallback file's name
   std::string fallbackPath_;
 

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "common/formatting.hpp"
@@ -116,19 +117,6 @@ BOOL WINAPI onInterrupt(DWORD /*event*/) {
   return TRUE;
 }
 
-Ending load(Loader& loader, const SecretMask& mask) {
-  Ending ending;
-  const auto start = std::chrono::steady_clock::now();
-  try {
-    loader.run();
-  } catch (const tools::ToolError& error) {
-    ending.status = error.status();
-    ending.error = mask(error.what());
-  }
-  ending.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  return ending;
-}
-
 void printEnding(const LoadOptions& options, const LoadReport& report, const Ending& ending) {
   if (!ending.error.empty()) tools::printError(ending.error);
   if (options.json) {
@@ -140,49 +128,96 @@ void printEnding(const LoadOptions& options, const LoadReport& report, const End
   if (!command.empty()) printRestart(command);
 }
 
-/// Ends the process when a call of the database lasts for too long: no other end is sure, and the
+/// One run of the load, and how it ends: by itself, or when the writer or the database lets it wait
+/// for too long. Then the process ends from a watching thread: no other end is sure, and the
 /// position of the load survives it.
-class SilenceWatch {
+class Run {
  public:
-  SilenceWatch(const LoadOptions& options, const Loader& loader)
-      : watch_(std::chrono::seconds(options.retrySeconds + kPatience), [&] {
-          const std::string time = std::to_string(options.retrySeconds + kPatience);
-          Ending ending;
-          ending.status = ExitStatus::kRestartable;
-          ending.error = "the database has not answered for " + time +
-                         " seconds; see whether its server works, and whether another program "
-                         "holds a lock there";
-          printEnding(options, loader.report(), ending);
-          std::fflush(nullptr);
-          TerminateProcess(GetCurrentProcess(), static_cast<UINT>(ending.status));
-        }) {}
+  explicit Run(const LoadOptions& options)
+      : options_(options),
+        mask_(options.connection),
+        writer_({options.settings.pipe, options.waitSeconds},
+                [this](const std::string& text) { endProcess(text); }),
+        loader_(options, events(), writer_) {
+    // SQLite works inside of this process: it keeps its time limits, and a second thread costs it
+    // speed.
+    if (namesSqlite(options.connection)) return;
+    const unsigned seconds = options.retrySeconds + kPatience;
+    database_.emplace(std::chrono::seconds(seconds), [this, seconds] {
+      endProcess("the database has not answered for " + std::to_string(seconds) +
+                 " seconds; see whether its server works, and whether another program holds a lock "
+                 "there");
+    });
+  }
+
+  Ending load() {
+    progress_.waitFor("connecting to the database");
+    try {
+      loader_.run();
+      return {ExitStatus::kDone, {}, seconds()};
+    } catch (const tools::ToolError& error) {
+      return endingBy(error);
+    }
+  }
+
+  LoadReport report() const { return loader_.report(); }
 
  private:
   static constexpr unsigned kPatience = 30;  // seconds beyond those of --retry
-  CallWatch watch_;
+
+  double seconds() const {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
+  }
+
+  Ending endingBy(const tools::ToolError& error) const {
+    return {error.status(), mask_(error.what()), seconds()};
+  }
+
+  LoadEvents events() {
+    return {[this](const LoadPulse& pulse) { show(pulse); },
+            [this](const std::string& what) {
+              begun = true;
+              progress_.waitFor(what);
+            }};
+  }
+
+  void show(const LoadPulse& pulse) {
+    begun = true;
+    if (!std::exchange(counts_, true)) progress_.startAt(pulse.bytes, pulse.block);
+    progress_.update(pulse.bytes, pulse.block);
+    progress_.setDetail([&] { return pulseText(pulse); });
+  }
+
+  void endProcess(const std::string& reason) const {
+    const Ending ending = endingBy(loader_.ending(reason, ExitStatus::kRestartable));
+    printEnding(options_, report(), ending);
+    std::fflush(nullptr);
+    TerminateProcess(GetCurrentProcess(), static_cast<UINT>(ending.status));
+  }
+
+  const LoadOptions& options_;
+  SecretMask mask_;
+  std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+  tools::Progress progress_{"loaded", std::nullopt};
+  bool counts_ = false;  // what the run adds is counted from the first pulse on
+  WriterWatch writer_;
+  Loader loader_;
+  std::optional<CallWatch> database_;
 };
 
 ExitStatus run(const std::vector<std::string>& arguments) {
   LoadOptions options;
   if (const auto status = readCommandLine(arguments, options)) return *status;
   restartCommand = options.restartCommand;
+  begun = options.mode == RunMode::kRestart;
   SetConsoleCtrlHandler(onInterrupt, TRUE);
 
   Ending ending;
   LoadReport report;
   {
-    tools::Progress progress("loaded", std::nullopt);
-    Loader loader(options, [&](const LoadPulse& pulse) {
-      begun = true;
-      progress.update(pulse.bytes, pulse.block);
-      progress.setDetail([&] { return pulseText(pulse); });
-    });
-    // SQLite works inside of this process: it keeps its time limits, and a second thread costs it
-    // speed.
-    std::optional<SilenceWatch> watch;
-    if (!namesSqlite(options.connection)) watch.emplace(options, loader);
-    ending = load(loader, SecretMask(options.connection));
-    report = loader.report();
+    Run run(options);
+    ending = run.load();
+    report = run.report();
   }
   printEnding(options, report, ending);
   return ending.status;
