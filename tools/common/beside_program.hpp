@@ -5,7 +5,7 @@
 
 namespace tallow::tools {
 
-/// The file of this name in the folder of the running program.
+// The file of this name in the folder of the running program.
 std::filesystem::path besideProgram(const wchar_t* name);
 
 }  // namespace tallow::tools

@@ -10,19 +10,19 @@
 
 namespace tallow::tools {
 
-/// What a fallback file must belong to.
+// The job that a fallback file must belong to.
 struct FallbackOwner {
-  std::string pipe;             // byte for byte as the module is given it
+  std::string pipe;             // byte for byte as the module gets it
   std::uint32_t blockSize = 0;  // bytes
 };
 
-/// What stands against the file's serving a restart at `position`, as words to follow its name
-/// ("is no fallback file"); empty when nothing does. `beginning` is the file's, at most
-/// fallback::kDataStartOffset bytes of it.
+// Why the file cannot serve a restart at `position`, in words that follow its name ("is no fallback
+// file"). Empty if it can. `beginning` is the beginning of the file, at most
+// fallback::kDataStartOffset bytes.
 std::string fallbackFault(std::span<const std::byte> beginning, const FallbackOwner& owner,
                           std::uint64_t position);
 
-/// The same for any position: whether the file is that of the job at all.
+// The same for any position: says only whether the file belongs to the job.
 std::string fallbackFault(std::span<const std::byte> beginning, const FallbackOwner& owner);
 
 }  // namespace tallow::tools

@@ -15,7 +15,8 @@
 namespace tallow::client {
 namespace {
 
-/// Sends one request; throws RequestFailed unless the answer is success or `alsoGood`.
+// Sends one request and returns its return code. Throws RequestFailed unless that is success or
+// `alsoGood`.
 std::uint32_t send(TallowPIDMMain entry, std::uint32_t request, void* parameters,
                    std::uint32_t alsoGood = pmrcSuccess) {
   TallowRequestBlock block{};
@@ -66,7 +67,7 @@ Instance::~Instance() {
   try {
     close();
   } catch (const RequestFailed&) {
-    // A destructor has nobody to tell; whoever wants to know calls close().
+    // A destructor cannot report it. A caller that must know calls close().
   }
 }
 
@@ -107,7 +108,7 @@ void Instance::closeR() {
 void Instance::close(std::uint32_t request) {
   if (handle_ == nullptr) return;
   TallowCloseBlock block{};
-  // Invalid from here on, whatever the answer is.
+  // The handle is invalid from here on, whatever the return code is.
   block.instanceHandle = std::exchange(handle_, nullptr);
   send(entry_, request, &block);
 }
@@ -117,7 +118,7 @@ std::filesystem::path Module::besideProgram() {
 }
 
 Module::Module(const std::filesystem::path& path) {
-  // A name without a folder would be searched for in the system's places.
+  // The system would search its own folders for a name without a folder.
   const std::filesystem::path full = std::filesystem::absolute(path);
   const std::string name = tools::toUtf8(path.wstring());
   if (const std::string fault = tools::libraryFault(full); !fault.empty()) {

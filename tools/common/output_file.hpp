@@ -1,4 +1,4 @@
-// Files that a tool writes, with every failure told.
+// Files that a tool writes, with every failure reported.
 #pragma once
 
 #include <cstddef>
@@ -13,33 +13,33 @@
 
 namespace tallow::tools {
 
-/// Another process has the file open in a way that keeps us out of it.
+// Another process has the file open in a way that keeps us out.
 class FileInUse : public ToolError {
  public:
   using ToolError::ToolError;
 };
 
-/// A file open for writing. Paths are UTF-8. All failures are ToolErrors that name the file.
+// A file open for writing. Paths are UTF-8. All failures are ToolErrors that name the file.
 class OutputFile {
  public:
-  /// Creates the file, or empties it when it is there.
+  // Creates the file, or empties it if it exists.
   static OutputFile create(const std::string& path);
-  /// Creates the file unless it is there; its content stays.
+  // Opens the file with its content, or creates it if it does not exist.
   static OutputFile openOrCreate(const std::string& path);
-  /// Opens a file that must be there, to cut it back and go on.
+  // Opens a file that must exist, to cut it back and continue it.
   static OutputFile openExisting(const std::string& path);
-  /// The same; none when there is no such file.
+  // The same. None if there is no such file.
   static std::optional<OutputFile> tryOpenExisting(const std::string& path);
-  /// Writes to standard output; flush does nothing then.
+  // Standard output. flushToDisk() does nothing then.
   static OutputFile standardOutput();
 
   void write(std::span<const std::byte> bytes);
-  /// Forces what was written to disk.
+  // Forces the written data to the disk.
   void flushToDisk();
   std::uint64_t size() const;
-  /// A file on a disk, neither a device nor a pipe.
+  // Whether it is a file on a disk, and not a device or a pipe.
   bool isOrdinary() const noexcept;
-  /// Cuts the file to `length` bytes and goes on writing there.
+  // Cuts the file to `length` bytes and continues to write there.
   void cutTo(std::uint64_t length);
   const std::string& name() const noexcept { return name_; }
 
@@ -52,17 +52,17 @@ class OutputFile {
   HANDLE standard_ = INVALID_HANDLE_VALUE;
 };
 
-/// Renames in one step, over a file that has the name already.
+// Renames in one step. A file that already has the new name is replaced.
 void renameFile(const std::string& from, const std::string& to);
 
-/// Deletes a file; it may be gone already.
+// Deletes a file. It need not exist.
 void removeFile(const std::string& path);
 
-/// Replaces the file in one step: whoever looks sees the old content or the new one, also after a
-/// crash. Writes `path`.tmp, forces it to disk and renames it.
+// Replaces the file in one step: a reader sees the old content or the new, also after a crash.
+// Writes `path`.tmp, forces it to the disk and renames it.
 void replaceFile(const std::string& path, std::string_view content);
 
-/// The whole file; throws ToolError when it cannot be read or is larger than `limit` bytes.
+// The whole file. Throws ToolError if it cannot be read or is larger than `limit` bytes.
 std::string readTextFile(const std::string& path, std::uint64_t limit);
 
 }  // namespace tallow::tools

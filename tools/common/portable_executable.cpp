@@ -11,7 +11,7 @@ namespace {
 constexpr std::uint32_t kPeOffsetField = 0x3c;
 constexpr std::uint16_t kMachineAmd64 = 0x8664;
 constexpr std::uint16_t kIsDll = 0x2000;
-/// "PE\0\0" and the 20 bytes of the file header.
+// "PE\0\0" and the 20 bytes of the file header.
 constexpr std::size_t kPeHeaderSize = 24;
 
 template <std::size_t Size>

@@ -6,8 +6,8 @@
 
 namespace tallow::tools {
 
-/// Empty when the file looks like a 64-bit DLL; else what is wrong, to be put behind its name:
-/// "does not exist", "is not a DLL", "is not for 64-bit Windows", ...
+// Empty if the file looks like a 64-bit DLL, else what is wrong, in words that follow its name:
+// "does not exist", "is not a DLL", "is not for 64-bit Windows", ...
 std::string libraryFault(const std::filesystem::path& path);
 
 }  // namespace tallow::tools

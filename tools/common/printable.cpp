@@ -15,7 +15,8 @@ struct Range {
   char16_t last;
 };
 
-/// What ends a line or changes the direction of writing, and the controls above ASCII.
+// Characters that end a line or change the direction of writing, and the control characters above
+// ASCII.
 constexpr std::array<Range, 5> kObeyed = {
     {{0x80, 0x9F}, {0x061C, 0x061C}, {0x200E, 0x200F}, {0x2028, 0x202E}, {0x2066, 0x2069}}};
 
@@ -30,7 +31,7 @@ void appendCode(std::string& text, char kind, int digits, unsigned code) {
   text += spelled.data();
 }
 
-/// Appends a well-formed character of several bytes.
+// Appends a well-formed character of several bytes.
 void appendWide(std::string& text, std::string_view character) {
   std::array<char16_t, 4> units{};
   if (toUtf16(character, units.data()) == 1 && isObeyed(units[0])) {

@@ -20,7 +20,8 @@ namespace {
 
 std::string programName;
 
-/// The same bytes on every system: no carriage returns, UTF-8 on the console.
+// Makes the streams carry the same bytes on every system: no added carriage returns, and UTF-8 on
+// the console.
 void prepareStreams() {
   for (std::FILE* stream : {stdin, stdout, stderr}) _setmode(_fileno(stream), _O_BINARY);
   SetConsoleOutputCP(CP_UTF8);
@@ -36,7 +37,7 @@ std::string requestText(const client::RequestFailed& error) {
   return ansiToUtf8(error.what());
 }
 
-/// With the dashes.
+// With the dashes.
 std::vector<std::string> optionNames(const CLI::App& app) {
   std::vector<std::string> names;
   for (const CLI::Option* option : app.get_options()) {
@@ -104,7 +105,8 @@ std::optional<ExitStatus> parse(CLI::App& app, std::vector<std::string> argument
   } catch (const CLI::CallForVersion& version) {
     std::cout << version.what() << "\n";
   } catch (const CLI::ParseError& error) {
-    // What is missing may be what was mistyped.
+    // If an option is missing, it may be the one that was mistyped. So an unknown argument is
+    // reported first.
     const std::vector<std::string> unknown = app.remaining();
     const std::string text = unknown.empty()
                                  ? oneLine(error.what())

@@ -13,9 +13,9 @@ namespace tallow::tools {
 namespace {
 
 constexpr std::chrono::milliseconds kRedraw{250};
-constexpr double kSilence = 3;  // seconds without news that are worth a word
+constexpr double kSilence = 3;  // seconds without progress after which the line says so
 
-/// Columns that may be used without wrapping.
+// The columns that a line can use without wrapping.
 std::size_t terminalWidth() {
   CONSOLE_SCREEN_BUFFER_INFO info{};
   if (!GetConsoleScreenBufferInfo(GetStdHandle(STD_ERROR_HANDLE), &info)) return 79;

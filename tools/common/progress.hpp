@@ -13,32 +13,31 @@
 
 namespace tallow::tools {
 
-/// True when standard error is a terminal.
 bool standardErrorIsTerminal();
 
-/// Draws and redraws its line on standard error from a thread of its own, also while the job is
-/// blocked; does nothing at all when standard error is not a terminal. The line goes when the
-/// object does.
+// Draws its line on standard error again and again, from a thread of its own, so also while the job
+// is blocked. Does nothing if standard error is not a terminal. The line disappears with the
+// object.
 class Progress {
  public:
-  /// `label` begins the line; `totalBytes`, when known, gives the time left.
+  // The line begins with `label`. With `totalBytes` it shows the time that is left.
   Progress(std::string label, std::optional<std::uint64_t> totalBytes);
-  /// Shows only for how long it has been going on.
+  // Shows only the label and the time that has passed.
   explicit Progress(std::string label);
   ~Progress();
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
-  /// Cheap enough to be called for each block.
+  // Cheap enough to be called for each block.
   void update(std::uint64_t bytes, std::uint64_t blocks) noexcept {
     bytes_.store(bytes, std::memory_order_relaxed);
     blocks_.store(blocks, std::memory_order_relaxed);
   }
-  /// Shows this ("waiting for a writer") and for how long, until update() brings more bytes.
+  // Shows `what` ("waiting for a writer") and for how long, until update() reports more bytes.
   void waitFor(std::string what);
-  /// Text for the end of the line. Does nothing when nobody sees it.
+  // Sets the text at the end of the line. Does nothing if no line is drawn.
   void setDetail(const std::function<std::string()>& detail);
-  /// Where a restarted job goes on: what lies before does not count for the rate.
+  // Where a restarted job continues. What lies before does not count for the rate.
   void startAt(std::uint64_t bytes, std::uint64_t blocks) noexcept {
     firstBytes_.store(bytes, std::memory_order_relaxed);
     update(bytes, blocks);
@@ -65,7 +64,8 @@ class Progress {
   std::atomic<std::uint64_t> bytes_ = 0;
   std::atomic<std::uint64_t> blocks_ = 0;
   Clock::time_point start_;
-  std::uint64_t drawnBytes_ = 0;  // the drawer's: the amount that it has seen last, and since when
+  // Used by the drawing thread only: the amount that it has seen last, and since when.
+  std::uint64_t drawnBytes_ = 0;
   Clock::time_point drawnSince_;
   std::jthread drawer_;
 };

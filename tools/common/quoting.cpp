@@ -6,7 +6,7 @@
 namespace tallow::tools {
 namespace {
 
-/// What neither shell takes for anything but itself. What lies above ASCII belongs to it too.
+// Whether both shells take the character as it is. They do so with everything above ASCII.
 bool isPlain(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
          static_cast<unsigned char>(c) >= 0x80 || std::strchr("-_./:\\+", c) != nullptr;
@@ -16,7 +16,7 @@ bool needsQuotes(const std::string& argument) {
   return argument.empty() || !std::ranges::all_of(argument, isPlain);
 }
 
-/// As the program that is started reads it.
+// Quotes the argument by the rules by which the started program reads it.
 std::string inQuotes(const std::string& argument) {
   std::string text = "\"";
   std::size_t backslashes = 0;
@@ -33,13 +33,13 @@ std::string inQuotes(const std::string& argument) {
   return text + "\"";
 }
 
-/// cmd takes each quote for the beginning or the end of a quoted part, whatever stands before it,
-/// and looks for variables also in there.
+// For cmd each quote begins or ends a quoted part, whatever is before it, and cmd looks for
+// variables inside such a part too.
 bool misleadsCmd(const std::string& argument) {
   return argument.find('"') != std::string::npos || std::ranges::count(argument, '%') > 1;
 }
 
-/// Lets cmd pass on every character as it is.
+// With the carets, cmd passes on every character as it is.
 std::string withCarets(const std::string& text) {
   std::string escaped;
   for (const char c : text) {

@@ -7,7 +7,7 @@
 
 namespace tallow::tools {
 
-/// Exit statuses of every tool: one table, fit for a loop that calls a program again.
+// The exit statuses of all tools. A loop that calls a program again can rely on them.
 enum class ExitStatus : int {
   kDone = 0,
   kFailed = 1,       // there is nothing to restart from
@@ -16,7 +16,7 @@ enum class ExitStatus : int {
   kMendFirst = 4,    // stopped; a restart helps once what the error line says has been mended
 };
 
-/// The status as --json has it.
+// The status as --json shows it.
 constexpr std::string_view statusWord(ExitStatus status) noexcept {
   switch (status) {
     case ExitStatus::kDone:
@@ -33,7 +33,7 @@ constexpr std::string_view statusWord(ExitStatus status) noexcept {
   return "failed";
 }
 
-/// A failure that a person can act upon. The text is one line: what failed and what to do.
+// A failure that a person can act upon. The text is one line: what failed and what to do.
 class ToolError : public std::runtime_error {
  public:
   explicit ToolError(const std::string& text, ExitStatus status = ExitStatus::kFailed)
@@ -44,7 +44,7 @@ class ToolError : public std::runtime_error {
   ExitStatus status_;
 };
 
-/// A ToolError that blames the command line.
+// A ToolError whose cause is the command line.
 class MisuseError : public ToolError {
  public:
   explicit MisuseError(const std::string& text) : ToolError(text, ExitStatus::kMisused) {}

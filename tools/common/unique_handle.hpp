@@ -7,7 +7,7 @@
 
 namespace tallow::tools {
 
-/// Owns a handle whose "none" is INVALID_HANDLE_VALUE: files and pipes.
+// Owns a handle whose "none" is INVALID_HANDLE_VALUE: files and pipes.
 class UniqueFileHandle {
  public:
   UniqueFileHandle() = default;
@@ -30,7 +30,7 @@ class UniqueFileHandle {
   HANDLE handle_ = INVALID_HANDLE_VALUE;
 };
 
-/// Owns a handle whose "none" is null: threads, processes, events.
+// Owns a handle whose "none" is null: threads, processes, events.
 class UniqueHandle {
  public:
   UniqueHandle() = default;

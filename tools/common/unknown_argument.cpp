@@ -9,7 +9,7 @@ char lower(char letter) {
   return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
 }
 
-/// Edits that turn one word into the other, letter case aside.
+// The number of edits that turn one word into the other, ignoring case.
 std::size_t distance(std::string_view a, std::string_view b) {
   std::vector<std::size_t> row(b.size() + 1);
   for (std::size_t j = 0; j <= b.size(); ++j) row[j] = j;
@@ -26,7 +26,7 @@ std::size_t distance(std::string_view a, std::string_view b) {
   return row[b.size()];
 }
 
-/// A word cut short is near too: "Block" is meant for "Block_size".
+// An abbreviation is near too: "Block" means "Block_size".
 bool begins(std::string_view word, std::string_view name) {
   return word.size() >= 3 && word.size() < name.size() &&
          std::equal(
@@ -38,7 +38,7 @@ bool isOption(const std::string& argument) {
   return argument.size() > 1 && argument.front() == '-';
 }
 
-/// Where the word stands: "--in" when it comes after the value of that option.
+// The option before the word: "--in" if the word comes after that option's value.
 std::string optionBefore(const std::vector<std::string>& arguments, const std::string& word) {
   const auto place = std::ranges::find(arguments, word);
   const auto option = std::find_if(std::reverse_iterator(place), arguments.rend(), isOption);
@@ -53,7 +53,7 @@ std::string nearestName(std::string_view mistyped, const std::vector<std::string
   for (const std::string& name : names) {
     const bool isShort = begins(mistyped, name);
     const auto [shorter, longer] = std::minmax({mistyped.size(), name.size()});
-    if (!isShort && longer - shorter >= best) continue;  // so many edits at least
+    if (!isShort && longer - shorter >= best) continue;  // it takes at least so many edits
     const std::size_t score = isShort ? 1 : distance(mistyped, name);
     if (score < best) {
       best = score;

@@ -7,11 +7,11 @@
 
 namespace tallow::tools {
 
-/// The name nearest to a mistyped one, letter case aside; empty when none is near.
+// The name that is nearest to a mistyped one, ignoring case. Empty if none is near.
 std::string nearestName(std::string_view mistyped, const std::vector<std::string>& names);
 
-/// One line about the first argument that was not understood. A word that is no option is not
-/// shown, but its place is: it may be a piece of a secret that stands without quotes.
+// One line about the first argument that is unknown. If it is not an option, the line says where it
+// is but does not show it: it may be a piece of a secret that was given without quotes.
 std::string unknownArgumentText(const std::vector<std::string>& arguments,
                                 const std::string& unknown,
                                 const std::vector<std::string>& optionNames);

@@ -8,7 +8,7 @@
 namespace tallow::tools {
 namespace {
 
-/// Bytes at the front of `text` that are plain ASCII, in steps of eight.
+// The number of ASCII bytes at the beginning of `text`, counted in steps of eight.
 std::size_t asciiPrefix(std::string_view text) noexcept {
   std::size_t length = 0;
   for (; length + sizeof(std::uint64_t) <= text.size(); length += sizeof(std::uint64_t)) {

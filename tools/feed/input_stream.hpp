@@ -11,14 +11,15 @@
 
 namespace tallow::feed {
 
-/// A file, or standard input for "-", read once from front to back. Failures are ToolErrors.
+// A file, or standard input for "-", read once from front to back. Failures are ToolErrors.
 class InputStream {
  public:
   explicit InputStream(const std::string& path);
 
-  /// Bytes in all; none when that cannot be known.
+  // The size in bytes. None if it cannot be known.
   std::optional<std::uint64_t> size() const;
-  /// The bytes that are there, at least one; 0 at the end.
+  // Reads what is there, at least one byte, and returns the number of bytes. 0 at the end of the
+  // data.
   std::size_t read(std::span<std::byte> buffer);
 
  private:

@@ -19,7 +19,7 @@ using tools::ToolError;
   throw ToolError("cannot limit who may open the pipe: " + systemErrorText(GetLastError()));
 }
 
-/// The account's or group's identifier as the system writes it, "S-1-5-18".
+// The identifier of an account or a group as the system writes it: "S-1-5-18".
 std::wstring textOf(PSID sid) {
   wchar_t* text = nullptr;
   if (!ConvertSidToStringSidW(sid, &text)) failToLimitRights();
@@ -63,8 +63,8 @@ std::wstring readingFor(const std::wstring& account) {
 
 PipeRights::PipeRights(const std::string& other) {
   const std::wstring own = ownAccount();
-  // Protected, so that nothing is inherited; owned by the account even where it is an
-  // administrator's, whose objects would belong to the whole group.
+  // The rights are protected, so that nothing is inherited. The account itself is the owner.
+  // Otherwise an administrator's pipe would belong to all administrators.
   std::wstring rights = L"O:" + own + L"D:P" + readingFor(own);
   if (!other.empty()) rights += readingFor(accountNamed(other));
   PSECURITY_DESCRIPTOR made = nullptr;

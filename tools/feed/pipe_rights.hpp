@@ -8,14 +8,15 @@
 
 namespace tallow::feed {
 
-/// Reading for this process's own account and for one other, and nothing for anybody else.
+// Rights that let this process's account, and one other, read a pipe, and let nobody else do
+// anything.
 class PipeRights {
  public:
-  /// `other` is the name of an account or a group, DOMAIN\NAME included, or empty. Throws
-  /// MisuseError when the system knows no such name.
+  // `other` is the name of an account or a group, which may be written DOMAIN\NAME, or empty.
+  // Throws MisuseError if the system does not know the name.
   explicit PipeRights(const std::string& other);
 
-  /// For CreateNamedPipe; valid as long as this object.
+  // For CreateNamedPipe; valid as long as this object.
   SECURITY_ATTRIBUTES* get() noexcept { return &attributes_; }
 
  private:

@@ -15,12 +15,12 @@ using fallback::kSyncAreaOffset;
 using fallback::SyncPoints;
 
 constexpr std::uint32_t kLargestBlockSize = 0x1000000;
-/// More data than a job can have: an exbibyte.
+// More data than a job can have: an exbibyte.
 constexpr std::uint64_t kMostData = std::uint64_t{1} << 60;
-/// Records whose lengths are looked at without the original data; more would say nothing new.
+// How many records' lengths are checked without the original data. More would show nothing new.
 constexpr std::uint64_t kLengthsLookedAt = 1024;
 
-/// Bytes read, fewer at the end of the file.
+// Returns the number of bytes read, which is smaller at the end of the file.
 std::size_t readAt(std::istream& file, std::uint64_t offset, void* bytes, std::size_t length) {
   file.clear();
   file.seekg(static_cast<std::streamoff>(offset));
@@ -53,13 +53,13 @@ Header toHeader(const HeaderImage& image) {
           std::string(image.pipeName, std::find(image.pipeName, end, '\0'))};
 }
 
-/// Whether a sync point names a block that lies beyond all data that there can be.
+// Whether a sync point names a block that no job can reach.
 bool isAbsurd(const FallbackFile& file, const fallback::SyncPoint& point) {
   const std::uint64_t leastBlock = file.shape.fullBlocks ? file.header->blockSize : 1;
   return point.blockNo != kNoBlock && point.blockNo > kMostData / leastBlock;
 }
 
-/// What is odd about the pair of block numbers; empty if nothing is.
+// What is odd about the pair of block numbers; empty if nothing is.
 std::string oddityOfPair(std::uint64_t older, std::uint64_t newer) {
   if (older == newer) {
     return older == 0 || older == kNoBlock ? "" : "both sync points name the same block";
@@ -107,7 +107,7 @@ std::uint64_t wholeRecords(const FallbackFile& file) {
   return (file.size - kDataStartOffset) / file.layout().recordSize();
 }
 
-/// Whether every record would carry a length that the module can have written.
+// Whether each record would begin with a length that the module can have written.
 bool lengthsFit(std::istream& stream, FallbackFile file) {
   file.shape.fullBlocks = false;
   const std::uint64_t whole = wholeRecords(file);
@@ -185,7 +185,7 @@ FallbackFile readFallbackFile(std::istream& stream, const Hints& hints) {
                        std::to_string(sizeof points) + "; no run takes it over");
   }
   file.syncPoints = points;
-  // The file of a running job may have grown since its size was asked for.
+  // The file of a running job may have grown since its size was read.
   file.size = std::max(file.size, kDataStartOffset);
   if (file.header->blockSize == 0 || file.header->blockSize > kLargestBlockSize) {
     return finding(file, FileState::kBadHeader,

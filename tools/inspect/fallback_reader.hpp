@@ -1,4 +1,4 @@
-// Reads a fallback file as it lies on disk, whole or damaged. Pure: any stream will do.
+// Reads a fallback file from any stream, whether it is whole or damaged. Pure.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +11,7 @@
 
 namespace tallow::inspect {
 
-/// How sure a statement is that the file itself does not make.
+// How certain a statement is that is not in the file itself.
 enum class Certainty {
   kGiven,   // said on the command line
   kGuess,   // likely, with a reason
@@ -32,14 +32,14 @@ struct Header {
   std::string pipeName;  // the module's bytes up to the NUL, at most 259
 };
 
-/// Whether records carry a length in front (Need_Full_Block off). The file does not say so.
+// Whether records have no length before their data (Need_Full_Block on). The file does not say so.
 struct RecordShape {
   bool fullBlocks = true;
   Certainty certainty = Certainty::kGuess;
   std::string reason;
 };
 
-/// The block in the first record. The file does not say so either.
+// The number of the block in the first record. The file does not say that either.
 struct FirstBlock {
   std::uint64_t blockNo = fallback::kNoBlock;  // kNoBlock: not even a guess
   Certainty certainty = Certainty::kGuess;
@@ -50,17 +50,17 @@ struct FallbackFile {
   FileState state = FileState::kUnreadable;
   std::string finding;                             // what is wrong, in one line; empty for kValid
   std::uint64_t size = 0;                          // bytes
-  std::optional<Header> header;                    // with kValid and, as far as it is there, others
+  std::optional<Header> header;                    // with kValid; else as far as it was read
   std::optional<fallback::SyncPoints> syncPoints;  // with kValid
-  std::vector<std::string> oddities;  // what the module would not write but takes all the same
+  std::vector<std::string> oddities;               // what the module would not write, but accepts
 
   // With kValid. Slots count from 0.
   RecordShape shape;
   FirstBlock first;
   std::uint64_t slotCount = 0;  // whole records
-  std::uint64_t tailBytes = 0;  // after them, of a record cut short
-  /// Records, of the first 1,024, whose length is above the block size: the module can't serve
-  /// them.
+  std::uint64_t tailBytes = 0;  // after them, of an incomplete record
+  // How many of the first 1,024 records have a length above the block size. The module cannot
+  // deliver these.
   std::uint64_t damagedLengths = 0;
 
   fallback::RecordLayout layout() const { return {header->blockSize, shape.fullBlocks}; }
@@ -69,21 +69,21 @@ struct FallbackFile {
   }
 };
 
-/// What the user knows and the file does not say.
+// What the user knows and the file does not say.
 struct Hints {
   std::optional<bool> fullBlocks;
   std::optional<std::uint64_t> firstBlock;
 };
 
-/// Never throws for what the file holds.
+// Throws nothing because of the file's content.
 FallbackFile readFallbackFile(std::istream& file, const Hints& hints);
 
-/// The length value in front of a slot's data; none with full blocks or when it cannot be read. A
-/// value above the block size means that the module cannot serve the record.
+// The length before a slot's data. None with full blocks, or if it cannot be read. If it is above
+// the block size, the module cannot deliver the record.
 std::optional<std::uint32_t> readRecordLength(std::istream& file, const FallbackFile& image,
                                               std::uint64_t slot);
 
-/// The slot's block-size bytes; shorter when the file ends first.
+// A slot's data, as many bytes as a block has. Shorter if the file ends before.
 std::string readRecordData(std::istream& file, const FallbackFile& image, std::uint64_t slot);
 
 }  // namespace tallow::inspect

@@ -105,7 +105,7 @@ void extract(const Subject& subject, std::istream& stream, std::uint64_t slot) {
   tools::OutputFile::standardOutput().write(std::as_bytes(std::span(data)));
 }
 
-/// What was supposed before and is now known.
+// Replaces what was supposed with what is now proved.
 void adoptProofs(Subject& subject) {
   if (subject.verification->freshSlots == 0) return;
   subject.file.shape = {subject.file.shape.fullBlocks, Certainty::kProved, {}};

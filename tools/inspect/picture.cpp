@@ -37,7 +37,7 @@ std::string painted(std::string_view text, std::string_view colour, Colour use) 
   return std::string(colour) + std::string(text) + std::string(kPlain);
 }
 
-/// The block in a slot, proved or supposed; none when there is no saying.
+// The block in a slot, proved or supposed. kNoBlock if nothing is known.
 std::uint64_t blockIn(const FallbackFile& file, const std::optional<Verification>& verification,
                       std::uint64_t slot) {
   if (verification && slot < verification->slots.size()) {
@@ -61,12 +61,12 @@ char letterOf(const FallbackFile& file, const std::optional<Verification>& verif
   return '=';
 }
 
-/// The letter that says most stands for a group of slots.
+// The letter for a group of slots: the one that says most.
 char letterOfGroup(const FallbackFile& file, const std::optional<Verification>& verification,
                    std::uint64_t from, std::uint64_t to) {
   static constexpr std::string_view kByWeight = "!NO?~=";
   char letter = '=';
-  // A long group is looked at by its ends only.
+  // Looks only at the two ends of a long group.
   constexpr std::uint64_t kLookAt = 64;
   for (std::uint64_t slot = from; slot < to; ++slot) {
     if (slot == from + kLookAt && to - slot > kLookAt) slot = to - kLookAt;
@@ -76,7 +76,7 @@ char letterOfGroup(const FallbackFile& file, const std::optional<Verification>& 
   return letter;
 }
 
-/// Paints equal letters together: some terminals count the colours' own characters.
+// Colours equal letters together, because some terminals count the characters that switch a colour.
 std::string paintedRuns(const std::string& row, Colour colour) {
   std::string text;
   for (std::size_t from = 0; from < row.size();) {
@@ -104,7 +104,7 @@ std::string drawLine(const FallbackFile& file, const std::optional<Verification>
   line += painted(syncText(*file.syncPoints), kGreen, colour) + "[";
   std::string row;
   for (std::uint64_t i = 0; i < letters; ++i) {
-    // Divided first: the product could pass 64 bits in a file of that many records.
+    // Divides first, because the product could exceed 64 bits in a file of many records.
     const auto edge = [&](std::uint64_t k) {
       return file.slotCount / letters * k + file.slotCount % letters * k / letters;
     };

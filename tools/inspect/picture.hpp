@@ -10,9 +10,9 @@ namespace tallow::inspect {
 
 enum class Colour { kNo, kYes };
 
-/// "[head][sync: 120, 140][N===O====~~~+]": N and O are the records of the newer and the older sync
-/// point, = other records; proved by the data: ~ left over from before, ! damaged, ? no block of
-/// the data; + a record cut short. A long file has several records to a letter.
+// "[head][sync: 120, 140][N===O====~~~+]": N and O are the records of the newer and the older sync
+// point, = other records, + an incomplete record. Proved by the data: ~ left over from before,
+// ! damaged, ? no block of the data. In a long file, one letter stands for several records.
 std::string drawLine(const FallbackFile& file, const std::optional<Verification>& verification,
                      Colour colour);
 

@@ -16,7 +16,7 @@ namespace {
 using fallback::kNoBlock;
 using nlohmann::ordered_json;
 
-/// Longer lists of records are printed by their two ends.
+// Of longer lists of records, only the two ends are printed.
 constexpr std::uint64_t kEndsInText = 12;
 constexpr std::uint64_t kEndsInJson = 5000;
 constexpr const char* kSyncPointNames[] = {"older", "newer"};
@@ -76,8 +76,8 @@ bool isDisproved(const Subject& subject, std::size_t syncPoint) {
          subject.verification->syncPoints[syncPoint].signature == SignatureProof::kDiffers;
 }
 
-/// Block numbers of the sync points that the data disproves, or of those that it does not; the
-/// older first, each once.
+// The block numbers of the sync points that the data disproves, or of the others. The older one
+// comes first, and each number comes once.
 std::vector<std::uint64_t> positions(const Subject& subject, bool disproved) {
   std::vector<std::uint64_t> found;
   const fallback::SyncPoints& points = *subject.file.syncPoints;
@@ -115,16 +115,16 @@ std::string restartText(const Subject& subject) {
   return disproved.empty() ? text : text + "; refuses " + disproved;
 }
 
-/// What a record is known or supposed to hold.
+// What a record is known or supposed to hold.
 struct SlotReport {
   std::uint64_t blockNo = kNoBlock;
   Certainty certainty = Certainty::kGuess;
   std::optional<std::uint64_t> validLength;
   bool lengthProved = false;
-  bool badLength = false;  // above the block size: the module cannot serve it
+  bool badLength = false;  // above the block size: the module cannot deliver it
   bool damaged = false;    // that, or proved not to hold what it must
   bool leftOver = false;   // proved: from before the last checkpoint
-  bool unknown = false;    // proved: none of the data's blocks
+  bool unknown = false;    // proved: no block of the data
 };
 
 SlotReport reportOf(const Subject& subject, std::istream& stream, std::uint64_t slot) {
@@ -155,7 +155,7 @@ SlotReport reportOf(const Subject& subject, std::istream& stream, std::uint64_t 
 std::string contentText(const Subject& subject, const SlotReport& slot) {
   std::string text;
   if (slot.unknown) {
-    // With lengths of their own, records after the proved run may hold earlier blocks.
+    // If records have lengths, those after the proved run may hold earlier blocks.
     text = subject.file.shape.fullBlocks ? "no block of the data (proved)"
                                          : "not identified in the data";
   } else if (slot.blockNo == kNoBlock) {
@@ -366,7 +366,7 @@ void printJson(const Subject& subject, std::istream& stream) {
     json["notes"] = file.oddities;
     addContent(json, subject, stream);
   }
-  // In ASCII: a terminal that it is printed to finds nothing in it to obey.
+  // In ASCII, so that a terminal finds nothing in it to obey.
   std::printf("%s\n", json.dump(2, ' ', true, nlohmann::detail::error_handler_t::replace).c_str());
 }
 

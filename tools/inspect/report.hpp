@@ -16,10 +16,10 @@ struct Subject {
   std::optional<Verification> verification;
 };
 
-/// Whether the file is one that a run would take over and nothing was disproved.
+// Whether a run would accept the file, and nothing in it is damaged or disproved.
 bool isSound(const Subject& subject);
 
-/// `stream` is the file itself, for the lengths in front of records.
+// `stream` is the file itself, for the lengths of its records.
 void printText(const Subject& subject, std::istream& stream, Colour colour);
 void printJson(const Subject& subject, std::istream& stream);
 

@@ -13,10 +13,10 @@ using fallback::kNoBlock;
 using fallback::Md5Context;
 using fallback::Md5Digest;
 
-/// More than this would not fit into memory comfortably.
+// More blocks or bytes would take too much memory.
 constexpr std::uint64_t kMostBlocks = 4'000'000;
 constexpr std::size_t kLargestWholeInput = std::size_t{1} << 30;
-/// Fewer bytes than these are found in many places by chance.
+// Fewer bytes than these occur in many places by chance.
 constexpr std::size_t kTellingBytes = 16;
 
 Md5Digest digestOf(std::string_view bytes) {
@@ -35,7 +35,7 @@ SyncPointProof compare(const Md5Digest& signature, const Md5Digest& actual) {
   return {signature == actual ? SignatureProof::kMatches : SignatureProof::kDiffers, {}};
 }
 
-/// What can be said of a sync point before any data is read; none when the data must tell.
+// The proof of a sync point that needs no data. None if the data is needed.
 std::optional<SyncPointProof> withoutData(const FallbackFile& image, std::size_t index) {
   const fallback::SyncPoint point = (*image.syncPoints)[index];
   if (point.blockNo == kNoBlock) return SyncPointProof{SignatureProof::kNone, "no sync point"};
@@ -46,7 +46,7 @@ std::optional<SyncPointProof> withoutData(const FallbackFile& image, std::size_t
   return std::nullopt;
 }
 
-/// The original data, cut into full blocks and known by their digests.
+// The original data, cut into full blocks that are found by their digests.
 class BlockIndex {
  public:
   BlockIndex(std::istream& input, const FallbackFile& image, Verification& result)
@@ -74,8 +74,8 @@ class BlockIndex {
 
   std::uint64_t count() const noexcept { return count_; }
 
-  /// The block that these bytes are. Of several that are alike the one that belongs there, else the
-  /// one that follows its neighbour, else the first.
+  // The block that has these bytes. If several have them, the one that belongs there, else the one
+  // that follows the block before it, else the first.
   std::optional<SlotProof> find(std::string_view slot, std::uint64_t belongs,
                                 std::uint64_t follows) const {
     const Md5Digest digest = digestOf(slot);
@@ -103,7 +103,7 @@ class BlockIndex {
   std::size_t blockSize_;
   std::uint64_t count_ = 0;
   std::size_t lastLength_ = 0;
-  std::vector<Block> blocks_;  // sorted, so that alike blocks lie together in their order
+  std::vector<Block> blocks_;  // sorted, so that equal blocks are together, in their order
 };
 
 void verifyFullBlocks(std::istream& file, const FallbackFile& image, std::istream& input,
@@ -138,7 +138,7 @@ std::optional<std::string> wholeInput(std::istream& input) {
   return data;
 }
 
-/// The valid bytes of a record that carries its length; none when the record is damaged.
+// The valid bytes of a record that begins with its length. None if the record is damaged.
 std::optional<std::string> validBytes(std::istream& file, const FallbackFile& image,
                                       std::uint64_t slot) {
   const auto length = readRecordLength(file, image, slot);
@@ -148,7 +148,7 @@ std::optional<std::string> validBytes(std::istream& file, const FallbackFile& im
   return data;
 }
 
-/// Finds all places of a text in another, overlapping ones too, in one pass.
+// Finds all occurrences of a text in another in one pass, also those that overlap.
 class Search {
  public:
   Search(std::string_view text, std::string_view wanted)
@@ -158,7 +158,7 @@ class Search {
     }
   }
 
-  /// The offset after the next place; none if there is no more.
+  // The offset after the next occurrence. None if there are no more.
   std::optional<std::size_t> next() {
     while (at_ < text_.size()) {
       if (matched_ == wanted_.size()) matched_ = borders_[matched_ - 1];
@@ -169,8 +169,8 @@ class Search {
   }
 
  private:
-  /// The longest beginning of the wanted text that ends with this character, after `length`
-  /// characters of it.
+  // The length of the longest beginning of the wanted text that is found when `character` follows
+  // its first `length` characters.
   std::uint32_t extend(std::uint32_t length, char character) const {
     while (length > 0 && wanted_[length] != character) length = borders_[length - 1];
     return wanted_[length] == character ? length + 1 : 0;
@@ -178,13 +178,14 @@ class Search {
 
   std::string_view text_;
   std::string_view wanted_;
-  std::vector<std::uint32_t> borders_;  // of each beginning: the longest that also ends it
+  // For each beginning, the length of the longest shorter one that it ends with.
+  std::vector<std::uint32_t> borders_;
   std::uint32_t matched_ = 0;
   std::size_t at_ = 0;
 };
 
-/// The first record at the place in the data where a sync point's signature ends: its block
-/// number, and the offset after it.
+// The first record, found in the data where a sync point's signature ends: its block number and the
+// offset after it.
 struct Anchor {
   std::uint64_t blockNo;
   std::size_t end;
@@ -219,12 +220,12 @@ std::uint64_t countDamagedLengths(std::istream& file, const FallbackFile& image,
   return damaged;
 }
 
-/// Follows the records through the data from the first one on. One that differs is passed by its
-/// length; a later one that fits shows that only the bytes in between are damaged.
+// Follows the records through the data from the first one on. A record that differs is skipped by
+// its length. If a later one fits, only the bytes between them are damaged.
 void followRecords(std::istream& file, const FallbackFile& image, const std::string& data,
                    const Anchor& anchor, Verification& result) {
   std::size_t end = anchor.end;
-  bool chained = true;  // the record before fitted
+  bool chained = true;  // the record before was found in the data
   std::uint64_t slot = 1;
   for (; slot < result.slots.size(); ++slot) {
     const auto bytes = validBytes(file, image, slot);
@@ -255,7 +256,7 @@ void verifyOwnLengths(std::istream& file, const FallbackFile& image, std::istrea
   followRecords(file, image, *data, *anchor, result);
 }
 
-/// What follows from the slots' proofs taken together.
+// Draws the conclusions from the proofs of all slots.
 void judgeSlots(const FallbackFile& image, Verification& result) {
   const auto& slots = result.slots;
   if (slots.empty()) return;
