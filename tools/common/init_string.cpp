@@ -52,7 +52,7 @@ std::string signatureText(std::uint32_t mode) {
   return "re-sent data that differs makes the restart fail";
 }
 
-/// Stores a good option and says what it does.
+// Stores a good option and says what it does.
 std::string apply(const OptionSetting& setting, const std::string& value,
                   EffectiveOptions& options) {
   const std::string number = std::to_string(setting.number);

@@ -1,4 +1,4 @@
-// What an initialisation string means, judged by the module's own parser without the module.
+// Explains an initialisation string with the module's own parser, without loading the module.
 #pragma once
 
 #include <cstdint>
@@ -10,17 +10,17 @@
 
 namespace tallow::tools {
 
-/// One option of the string.
+// One option of the string.
 struct ExplainedOption {
   std::string keyword;    // as written
   std::string value;      // as written, without quotes
-  std::string canonical;  // the option's full name; empty when there is no such option
+  std::string canonical;  // the option's full name; empty if there is no such option
   bool taken = false;     // Init accepts it
-  bool good = false;      // and it does what it is meant for
+  bool good = false;      // and it does what it is meant to do
   std::string text;  // what the option does, or what is wrong with it and what to write instead
 };
 
-/// What the options leave in force. Paths are as written.
+// The values that the options result in. Paths are as written.
 struct EffectiveOptions {
   bool needFullBlock = true;
   std::uint32_t pipeWait = 10;         // milliseconds
@@ -36,18 +36,18 @@ struct EffectiveOptions {
 struct InitStringReport {
   std::vector<ExplainedOption> options;
   EffectiveOptions effective;
-  std::string ending;         // what is wrong with the end of the string; empty when nothing is
+  std::string ending;         // what is wrong with the end of the string; empty if nothing is
   bool endsTheParse = false;  // the ending makes Init fail (a missing quote), not only lose text
 
-  /// Whether Init accepts the string, as far as that can be told without looking at the disk.
+  // Whether Init accepts the string, as far as this can be known without access to the disk.
   bool accepted() const noexcept;
-  /// The first complaint, in one line; empty when there is none.
+  // The first complaint, in one line. Empty if there is none.
   std::string firstComplaint() const;
 };
 
 InitStringReport explainInitString(std::string_view text);
 
-/// The option name nearest to a mistyped keyword; empty when none is near.
+// The option name that is nearest to a mistyped keyword. Empty if none is near.
 std::string nearestOption(std::string_view keyword);
 
 }  // namespace tallow::tools

@@ -42,7 +42,7 @@ std::string WriterWait::text() const {
   return "the writer at " + pipe_ + " took longer than " + time + " for a block";
 }
 
-/// A pipe that nobody has connected to yet still waits for somebody.
+// While nobody has connected to a pipe, it still accepts a connection.
 bool WriterWait::isWriterThere() const {
   return !isServerEnd_ || !WaitNamedPipeW(toWide(pipe_).c_str(), 1);
 }

@@ -11,21 +11,23 @@ class App;
 
 namespace tallow::tools {
 
-/// Adds the option; 0, where it is not given, is for ever.
+// Adds the option. If it is not given, the value is 0: the wait has no end.
 void addWaitOption(CLI::App& app, std::uint64_t& seconds);
 
 class WriterWait {
  public:
   using Duration = std::chrono::steady_clock::duration;
 
-  /// To be made before Open: looks whether somebody has made the pipe already. `pipe` is UTF-8.
+  // Must be constructed before Open, because it checks whether the pipe exists already. `pipe` is
+  // UTF-8.
   WriterWait(std::string pipe, std::uint64_t seconds);
 
   bool hasEnd() const noexcept { return seconds_ > 0; }
-  /// Whether a request that takes this many blocks out of the pipe has taken too long. It may take
-  /// the time of as many once there is a writer: the module does not say how far it has come.
+  // Whether a request that takes this many blocks out of the pipe has taken too long. Once there is
+  // a writer, it may take the time for all of them, since the module does not say how many have
+  // come.
   bool isOver(Duration taken, std::uint64_t blocks) const;
-  /// What the wait has come to, in one line without an end.
+  // The outcome of the wait, in one line without a full stop.
   std::string text() const;
 
  private:

@@ -31,7 +31,7 @@ std::string folderFault(const std::string& folder) {
   return "is not a folder; create it or name another";
 }
 
-/// The two options that name a folder are only good when it is there and can be written to.
+// The two options that name a folder are good only if it exists and can be written to.
 void checkFolders(InitStringReport& report) {
   for (ExplainedOption& option : report.options) {
     const bool isFolder =

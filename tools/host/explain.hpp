@@ -7,7 +7,7 @@
 
 namespace tallow::host {
 
-/// Prints what each option of the initialisation string does; kFailed when one is wrong.
+// Prints what each option of the initialisation string does. kFailed if one is wrong.
 tools::ExitStatus printExplanation(const std::string& initString, bool json);
 
 }  // namespace tallow::host

@@ -52,7 +52,8 @@ BOOL WINAPI Interrupt::onControl(DWORD event) {
   return TRUE;
 }
 
-/// Not an orderly end: the module must not be unloaded under a request that is still running.
+// Ends the process abruptly, because the module must not be unloaded while one of its requests
+// still runs.
 void Interrupt::endProcess(bool insideRequest) {
   TerminateProcess(GetCurrentProcess(), lastWords_(reason_, insideRequest));
   std::abort();
@@ -67,7 +68,7 @@ void Interrupt::watch() {
   }
 }
 
-/// Ends the request at hand if there is a reason to.
+// Cancels the current request if there is a reason to.
 void Interrupt::endRequest() {
   const auto now = Clock::now();
   const bool isOver = patience_ && patience_(now - requestStart_);

@@ -14,17 +14,18 @@ namespace tallow::host {
 
 enum class EndReason { kNone, kCtrlC, kWaitOver };
 
-/// Notes the first Ctrl-C, or the end of the time that a request may take, and ends the module's
-/// request that is blocked at that moment. A request that cannot be ended is the end of the
-/// process: at a second Ctrl-C, or when its time is over. One object at a time, made on the thread
-/// that calls the module.
+// Notes the first Ctrl-C, or that a request has taken too long, and cancels the module's request
+// that is blocked then. If a request cannot be cancelled, the process ends: at a second Ctrl-C, or
+// when the request's time is over. There may be only one object at a time, made on the thread that
+// calls the module.
 class Interrupt {
  public:
   using Clock = std::chrono::steady_clock;
-  /// Whether a request that has taken so long has taken too long.
+  // Whether a request has taken too long, given the time that it has taken.
   using Patience = std::function<bool(Clock::duration)>;
-  /// The last words, before the process is ended with the status returned. `insideRequest`: the
-  /// calling thread is inside a request of the module and stays there meanwhile.
+  // Prints the last words before the process ends, and returns the status that it ends with.
+  // `insideRequest`: the calling thread is inside a request of the module and stays there
+  // meanwhile.
   using LastWords = std::function<unsigned(EndReason, bool insideRequest)>;
 
   explicit Interrupt(LastWords lastWords);
@@ -35,11 +36,11 @@ class Interrupt {
   bool requested() const noexcept { return reason_ != EndReason::kNone; }
   EndReason reason() const noexcept { return reason_; }
 
-  /// While one lives, the thread is inside a request that may be cancelled. Nothing else that the
-  /// thread does is ever cancelled: it could be a write that must not fail.
+  // While one exists, the thread is inside a request that may be cancelled. Nothing else that the
+  // thread does is ever cancelled, because it could be a write that must not fail.
   class Cancellable {
    public:
-    /// `patience` may be empty: the request may take for ever.
+    // If `patience` is empty, the request may take any time.
     Cancellable(Interrupt& interrupt, const Patience& patience);
     ~Cancellable();
     Cancellable(const Cancellable&) = delete;
@@ -60,7 +61,7 @@ class Interrupt {
   tools::UniqueHandle wake_;
   std::atomic<EndReason> reason_ = EndReason::kNone;
   std::atomic<bool> ending_ = false;
-  std::mutex mutex_;  // guards what follows
+  std::mutex mutex_;  // guards the members below
   bool insideRequest_ = false;
   Patience patience_;
   Clock::time_point requestStart_;

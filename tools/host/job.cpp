@@ -25,7 +25,7 @@ JobOutput outputOf(const JobPlan& plan) {
   return JobOutput::forJob(plan.output, plan.keepsState());
 }
 
-/// Adds what the module leaves to its log, in words and with a next step.
+// Adds what the module says only in its log, in words and with a next step.
 std::string initFailure(const JobPlan& plan, const RequestFailed& error) {
   std::string text = tools::ansiToUtf8(error.what());
   if (const std::string complaint = tools::explainInitString(plan.userInit).firstComplaint();
@@ -66,7 +66,7 @@ JobEnd Job::run() {
     end = deliverAll();
   } catch (...) {
     settle();
-    // Close would delete the fallback file now, and the output may not hold the data yet.
+    // Close would delete the fallback file now, and the data may not be in the output yet.
     if (endTold_) instance_->abandon();
     throw;
   }
@@ -123,11 +123,11 @@ void Job::startOver() {
   // From the first Read on, the earlier job can't be restarted any more.
   if (plan_.keepsState()) removeState(plan_.statePath);
   output_.start();
-  // The first checkpoint makes the fallback file, so a job that has none is known at once.
+  // The first checkpoint makes the fallback file, so if that fails, it is known at once.
   if (plan_.restartPossible) takeCheckpoint();
 }
 
-/// False when it was ended from outside; the record of the earlier run stands then.
+// False if it was stopped from outside. The record of the earlier run stays valid then.
 bool Job::restart() {
   const std::uint64_t position = plan_.restart->position;
   const std::string label = "dropping re-sent data up to block " + std::to_string(position);
@@ -185,7 +185,8 @@ JobEnd Job::deliver() {
 void Job::afterBlock() {
   if (confirmRestart_) {
     confirmRestart_ = false;
-    // Keeps this position among the file's two sync points, whatever dies before the next record.
+    // Keeps this position among the file's two sync points, even if the process dies before it
+    // records the next one.
     instance_->getPos();
     return;
   }
@@ -221,8 +222,8 @@ void Job::takeCheckpoint() {
   record(checkpoint, Finished::kNo);
 }
 
-/// Whether the module has been able to write the checkpoint. It says nothing if it has not, since
-/// the data is delivered all the same.
+// Whether the module has been able to write the checkpoint. If it has not, it does not report that,
+// since it delivers the data all the same.
 bool Job::isProtected(std::uint64_t position) {
   if (plan_.noFallback) return false;
   if (plan_.fallbackFile.empty()) return true;  // nobody knows its name
@@ -235,7 +236,7 @@ bool Job::isProtected(std::uint64_t position) {
   return false;
 }
 
-/// The module deletes a file that it cannot write, and makes it anew at the next checkpoint.
+// The module deletes a file that it cannot write, and makes a new one at the next checkpoint.
 void Job::noticeLoss() {
   if (!counts_.recordedPosition || !plan_.restartPossible) return;
   const std::string fault = fallbackFileFault(plan_, *counts_.recordedPosition);
@@ -271,7 +272,8 @@ JobEnd Job::stop() {
 void Job::finish() {
   if (plan_.keepsState()) {
     output_.flushToDisk();
-    // Before Close, which deletes the fallback file: a restart would find nothing.
+    // This comes before Close, which deletes the fallback file. A restart would find nothing after
+    // that.
     record({counts_.blocks, output_.length()}, Finished::kYes);
   }
   output_.finish();

@@ -17,7 +17,7 @@
 
 namespace tallow::host {
 
-/// What a run has done, also when it ended early.
+// What a run has done, even if it ended early.
 struct JobCounts {
   std::uint32_t blockSize = 0;    // bytes; 0 until the pipe is open
   std::uint64_t blocks = 0;       // number of the last block written
@@ -33,10 +33,10 @@ struct JobCounts {
 
 enum class JobEnd { kDone, kStopped };
 
-/// What a person or the time has to do before the module takes the request.
+// What must happen before the module accepts the request: a person mends something, or time passes.
 enum class Cure { kMend, kTime };
 
-/// A refusal of the module that needs more words than its own; nothing was changed by then.
+// A refusal of the module that needs more words than its own. Nothing has been changed.
 class RequestRefused : public std::runtime_error {
  public:
   RequestRefused(const std::string& text, client::RequestFailed request, Cure cure)
@@ -49,24 +49,24 @@ class RequestRefused : public std::runtime_error {
   Cure cure_;
 };
 
-/// Delivers the data of a plan. Failures are exceptions; counts() is good after them.
+// Delivers the data of a plan. Failures are exceptions. counts() is still valid after one.
 class Job {
  public:
-  /// Throws ToolError when the output, or on a restart the fallback file, is not the job's.
+  // Throws ToolError if the output, or at a restart the fallback file, is not the job's.
   Job(const JobPlan& plan, client::Module& module, Interrupt& interrupt);
 
-  /// kStopped: Ctrl-C, or the writer took too long; the checkpoint after the last whole block is
-  /// recorded if the plan keeps a state.
+  // kStopped: Ctrl-C, or the writer took too long. If the plan keeps a state, the checkpoint after
+  // the last whole block is recorded.
   JobEnd run();
-  /// The process ends inside of a request: settles the counts and what is on the disk.
+  // For a process that ends inside a request: settles the counts and what is on the disk.
   void leave();
 
   const JobCounts& counts() const noexcept { return counts_; }
-  /// Whether anything on the disk has been changed.
+  // Whether anything on the disk has been changed.
   bool started() const noexcept { return started_; }
-  /// The output file that holds only the beginning of the data; empty when there is none.
+  // The output file that holds only the beginning of the data. Empty if there is none.
   std::string incompleteFile() const { return output_.incompleteFile(); }
-  /// What the wait for the writer came to, in one line without an end.
+  // The outcome of the wait for the writer, in one line without a full stop.
   std::string waitText() const { return wait_->text(); }
 
  private:
@@ -108,9 +108,9 @@ class Job {
   Clock::time_point start_;
   Clock::time_point deliveryStart_;
   bool started_ = false;
-  bool warned_ = false;          // that the fallback file does not protect the job
-  bool confirmRestart_ = false;  // the block of the restart's position is still to come again
-  bool endTold_ = false;         // the module has answered pmrcEOF
+  bool warned_ = false;          // has warned that the fallback file does not protect the job
+  bool confirmRestart_ = false;  // the block of the restart's position has not come again yet
+  bool endTold_ = false;         // Read has returned pmrcEOF
 };
 
 }  // namespace tallow::host

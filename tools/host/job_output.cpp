@@ -14,8 +14,8 @@ using tools::OutputFile;
 
 namespace {
 
-/// Restarting cuts the file back, so it must be the one whose beginning the state counts. Without
-/// any bytes to compare, only the very same file will do, or one with nothing to lose.
+// A restart cuts the file back, so it must be the one whose beginning the state counts. If no bytes
+// count and so none can be compared, it must be the very same file, or an empty one.
 void requireOutputOf(const JobState& state, std::uint64_t size) {
   if (size < state.outputLength) {
     throw tools::ToolError(state.output + " has " + std::to_string(size) +
@@ -46,7 +46,7 @@ JobOutput JobOutput::forJob(const std::string& path, bool restartable) {
   if (device && restartable) {
     throw tools::MisuseError(path + " is no ordinary file and cannot be cut back for --state");
   }
-  if (device) return output;  // NUL and its like: nothing to rename
+  if (device) return output;  // a device such as NUL: nothing to rename
   if (restartable) {
     if (!output.file_) {
       output.file_ = OutputFile::create(path);

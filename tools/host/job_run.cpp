@@ -75,7 +75,7 @@ class JobRun {
     return plan_.restartPossible && recorded && fallbackFileFault(plan_, *recorded).empty();
   }
 
-  /// The one table of exit statuses, for what ends a job before its data does.
+  // The exit status of a job that ended before its data did.
   ExitStatus statusFor(Cure cure) const {
     if (canBeRestarted()) {
       return cure == Cure::kTime ? ExitStatus::kRestartable : ExitStatus::kMendFirst;
@@ -95,7 +95,7 @@ class JobRun {
     outcome_.error = text;
   }
 
-  /// What is left behind by a job that did not come to its end, and how to go on.
+  // What a job that did not reach its end has left, and how to continue it.
   std::string afterwards(ExitStatus status) const {
     std::string text;
     const std::string incomplete = job_ ? job_->incompleteFile() : std::string();
@@ -109,8 +109,8 @@ class JobRun {
     return text;
   }
 
-  /// Outside of a request the job's own thread is at work on all of this: then only what never
-  /// changes may be said.
+  // Outside a request, the job's own thread may be changing all of this. So only what never changes
+  // may be printed then.
   ExitStatus lastWords(EndReason reason, bool insideRequest) {
     if (!insideRequest) {
       tools::printError("stopped by Ctrl-C" +

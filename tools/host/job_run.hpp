@@ -1,4 +1,4 @@
-// A job from the loading of the module to the words at its end, whatever that is.
+// Runs a job, from the loading of the module to the report at its end, whatever that is.
 #pragma once
 
 #include "host/plan.hpp"
@@ -7,8 +7,8 @@
 
 namespace tallow::host {
 
-/// Runs the job of a plan; the outcome says all that printReport() needs. Does not come back when
-/// the process has to end inside of a request of the module: it prints the report itself then.
+// Runs the job of a plan. The outcome holds all that printReport() needs. Does not return if the
+// process has to end inside a request of the module. In that case it prints the report itself.
 void runJob(const Settings& settings, const JobPlan& plan, Outcome& outcome);
 
 }  // namespace tallow::host

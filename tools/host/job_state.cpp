@@ -19,10 +19,10 @@ constexpr std::uint64_t kLargestStateFile = 1U << 20;
 
 constexpr std::uint64_t kLargestNumber = std::uint64_t{1} << 62;
 
-/// Thrown and caught here: the content is no state.
+// Thrown and caught in this file: the content is not a state.
 struct Unfit {};
 
-/// Exactly a whole number in the range, neither negative nor with a fraction.
+// The value must be a whole number in the range, not negative and without a fraction.
 std::uint64_t numberOf(const ordered_json& json, const char* name, std::uint64_t lowest,
                        std::uint64_t highest) {
   const ordered_json& item = json.at(name);
@@ -32,7 +32,7 @@ std::uint64_t numberOf(const ordered_json& json, const char* name, std::uint64_t
   return number;
 }
 
-/// The output cannot be longer than the blocks that it counts.
+// The output cannot be longer than the blocks that it counts.
 void requireFittingLength(const JobState& state) {
   const std::uint64_t comesAgain = state.finished || state.position == 0 ? 0 : 1;
   const std::uint64_t blocks = state.position - comesAgain;
@@ -92,7 +92,7 @@ JobState loadState(const std::string& path) {
     const ordered_json json = ordered_json::parse(text);
     if (json.at("format").get<std::string>() == kFormat) return fromJson(json);
   } catch (const nlohmann::json::exception&) {
-    // Falls through to the one answer for everything that is no state.
+    // The error below covers everything that is not a state.
   } catch (const Unfit&) {
     // The same.
   }

@@ -18,7 +18,8 @@ namespace {
 
 using tools::ExitStatus;
 
-/// A host that dies between its note of the end and Close leaves the fallback file behind.
+// A host that dies after it has noted the end of the data, but before Close, leaves the fallback
+// file.
 void removeLeftFallbackFile(const JobPlan& plan) {
   const bool isToStay =
       std::any_of(plan.attributes.begin(), plan.attributes.end(), [](const Attribute& attribute) {

@@ -1,4 +1,4 @@
-// What ties an output file to the state that counts its bytes.
+// Proves that an output file belongs to the state that counts its bytes.
 #pragma once
 
 #include <cstdint>
@@ -7,11 +7,12 @@
 namespace tallow::host {
 
 struct OutputProof {
-  std::string file;  // which file of the system's it is, whatever its name; not its content
-  std::string end;   // MD5 of the last bytes, 4096 at most, of those that the state counts
+  std::string file;  // which file it is for the system, whatever its name and its content
+  std::string end;   // MD5 of the last bytes, at most 4096, that the state counts
 };
 
-/// Of the first `length` bytes of the file. Throws ToolError when it cannot be read or is shorter.
+// The proof of the first `length` bytes of the file. Throws ToolError if it cannot be read or is
+// shorter.
 OutputProof proofOf(const std::string& path, std::uint64_t length);
 
 }  // namespace tallow::host

@@ -15,7 +15,7 @@ using tools::EffectiveOptions;
 using tools::explainInitString;
 using tools::MisuseError;
 
-/// Blocks between two checkpoints of a job that keeps a state and does not say how many.
+// How many blocks a job with a state delivers between two checkpoints, if the user does not say.
 constexpr std::uint64_t kUsualCheckpointDistance = 64;
 
 std::string fullPath(const std::string& path) {
@@ -23,16 +23,16 @@ std::string fullPath(const std::string& path) {
   return tools::toUtf8(std::filesystem::absolute(tools::toWide(path)).wstring());
 }
 
-/// Names the fallback file beside the state file. Stands in front of the user's own options, so
-/// that these keep their meaning whatever they end with, and a folder that they name wins. The
-/// module finds a file again in any working folder only when it is named.
+// Names the fallback file beside the state file. The name comes before the user's own options, so
+// that these keep their meaning whatever they end with, and a folder that they name takes effect.
+// Only a named file is found again by the module in any working folder.
 std::string withFallbackFile(const std::string& userInit, const std::string& statePath) {
   const std::filesystem::path state = std::filesystem::absolute(tools::toWide(statePath));
   return "Fallback_Directory=\"" + tools::toUtf8(state.parent_path().wstring()) +
          "\" Fallback_file=\"" + tools::toUtf8(state.filename().wstring()) + ".fbf\" " + userInit;
 }
 
-/// With one of these the module takes the pipe's name as UTF-8.
+// With one of these attributes the module takes the pipe's name as UTF-8.
 bool isPipeNameUtf8(const std::vector<Attribute>& attributes) {
   std::string charset;
   for (const Attribute& attribute : attributes) {
@@ -60,7 +60,8 @@ bool hasTimeout(const std::vector<Attribute>& attributes) {
   });
 }
 
-/// Takes what the command line leaves out from the state; what it gives must fit.
+// Takes from the state what the command line leaves out. What the command line gives must agree
+// with the state.
 void takeUpState(JobPlan& plan, const Settings& settings) {
   if (!stateExists(settings.state)) {
     throw MisuseError("there is no state file " + settings.state +
@@ -115,7 +116,7 @@ void addWarnings(JobPlan& plan, const EffectiveOptions& options) {
   }
 }
 
-/// What the options make of the fallback file, and whether it makes a restart possible.
+// Where the options put the fallback file, and whether they make a restart possible.
 void settleFallbackFile(JobPlan& plan) {
   EffectiveOptions options = explainInitString(plan.userInit).effective;
   plan.namesFallbackFile = plan.keepsState() && !options.noFallback && options.fallbackFile.empty();
@@ -149,7 +150,7 @@ void requireStatePlace(const std::string& statePath) {
 
 std::string fallbackFileFault(const JobPlan& plan, std::uint64_t position) {
   std::string fault = tools::lookAtFallbackFile(plan.fallbackFile, plan.fallbackOwner, position);
-  // Nothing has to come out of the file at the beginning.
+  // A restart at the beginning needs nothing from the file.
   if (position == 0 && fault == tools::kFallbackFileAbsent) fault.clear();
   return fault;
 }

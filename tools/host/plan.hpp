@@ -1,4 +1,4 @@
-// What a job is to do, put together from the command line and, on a restart, the state file.
+// What a job is to do, taken from the command line and, at a restart, from the state file.
 #pragma once
 
 #include <optional>
@@ -11,7 +11,7 @@
 
 namespace tallow::host {
 
-/// The job has nothing left to be restarted from.
+// There is nothing left from which the job can be restarted.
 class NothingToRestartFrom : public tools::ToolError {
  public:
   using ToolError::ToolError;
@@ -21,18 +21,18 @@ struct JobPlan {
   std::string pipe;
   std::string output;  // full path, or "-"
   std::string userInit;
-  std::string moduleInit;  // userInit, with a name for the fallback file in front when it needs one
-  std::string fallbackFile;        // where the module puts it; empty when no option names it
-  bool namesFallbackFile = false;  // we do, not the user
-  bool noFallback = false;         // the options want none
+  std::string moduleInit;          // userInit, after a name for the fallback file if it needs one
+  std::string fallbackFile;        // where the module puts it; empty if no option names it
+  bool namesFallbackFile = false;  // we name it, not the user
+  bool noFallback = false;         // the options switch it off
   tools::FallbackOwner fallbackOwner;
   std::vector<Attribute> attributes;
   std::string statePath;  // empty: none
   std::uint64_t checkpointEvery = 0;
   std::uint64_t rewindAfter = 0;
-  std::uint64_t waitSeconds = 0;  // that a block of data may take; 0: for ever
+  std::uint64_t waitSeconds = 0;  // that a block of data may take; 0: no limit
   bool closeR = false;
-  bool restartPossible = false;  // a state is kept, and the options let a restart use it
+  bool restartPossible = false;  // a state is kept, and the options allow a restart
   std::optional<JobState> restart;
   std::vector<std::string> warnings;
 
@@ -40,23 +40,23 @@ struct JobPlan {
   bool writesToStandardOutput() const noexcept { return output == "-"; }
 };
 
-/// Fills the plan as far as it gets. Throws MisuseError when the command line and the state
-/// contradict each other or ask for a restart that cannot work, ToolError when the state cannot be
-/// read. The state's lock must be held.
+// Fills the plan as far as possible. Throws MisuseError if the command line contradicts the state
+// or asks for a restart that cannot work, and ToolError if the state cannot be read. The state's
+// lock must be held.
 void makePlan(JobPlan& plan, const Settings& settings);
 
-/// The pipe's name, byte for byte as the module is given it.
+// The pipe's name, byte for byte as the module gets it.
 std::string pipeName(const JobPlan& plan);
 
-/// Throws MisuseError unless the state file can be one: no folder, and in a folder that is there.
+// Throws MisuseError unless the state file can be made: it must not be a folder, and its own folder
+// must exist.
 void requireStatePlace(const std::string& statePath);
 
-/// What stands against a restart at a position that was recorded, as words to follow the name of
-/// the fallback file; empty when nothing does.
+// Why the fallback file cannot serve a restart at a recorded position, in words that follow its
+// name. Empty if it can.
 std::string fallbackFileFault(const JobPlan& plan, std::uint64_t position);
 
-/// Throws ToolError unless the fallback file is proved to be the one that the state was recorded
-/// with.
+// Throws ToolError unless the fallback file is proved to belong to the state.
 void requireFallbackFile(const JobPlan& plan);
 
 }  // namespace tallow::host

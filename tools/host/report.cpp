@@ -103,7 +103,7 @@ std::string restartCommand(const Settings& settings) {
 }
 
 void printReport(const Settings& settings, const JobPlan& plan, const Outcome& outcome) {
-  // Standard output may be the data.
+  // Standard output may carry the data.
   std::FILE* const stream = plan.writesToStandardOutput() ? stderr : stdout;
   if (settings.json) {
     std::fprintf(stream, "%s\n",

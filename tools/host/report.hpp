@@ -1,4 +1,4 @@
-// What tallow-host says at the end.
+// What tallow-host prints at the end.
 #pragma once
 
 #include <cstdint>
@@ -17,14 +17,14 @@ struct Outcome {
   tools::ExitStatus status = tools::ExitStatus::kFailed;
   std::optional<client::Identity> module;
   JobCounts counts;
-  std::string error;                             // one line in UTF-8; empty when nothing went wrong
+  std::string error;                             // one line in UTF-8; empty if nothing went wrong
   std::optional<client::RequestFailed> request;  // the request that failed, if it was one
 };
 
-/// The command that goes on with the job of a state file.
+// The command that continues the job of a state file.
 std::string restartCommand(const Settings& settings);
 
-/// Prints the summary, or the JSON object, and the error.
+// Prints the summary, or the JSON object, and the error.
 void printReport(const Settings& settings, const JobPlan& plan, const Outcome& outcome);
 
 }  // namespace tallow::host

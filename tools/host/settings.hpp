@@ -11,7 +11,7 @@
 
 namespace tallow::host {
 
-/// As given; an absent text is none, so that a restart can take it from the state.
+// As given. A text that is not given is absent, so that a restart can take it from the state.
 struct Settings {
   std::optional<std::string> pipe;
   std::optional<std::string> output;
@@ -21,7 +21,7 @@ struct Settings {
   std::string state;                  // empty: no state file
   std::uint64_t checkpointEvery = 0;  // blocks; 0: not given
   std::uint64_t rewindAfter = 0;      // checkpoints; 0: never
-  std::uint64_t wait = 0;             // seconds; 0: for ever
+  std::uint64_t wait = 0;             // seconds; 0: no limit
   bool restart = false;
   bool startOver = false;
   bool closeR = false;
@@ -29,7 +29,7 @@ struct Settings {
   std::optional<std::string> explain;
 };
 
-/// Fills `settings`; the exit status when there is nothing more to do. Throws MisuseError.
+// Fills `settings`. Returns the exit status if there is nothing more to do. Throws MisuseError.
 std::optional<tools::ExitStatus> readCommandLine(std::vector<std::string> arguments,
                                                  Settings& settings);
 

@@ -8,7 +8,7 @@
 namespace tallow::host {
 namespace {
 
-/// What the holder has written into the file; empty when it cannot be read just now.
+// What the holder has written into the file. Empty if it cannot be read now.
 std::string holderOf(const std::wstring& path) {
   const tools::UniqueFileHandle file(CreateFileW(
       path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
@@ -27,7 +27,8 @@ std::string holderOf(const std::wstring& path) {
 
 StateLock::StateLock(const std::string& statePath) {
   const std::wstring path = tools::toWide(statePath + ".lock");
-  // Nobody else can open it for writing while we have it; reading stays possible, to say who.
+  // Nobody else can open it for writing while we have it open. Others can read it, to see who holds
+  // it.
   file_ = tools::UniqueFileHandle(CreateFileW(
       path.c_str(), GENERIC_WRITE | DELETE, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
       CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL | FILE_FLAG_DELETE_ON_CLOSE, nullptr));

@@ -1,4 +1,4 @@
-// One tallow-host at a time for one state file.
+// Lets only one tallow-host at a time work with a state file.
 #pragma once
 
 #include <stdexcept>
@@ -8,17 +8,17 @@
 
 namespace tallow::host {
 
-/// Another process works with the state; the text is one line.
+// Another process works with the state. The text is one line.
 class StateInUse : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-/// Holds STATE.lock open, which holds the number of our process. The system removes the file when
-/// the process ends, however it ends.
+// Keeps STATE.lock open, which contains the number of our process. The system deletes the file when
+// the process ends, however it ends.
 class StateLock {
  public:
-  /// Throws StateInUse, or ToolError when the file cannot be made.
+  // Throws StateInUse, or ToolError if the file cannot be made.
   explicit StateLock(const std::string& statePath);
 
  private:
