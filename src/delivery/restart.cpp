@@ -104,7 +104,7 @@ void refusePosition(TallowRequestBlock& request) {
 
 void restart(Job& job, TallowRequestBlock& request, std::uint64_t blockNo) {
   const fallback::SyncPoint* point = fallback::findSyncPoint(job.fallback.syncPoints, blockNo);
-  if (point == nullptr) refusePosition(request);
+  if (blockNo == kNoBlock || point == nullptr) refusePosition(request);
   if (blockNo != 0) skipResentData(job, request, blockNo);
   if (checkSignature(job, request, *point)) acceptPosition(job, blockNo);
 }

@@ -1,7 +1,9 @@
 #include <cstring>
+#include <optional>
 
 #include "delivery/requests.hpp"
 #include "delivery/restart.hpp"
+#include "delivery/restart_points.hpp"
 #include "diag/log.hpp"
 #include "diag/messages.hpp"
 
@@ -11,25 +13,13 @@ namespace {
 
 using fallback::PendingWrite;
 
-// True if the file has the block, or will have it once the pending block is written.
-bool canServe(const Job& job, std::uint64_t blockNo) {
-  const fallback::FallbackFile& file = job.fallback;
-  if (file.holds(blockNo)) return true;
-  return job.state.deliveryMode == DeliveryMode::kLive && job.pending.pendingBlockNo == blockNo &&
-         (file.fileFirstBlockNo == kNoBlock || blockNo == file.fileLastBlockNo + 1);
-}
-
-// True if SetPos may go back to this position within the run: that of the latest checkpoint, that
-// of the file's first block, or position 0 while the file has, or can have, the data from block 1
-// on.
-bool isRestartPoint(const Job& job, std::uint64_t blockNo) {
-  const std::uint64_t first = job.fallback.fileFirstBlockNo;
-  const std::uint64_t checkpoint = job.state.checkpointBlockNo;
-  if (blockNo == 0) {
-    if (first != kNoBlock && first != 1 && checkpoint != 1) return false;
-    return job.state.lastBlockNo == 0 || canServe(job, 1);
-  }
-  return (blockNo == checkpoint || blockNo == first) && canServe(job, blockNo);
+RestartPoints restartPoints(const Job& job) {
+  const bool isLive = job.state.deliveryMode == DeliveryMode::kLive;
+  return {.lastDelivered = job.state.lastBlockNo,
+          .checkpoint = job.state.checkpointBlockNo,
+          .fileFirst = job.fallback.fileFirstBlockNo,
+          .fileLast = job.fallback.fileLastBlockNo,
+          .pending = isLive ? job.pending.pendingBlockNo : kNoBlock};
 }
 
 // Restores the running digest to what it was when the block was last delivered.
@@ -47,13 +37,14 @@ void restoreDigest(DeliveryState& state, std::uint64_t blockNo) {
 void reposition(Job& job, TallowRequestBlock& request, std::uint64_t position) {
   DeliveryState& state = job.state;
   fallback::FallbackFile& file = job.fallback;
-  if (!isRestartPoint(job, position)) refusePosition(request);
-  if (state.lastBlockNo == 0) {
+  const std::optional<std::uint64_t> target = blockToRestartAt(restartPoints(job), position);
+  if (!target) refusePosition(request);
+  if (*target == 0) {
     state.checkpointBlockNo = 0;
     state.nextBlockNo = 1;
     return;
   }
-  const std::uint64_t blockNo = position != 0 ? position : 1;
+  const std::uint64_t blockNo = *target;
   if (position == 0) state.checkpointBlockNo = 1;
   if (state.deliveryMode == DeliveryMode::kLive) {
     writePending(job, blockNo == file.fileFirstBlockNo ? PendingWrite::kOnlyAppend
@@ -92,7 +83,6 @@ void setPos(Job& job, TallowRequestBlock& request, TallowPositionBlock& block) {
   state.pipeEof = false;
   if (!job.fallback.fallbackFile) diag::raise<MessageId::kNoFallbackFile>();
   const std::uint64_t position = takePosition(block);
-  if (position == kNoBlock) refusePosition(request);
   if (state.deliveryMode == DeliveryMode::kRestartable) {
     restart(job, request, position);
   } else {

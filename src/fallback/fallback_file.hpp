@@ -28,11 +28,6 @@ struct FallbackFile {
   std::uint64_t expectedWritePos = kDataStartOffset;  // only shown in the log
 
   bool hasSignatures() const noexcept { return headerImage.signatureFlag != 0; }
-  // True if the file has this block.
-  bool holds(std::uint64_t blockNo) const noexcept {
-    return fileFirstBlockNo != kNoBlock && fileFirstBlockNo <= blockNo &&
-           blockNo <= fileLastBlockNo;
-  }
 };
 
 inline RecordLayout recordLayout(const config::OptionsRecord& options) {
