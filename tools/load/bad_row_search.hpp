@@ -1,4 +1,4 @@
-// Which row of a refused statement is the bad one.
+// Finds the bad row of a refused statement.
 #pragma once
 
 #include <cstdint>
@@ -10,18 +10,18 @@
 
 namespace tallow::load {
 
-/// A refused statement is undone together with its transaction; the rows since the checkpoint come
-/// again and are inserted in smaller statements around the bad row: in halves, until a statement of
-/// one row is refused. Rows are numbered from the start of the job. What is learnt holds until the
-/// next commit.
+// A refused statement is undone together with its transaction. The rows since the checkpoint come
+// again and are inserted in smaller statements around the bad row: in halves, until a statement of
+// one row is refused. Rows are numbered from the start of the job. What is known about them is kept
+// until the next commit.
 class BadRowSearch {
  public:
-  /// A statement of these rows was refused.
+  // A statement of these rows was refused.
   void refused(std::span<const std::uint64_t> rows, const Diagnostic& reason);
 
-  /// Whether a statement must end before this row.
+  // Whether a statement must end before this row.
   bool beginsStatement(std::uint64_t row) const { return boundaries_.contains(row); }
-  /// Why the row is bad; null while nothing is known against it.
+  // Why the row is bad. Null if nothing is known against it.
   const Diagnostic* reasonAgainst(std::uint64_t row) const;
 
   bool empty() const noexcept { return boundaries_.empty() && bad_.empty(); }

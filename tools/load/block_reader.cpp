@@ -58,7 +58,7 @@ void BlockReader::run(const std::function<void()>& work) {
 }
 
 void BlockReader::waitForAhead() {
-  ahead_ = false;  // also when it has failed
+  ahead_ = false;  // even if it failed
   thread_->wait();
 }
 

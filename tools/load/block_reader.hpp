@@ -1,4 +1,4 @@
-// The job's blocks, read on a thread of their own while the rows of the one before are loaded.
+// Reads the job's blocks on a separate thread, each while the rows of the block before are loaded.
 #pragma once
 
 #include <cstdint>
@@ -12,41 +12,41 @@
 
 namespace tallow::load {
 
-/// A BlockStream whose requests all come from one thread, as the module wants it. At most one
-/// block is read ahead, and only when asked for: what follows a checkpoint must not be read before
-/// its commit, since the fallback file then lets go of the blocks before it.
+// A BlockStream whose requests all come from one thread, as the module requires. It reads at most
+// one block ahead, and only on request: what follows a checkpoint must not be read before the
+// checkpoint's commit, because the fallback file gives up the earlier blocks then.
 class BlockReader {
  public:
-  /// As BlockStream; throws what it throws. Without `ahead` there is no thread, and nothing is read
-  /// before read() asks for it.
+  // Like BlockStream's constructor, and throws what that throws. Without `ahead` there is no
+  // thread, and a block is read only when read() asks for it.
   BlockReader(const std::string& modulePath, const std::string& initString, const std::string& pipe,
               bool ahead);
-  /// Gives up a read that is under way.
+  // Cancels a read that has begun.
   ~BlockReader();
   BlockReader(const BlockReader&) = delete;
   BlockReader& operator=(const BlockReader&) = delete;
 
-  /// The next block, valid until the next read() returns; nothing at the end of the data.
+  // The next block, valid until the next read() returns. None at the end of the data.
   std::optional<std::string_view> read();
-  /// Begins to read the block that the next read() returns, if blocks are read ahead at all.
+  // Begins to read the block that the next read() will return, if blocks are read ahead at all.
   void readAhead();
-  /// Forgets the block that was read ahead, once it is there; whether there was one. A failure to
-  /// read it is thrown, since the data may be lost to the pipe.
+  // Waits for the block that is read ahead, if there is one, and forgets it. Returns whether there
+  // was one. If it could not be read, that is thrown, because its data may be lost to the pipe.
   bool dropReadAhead();
 
-  /// These must not be called while a block is read ahead.
+  // These must not be called while a block is read ahead.
   std::uint64_t getPos();
   void setPos(std::uint64_t position);
   void finish();
 
  private:
-  /// Does the work on the thread, if there is one, and waits for it.
+  // Does the work on the thread, if there is one, and waits until it is done.
   void run(const std::function<void()>& work);
   void waitForAhead();
 
-  std::optional<BlockStream> stream_;      // the thread's own
-  std::optional<std::string_view> block_;  // that the latest read has brought
-  bool ahead_ = false;                     // a read is under way
+  std::optional<BlockStream> stream_;      // used by that thread only
+  std::optional<std::string_view> block_;  // that the latest read returned
+  bool ahead_ = false;                     // a read ahead has begun
   std::optional<WorkerThread> thread_;
 };
 

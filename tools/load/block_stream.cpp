@@ -20,7 +20,7 @@ std::filesystem::path modulePathOrDefault(const std::string& path) {
                       : std::filesystem::path(tools::toWide(path));
 }
 
-/// FNV-1a: tells jobs apart whose names differ only in characters that a file name cannot have.
+// FNV-1a. Distinguishes jobs whose names differ only in characters that a file name cannot have.
 std::uint32_t hashOf(const std::string& text) {
   std::uint32_t hash = 2166136261U;
   for (const char c : text) hash = (hash ^ static_cast<unsigned char>(c)) * 16777619U;

@@ -7,8 +7,8 @@
 namespace tallow::load {
 namespace {
 
-/// Sixteen bytes at once, as bit masks. Three searches of the C library, byte by byte, would cost
-/// as much as the parser.
+// Sixteen bytes at once, as bit masks. Three separate searches by the C library would cost as much
+// as the parser.
 struct Piece {
   explicit Piece(const char* bytes) noexcept {
     const __m128i piece = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes));

@@ -1,4 +1,4 @@
-// What a row's bytes are made of, found in one pass.
+// Finds in one pass which kinds of bytes a row has.
 #pragma once
 
 #include <cstddef>
@@ -11,8 +11,8 @@ struct ByteKinds {
   bool nul = false;
 };
 
-/// Index of the first LF or CR; the text's size when there is none. What comes before it is added
-/// to `kinds`.
+// The index of the first LF or CR, or the text's size if there is none. Adds the kinds of the bytes
+// before it to `kinds`.
 std::size_t scanLine(std::string_view text, ByteKinds& kinds) noexcept;
 
 }  // namespace tallow::load

@@ -14,7 +14,7 @@ namespace {
 
 constexpr DWORD kLookEvery = 500;  // milliseconds
 
-std::atomic<std::uint64_t> callBegan = 0;  // system ticks; 0: no call is under way
+std::atomic<std::uint64_t> callBegan = 0;  // system ticks; 0: no call is running
 
 }  // namespace
 

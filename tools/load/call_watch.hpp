@@ -1,4 +1,4 @@
-// An end for calls that the database never answers.
+// Ends calls that the database never answers.
 #pragma once
 
 #include <chrono>
@@ -9,7 +9,7 @@
 
 namespace tallow::load {
 
-/// Marks a call of the database as under way while it lives. One at a time.
+// While one exists, a call of the database is running. One at a time.
 class WatchedCall {
  public:
   WatchedCall() noexcept;
@@ -18,12 +18,12 @@ class WatchedCall {
   WatchedCall& operator=(const WatchedCall&) = delete;
 };
 
-/// Looks at the calls of the database from a thread of its own. Drivers honour time limits only for
-/// some of their calls, or not at all, and one that waits for a silent server can't be interrupted.
+// Watches the calls of the database from a separate thread. Drivers honour time limits only for
+// some of their calls, or not at all, and one that waits for a silent server can't be interrupted.
 class CallWatch {
  public:
-  /// `onSilence` is called on the watch's thread when a call has lasted for longer than `limit`; it
-  /// must end the process. Throws ToolError when there can be no thread.
+  // `onSilence` is called on the watch's thread when a call has lasted for longer than `limit`. It
+  // must end the process. Throws ToolError if the thread cannot be made.
   CallWatch(std::chrono::seconds limit, std::function<void()> onSilence);
   ~CallWatch();
   CallWatch(const CallWatch&) = delete;

@@ -28,7 +28,7 @@ std::string contentOf(const std::string& file) {
   }
 }
 
-/// The text without what an editor puts around it.
+// The only line of the text, without what an editor adds around it.
 std::string onlyLine(std::string text, const std::string& file) {
   if (text.starts_with("\xEF\xBB\xBF")) text.erase(0, 3);
   while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();

@@ -5,8 +5,8 @@
 
 namespace tallow::load {
 
-/// The string that is given; else the line in the file; else what TALLOW_TO holds. Only the first
-/// is seen by whoever lists the system's processes. Throws MisuseError when there is none.
+// The string that is given, else the line in the file, else what TALLOW_TO holds. Who lists the
+// system's processes can see only the first. Throws MisuseError if there is none.
 std::string connectionFrom(const std::string& given, const std::string& file);
 
 }  // namespace tallow::load

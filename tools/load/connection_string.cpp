@@ -6,7 +6,7 @@
 namespace tallow::load {
 namespace {
 
-/// The bit of OPTION that asks the drivers of MySQL and MariaDB to connect again.
+// The bit of OPTION that asks the drivers of MySQL and MariaDB to connect again.
 constexpr long long kReconnectOption = 1LL << 22U;
 
 char capital(char c) {
@@ -26,7 +26,7 @@ std::string_view trimmed(std::string_view text) {
   return text.substr(0, text.find_last_not_of(kBlanks) + 1);
 }
 
-/// Takes a value off the front of the text, with the semicolon after it.
+// Removes a value from the beginning of the text, with the semicolon after it, and returns it.
 std::string takeValue(std::string_view& text) {
   const std::size_t begin = text.find_first_not_of(" \t");
   if (begin == std::string_view::npos || text[begin] != '{') {

@@ -1,4 +1,5 @@
-// Not linked: a program that the system cannot start for want of a library says nothing.
+// The library is loaded and not linked, because a program that the system cannot start for lack of
+// a library prints nothing.
 #include "load/csv_library.hpp"
 
 #include <windows.h>
@@ -25,7 +26,7 @@ void find(Function& function, HMODULE library, const char* name, const std::stri
   function = std::bit_cast<Function>(symbol);
 }
 
-/// Stays loaded until the process ends.
+// Stays loaded until the process ends.
 CsvLibrary loadLibrary() {
   const std::filesystem::path path = tools::besideProgram(L"csv.dll");
   const std::string name = tools::toUtf8(path.wstring());

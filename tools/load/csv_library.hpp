@@ -1,4 +1,4 @@
-// libcsv, through a table of the functions that are used.
+// Calls libcsv through a table of the functions that are used.
 #pragma once
 
 #include <csv.h>
@@ -16,8 +16,8 @@ struct CsvLibrary {
   decltype(&csv_fini) finish;
 };
 
-/// The same table for the whole process. On Windows it is that of the csv.dll in the program's own
-/// folder; throws MisuseError when that cannot be loaded.
+// The same table for the whole process. On Windows it belongs to the csv.dll in the program's own
+// folder. Throws MisuseError if that cannot be loaded.
 const CsvLibrary& csvLibrary();
 
 }  // namespace tallow::load

@@ -1,4 +1,4 @@
-// Where nothing but tests and fuzzers runs, libcsv is linked.
+// Links libcsv where only tests and fuzzers run.
 #include "load/csv_library.hpp"
 
 namespace tallow::load {

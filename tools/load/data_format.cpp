@@ -23,7 +23,8 @@ constexpr std::array kFormats = {Format{"\x1F\x8B"sv, "gzip"},
                                  Format{"\xFF\xFE"sv, "UTF-16 text"},
                                  Format{"\xFE\xFF"sv, "UTF-16 text"}};
 
-/// ASCII in UTF-16 without a mark: every other byte is NUL, and no other is.
+// Whether the text looks like ASCII in UTF-16 without a byte order mark: every other byte is NUL,
+// and no other is.
 bool alternates(std::string_view text, std::size_t nulAt) {
   constexpr std::size_t kLooked = 16;
   if (text.size() < 4) return false;

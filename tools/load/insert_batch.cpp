@@ -9,10 +9,10 @@
 namespace tallow::load {
 namespace {
 
-/// Bytes of a cell. Most values are shorter.
+// The size of a cell in bytes. Most values are shorter.
 constexpr std::size_t kCell = 64;
 
-/// Above this many bytes some databases have no plain character type.
+// Above this length in bytes, some databases have no plain character type.
 constexpr std::size_t kLongestPlainText = 4000;
 
 }  // namespace
@@ -91,7 +91,7 @@ void InsertBatch::insertPiece(std::size_t first, std::size_t rows) {
     succeeded = true;
     requireAll(insertion.statement, rows);
   } catch (const DatabaseError& error) {
-    // Rows that are missing after a success are refused ones, unless the fault passes.
+    // Rows that are missing after a success were refused, unless the fault is one that passes.
     const Fault fault = classify(error.diagnostic(), connection_.dialect(), Step::kInsert);
     if (fault == Fault::kLost || (fault == Fault::kPermanent && !succeeded)) throw;
     const auto begin = numbers_.begin() + static_cast<std::ptrdiff_t>(first);
@@ -99,7 +99,7 @@ void InsertBatch::insertPiece(std::size_t first, std::size_t rows) {
   }
 }
 
-/// Looks at the row count, and at what the driver says beside a success.
+// Checks the row count, and what the driver reports in addition to a success.
 void InsertBatch::requireAll(const Statement& statement, std::size_t rows) const {
   statement.requireChanged(static_cast<std::int64_t>(rows), Step::kInsert);
   if (const auto& note = statement.note(); note && altersValue(*note, connection_.dialect())) {
@@ -122,7 +122,7 @@ void InsertBatch::bindAll(Prepared& insertion, std::size_t firstCell) {
   if (insertion.version == version_ && insertion.firstCell == firstCell) return;
   bool changed = false;
   for (std::size_t i = 0; i < insertion.bound.size(); ++i) {
-    // Wine 10's driver manager hands on the lengths no further than to the parameter bound last.
+    // Wine 10's driver manager passes on lengths only up to the parameter that was bound last.
     if (changed && i + 1 == insertion.bound.size()) insertion.bound[i] = {};
     changed = bind(insertion, i, firstCell + i) || changed;
   }
@@ -130,7 +130,7 @@ void InsertBatch::bindAll(Prepared& insertion, std::size_t firstCell) {
   insertion.firstCell = firstCell;
 }
 
-/// Lets the parameter point to the cell's value; false if it does already.
+// Makes the parameter point to the cell's value. False if it does already.
 bool InsertBatch::bind(Prepared& insertion, std::size_t parameter, std::size_t cell) {
   char* value = &cells_[cell * kCell];
   std::size_t size = kCell;
@@ -150,7 +150,7 @@ bool InsertBatch::bind(Prepared& insertion, std::size_t parameter, std::size_t c
                                    SQL_PARAM_INPUT, binding.wide ? SQL_C_WCHAR : SQL_C_CHAR,
                                    size > kLongestPlainText ? longType : plainType, characters, 0,
                                    value, static_cast<SQLLEN>(size), &lengths_[cell]));
-  // A long value is gone after the statement; the next one may lie at the same address.
+  // A long value is freed after the statement, and the next one may be at the same address.
   insertion.bound[parameter] = size == kCell ? binding : Binding{};
   return true;
 }

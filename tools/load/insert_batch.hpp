@@ -1,4 +1,4 @@
-// Rows on their way into the table: many rows a statement, values as text.
+// Inserts rows into the table: many rows in a statement, values as text.
 #pragma once
 
 #include <cstdint>
@@ -13,38 +13,38 @@
 
 namespace tallow::load {
 
-/// The database refused a statement because of a value or a row of it.
+// The database refused a statement because of one of its values or rows.
 class RowsRefused : public DatabaseError {
  public:
   RowsRefused(const DatabaseError& error, std::vector<std::uint64_t> rows)
       : DatabaseError(error), rows_(std::move(rows)) {}
-  /// The statement's rows, by number; at least one.
+  // The numbers of the statement's rows, at least one.
   const std::vector<std::uint64_t>& rows() const noexcept { return rows_; }
 
  private:
   std::vector<std::uint64_t> rows_;
 };
 
-/// Collects rows and inserts them. Values are copied into one cell each, whose address is bound
-/// once; only a value that is longer than a cell costs a call to bind it where it lies. Plain ASCII
-/// goes as bytes; a cell that has met another character takes UTF-16 from then on, since drivers
-/// read bytes in whatever character set the system is set to.
+// Collects rows and inserts them. Each value is copied into a cell, whose address is bound once.
+// Only a value that is longer than a cell needs a call that binds it where it is. Plain ASCII is
+// sent as bytes. A cell that has had another character uses UTF-16 from then on, because drivers
+// read bytes in the character set that the system is set to.
 class InsertBatch {
  public:
-  /// `rows` a statement, at least 1. The connection must outlive the batch.
+  // `rows` is the number of rows in a statement, at least 1. The connection must outlive the batch.
   InsertBatch(const Connection& connection, std::string table,
               std::vector<std::string> quotedColumns, std::size_t rows,
               std::optional<std::string> nullText);
 
   std::size_t columns() const noexcept { return columns_.size(); }
-  /// Of rows, or of bytes: statements have a largest size.
+  // Whether it is full of rows or of bytes: the size of a statement has a limit.
   bool full() const noexcept { return numbers_.size() == capacity_ || bytes_ >= kMostBytes; }
   bool empty() const noexcept { return numbers_.empty(); }
 
-  /// The batch must not be full, and the row must have columns() fields.
+  // The batch must not be full, and the row must have columns() fields.
   void add(std::uint64_t number, const Row& row);
-  /// Inserts what was collected. Throws RowsRefused or DatabaseError; the transaction is then to be
-  /// rolled back, and the batch to be cleared.
+  // Inserts the collected rows. Throws RowsRefused or DatabaseError. The caller must then roll the
+  // transaction back and clear the batch.
   void insert();
   void clear() noexcept {
     numbers_.clear();
@@ -52,7 +52,7 @@ class InsertBatch {
   }
 
  private:
-  /// What a parameter points to.
+  // What a parameter points to.
   struct Binding {
     const char* value = nullptr;
     bool wide = false;
@@ -63,8 +63,8 @@ class InsertBatch {
     explicit Prepared(const Connection& connection) : statement(connection) {}
     Statement statement;
     std::vector<Binding> bound;  // by parameter
-    std::uint64_t version = 0;   // of the cells' places, when they were bound
-    std::size_t firstCell = 0;   // that the first parameter points to
+    std::uint64_t version = 0;   // the version of the cells' places when they were bound
+    std::size_t firstCell = 0;   // the cell that the first parameter points to
   };
 
   static constexpr std::size_t kMostBytes = std::size_t{2} << 20U;
@@ -83,13 +83,13 @@ class InsertBatch {
   std::optional<std::string> nullText_;
 
   std::vector<char> cells_;
-  std::vector<char> wide_;       // by cell: it takes UTF-16
+  std::vector<char> wide_;       // by cell: it uses UTF-16
   std::vector<SQLLEN> lengths_;  // by cell: bytes of its value; SQL_NULL_DATA for null
   std::map<std::size_t, std::string> longValues_;  // by cell: bytes of a value that is longer
-  std::uint64_t version_ = 1;                      // grows when a value may lie elsewhere
+  std::uint64_t version_ = 1;                      // grows when a value may have moved
   std::vector<std::uint64_t> numbers_;             // of the collected rows
   std::size_t bytes_ = 0;                          // of the collected rows, as they came
-  std::map<std::size_t, std::unique_ptr<Prepared>> statements_;  // by rows
+  std::map<std::size_t, std::unique_ptr<Prepared>> statements_;  // by the number of rows
 };
 
 }  // namespace tallow::load

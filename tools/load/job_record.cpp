@@ -25,8 +25,8 @@ std::string spell(const std::optional<std::string>& nullText) {
   return nullText ? "\"" + *nullText + "\"" : "not given";
 }
 
-/// What decides how the data is cut, whether it is compared, and where the job's fallback file is.
-/// All else, as what is logged, may differ from run to run.
+// Compares the options that decide how the data is cut, whether it is compared, and where the job's
+// fallback file is. All others, such as what is logged, may differ from run to run.
 std::string differenceOfInits(const std::string& recorded, const std::string& now) {
   const tools::EffectiveOptions before = tools::explainInitString(recorded).effective;
   const tools::EffectiveOptions after = tools::explainInitString(now).effective;

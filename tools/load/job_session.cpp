@@ -26,8 +26,8 @@ std::optional<JobRecord> JobSession::look() {
   return record;
 }
 
-/// Adds 1 to the row's commit number and reads the row, all in the transaction at hand. Waits for
-/// what an earlier connection still has under way.
+// Adds 1 to the row's commit number and reads the row, both in the current transaction. Waits for
+// what an earlier connection still does to the row.
 std::optional<JobRecord> JobSession::claim() {
   if (!claimJob(*connection_, job_)) return std::nullopt;
   return readJob(*connection_, job_);
@@ -54,7 +54,7 @@ void JobSession::take(RunMode mode, const JobProgress& start) {
     connection_->rollback();
     record = claim();
   }
-  // The table was looked at before, so that its rows do not count again here.
+  // The table has been checked before, so its rows do not matter here.
   const Beginning beginning = decideBeginning(mode, job_, record, settings_, 0);
   if (beginning.kind == Beginning::Kind::kRefused || !record) {
     connection_->rollback();
@@ -95,7 +95,7 @@ void JobSession::commit(const JobProgress& progress) {
   belief_.inDoubt.reset();
 }
 
-/// The row is not the one that this loader has left.
+// Explains that the row is not as this loader left it.
 void JobSession::explainLoss(const std::optional<JobRecord>& row) const {
   if (!row || row->commitNumber < belief_.commitNumber) throw CommitsLost(job_);
   throw JobTaken(job_);

@@ -1,4 +1,4 @@
-// One loader's hold on its job: the connection, the job's row, and what is known of it.
+// One loader's claim on its job: the connection, the job's row, and what is known about it.
 #pragma once
 
 #include <chrono>
@@ -13,7 +13,7 @@
 
 namespace tallow::load {
 
-/// Another loader has taken the job: this one has nothing more to say in it.
+// Another loader has taken the job, so this one must not change it any more.
 class JobTaken : public tools::ToolError {
  public:
   explicit JobTaken(const std::string& job)
@@ -21,7 +21,7 @@ class JobTaken : public tools::ToolError {
                   "\"; this one stops and leaves it alone") {}
 };
 
-/// The database no longer holds what this loader has committed.
+// The database no longer holds what this loader has committed.
 class CommitsLost : public tools::ToolError {
  public:
   explicit CommitsLost(const std::string& job)
@@ -34,39 +34,40 @@ class CommitsLost : public tools::ToolError {
 
 class JobSession {
  public:
-  /// Does not connect. `longestWait` is for each lock.
+  // Does not connect yet. `longestWait` is the limit for each wait for a lock.
   JobSession(std::string connectionString, std::string job, JobSettings settings,
              std::chrono::milliseconds longestWait);
 
   Connection& connection() noexcept { return *connection_; }
   const std::string& job() const noexcept { return job_; }
 
-  /// The job's row as it stands. Ends the transaction.
+  // The job's row as it is now. Ends the transaction.
   std::optional<JobRecord> look();
-  /// Takes the job in a transaction of its own: from now on an older holder commits nothing.
-  /// `start` is what a job that begins has. Throws ToolError with the reason when the job is
-  /// refused after all, since another loader came first.
+  // Takes the job in a separate transaction. After that an older holder can commit nothing. `start`
+  // is the progress of a job that begins. Throws ToolError with the reason if the job is refused
+  // after all, because another loader was first.
   void take(RunMode mode, const JobProgress& start);
-  /// Whether take() has sent its commit: trying it again could then meet its own row.
+  // Whether take() has sent its commit. If so, another attempt could find the row of this one.
   bool takeIsInDoubt() const noexcept { return takeIsInDoubt_; }
-  /// Makes the connection, or makes it anew.
+  // Makes the connection, or makes it again.
   void connect();
-  /// Removes the job's row while it is still this loader's and nothing was committed.
+  // Removes the job's row if it is still this loader's and nothing was committed.
   void withdraw();
 
-  /// committed() is what this row says; nothing is taken.
+  // Sets committed() to what this row says. Takes nothing.
   void adopt(const JobRecord& record) { belief_.committed = record.progress; }
   bool isDead() const { return connection_ && connection_->isDead(); }
 
-  /// The last transaction whose outcome is known.
+  // The last transaction whose outcome is known.
   const JobProgress& committed() const noexcept { return belief_.committed; }
 
-  /// Commits the transaction at hand together with the progress. Throws JobTaken and CommitsLost.
+  // Commits the current transaction together with the progress. Throws JobTaken and CommitsLost.
   void commit(const JobProgress& progress);
   void rollback() { connection_->rollback(); }
 
-  /// Drops the connection, makes a new one, takes the job again and finds out what became of it.
-  /// committed() is then what the database says. Throws DatabaseError, JobTaken and CommitsLost.
+  // Closes the connection, makes a new one, takes the job again and finds out what has happened to
+  // it. After that, committed() is what the database says. Throws DatabaseError, JobTaken and
+  // CommitsLost.
   AfterReconnection reconnect();
 
  private:

@@ -14,8 +14,8 @@ using tools::ToolError;
 constexpr const char* kTable = "tallow_checkpoint";
 constexpr const char* kRejectsFile = "rejects_file";
 
-/// All columns but the key, in the order of bindRecord and readRecord. Names that no database
-/// reserves.
+// All columns except the key, in the order of bindRecord and readRecord. No database reserves these
+// names.
 constexpr std::array kColumns = {
     "block_position", "unfinished_row", "rows_loaded",    "rows_rejected",   "line_breaks",
     "bytes_read",     "rejects_length", "reasons_length", "header_state",    "columns_in_force",
@@ -73,7 +73,7 @@ T must(std::optional<T> value) {
                   " is damaged; remove it and the rows that the job has loaded, and begin anew");
 }
 
-/// Columns are read in their order: not every driver can go back.
+// Reads the columns in their order, because not every driver can go back.
 JobRecord readRecord(Statement& row) {
   JobRecord record;
   JobProgress& progress = record.progress;
@@ -116,7 +116,7 @@ bool jobTableIsThere(Connection& connection) {
   return jobTableHas(connection, "job, commit_number");
 }
 
-/// A table of an earlier release has no such column.
+// Adds the column that a table of an earlier release lacks.
 void provideRejectsFile(Connection& connection) {
   if (jobTableHas(connection, kRejectsFile)) return;
   try {
@@ -133,7 +133,7 @@ void provideRejectsFile(Connection& connection) {
   }
 }
 
-/// False when no row was changed; a change that was refused is thrown.
+// False if no row was changed. Throws if the change was refused.
 bool changedOne(const Statement& statement) {
   if (statement.changedRows() == 0 && !statement.note()) return false;
   statement.requireChanged(1);

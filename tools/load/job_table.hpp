@@ -1,4 +1,4 @@
-// The table tallow_checkpoint: one row a job, by which loaders shut each other out.
+// The table tallow_checkpoint. It has one row for each job, by which loaders exclude each other.
 #pragma once
 
 #include <optional>
@@ -9,25 +9,25 @@
 
 namespace tallow::load {
 
-/// Makes the table unless it is there. Ends the transaction. Throws ToolError when the table has no
-/// transactions.
+// Makes the table if it does not exist. Ends the transaction. Throws ToolError if the table has no
+// transactions.
 void provideJobTable(Connection& connection);
 
-/// The job's row, if there is one. Part of the transaction at hand.
+// The job's row, if there is one. Part of the current transaction.
 std::optional<JobRecord> readJob(const Connection& connection, const std::string& job);
 
-/// Adds 1 to the commit number of the job's row; false when there is no row. Waits for whatever
-/// another connection has under way on it, and makes every later writeJob of that one fail.
+// Adds 1 to the commit number of the job's row. False if there is no row. Waits for what another
+// connection does to the row, and makes every later writeJob of that connection fail.
 bool claimJob(const Connection& connection, const std::string& job);
 
-/// Makes the job's row at the start, with commit number 1.
+// Makes the job's row at its beginning, with commit number 1.
 void makeJob(const Connection& connection, const std::string& job, const JobRecord& record);
 
-/// Writes settings and progress over the row that has this commit number, and adds 1 to the number.
-/// False when the row is not there any more.
+// Writes settings and progress into the row that has this commit number, and adds 1 to the number.
+// False if there is no such row any more.
 bool writeJob(const Connection& connection, const std::string& job, const JobRecord& record);
 
-/// Removes the row that has this commit number, if it is still there.
+// Removes the row that has this commit number, if it still exists.
 void removeJob(const Connection& connection, const std::string& job, std::uint64_t commitNumber);
 
 }  // namespace tallow::load

@@ -68,7 +68,7 @@ std::vector<std::string> splitNames(const std::string& list) {
   return names;
 }
 
-/// What a load cannot do without: the module's answer to a restart.
+// Refuses what would make a restart impossible for the module.
 void checkInitString(const std::string& text) {
   const tools::InitStringReport report = tools::explainInitString(text);
   if (const std::string complaint = report.firstComplaint(); !complaint.empty()) {
@@ -84,7 +84,7 @@ void checkInitString(const std::string& text) {
   }
 }
 
-/// A connection string that comes from a file or the environment is not in it.
+// The command, without a connection string that comes from a file or the environment.
 std::string commandOf(const std::vector<std::string>& arguments) {
   std::string command = "tallow-load";
   bool isConnection = false;
@@ -111,8 +111,8 @@ std::string fullPath(const std::string& path) {
   return tools::toUtf8(std::filesystem::absolute(tools::toWide(path)).wstring());
 }
 
-/// The values of a statement are counted in 16 bits. Many databases allow fewer, which shows once
-/// one is connected.
+// Checks the number of values in a statement, which is counted in 16 bits. Many databases allow
+// fewer, but that is known only after connecting.
 void checkBatch(const LoadOptions& options) {
   constexpr std::size_t kMost = 65535;
   if (options.batch * options.columns.size() <= kMost) return;
@@ -231,7 +231,7 @@ std::optional<ExitStatus> readCommandLine(const std::vector<std::string>& argume
   checkBatch(options);
   checkAgainstEachOther(options, restart, startOver);
   checkInitString(options.settings.init);
-  parseTableName(options.settings.table);  // refuses what is none
+  parseTableName(options.settings.table);  // throws if it is not a table's name
   if (!options.rejects.empty()) options.settings.rejectsFile = fullPath(options.rejects);
   options.connection = connectionFrom(options.connection, toFile);
   options.sameCommand = commandOf(arguments);

@@ -12,7 +12,7 @@
 
 namespace tallow::load {
 
-/// Texts are UTF-8.
+// Texts are UTF-8.
 struct LoadOptions {
   std::string connection;
   JobSettings settings;
@@ -21,20 +21,20 @@ struct LoadOptions {
   bool header = false;
   bool create = false;
   std::uint64_t checkpointEvery = 16;  // blocks
-  std::size_t batch = 0;               // rows a statement; 0: as many as suit the columns
+  std::size_t batch = 0;               // rows in a statement; 0: as many as suit the columns
   std::string rejects;
   std::uint64_t maxRejects = 0;
   unsigned retrySeconds = 60;
-  std::uint64_t waitSeconds = 0;  // for a block of the writer's; 0: for ever
+  std::uint64_t waitSeconds = 0;  // that the writer may take for a block; 0: no limit
   RunMode mode = RunMode::kNew;
-  bool rowsRemoved = false;  // the person says that the table holds none of the job's any more
+  bool rowsRemoved = false;  // the user says that none of the job's rows are in the table any more
   bool json = false;
   std::string module;
   std::string sameCommand;
   std::string restartCommand;
 };
 
-/// An exit status when there is nothing more to do. Throws MisuseError.
+// Returns an exit status if there is nothing more to do. Throws MisuseError.
 std::optional<tools::ExitStatus> readCommandLine(const std::vector<std::string>& arguments,
                                                  LoadOptions& options);
 

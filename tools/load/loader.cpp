@@ -30,16 +30,16 @@ using tools::ToolError;
 
 constexpr std::size_t kShownOfRow = 200;  // bytes
 
-/// Room in the server's largest statement for all but the row.
+// Bytes of the server's largest statement that are kept for all but the row.
 constexpr std::uint64_t kStatementOverhead = 64ULL * 1024;
 
-/// How long one statement may wait for a lock: half of the time that the load has for it all.
+// How long one statement may wait for a lock: half of the time in which the load tries again.
 milliseconds longestWait(const LoadOptions& options) {
   return std::clamp(milliseconds(options.retrySeconds * 500ULL), milliseconds(1000),
                     milliseconds(30000));
 }
 
-/// A failure with its last words and status.
+// A failure with its final text and status.
 class Ended : public ToolError {
  public:
   explicit Ended(const ToolError& error) : ToolError(error) {}
@@ -49,7 +49,7 @@ std::string textOf(const RequestFailed& error) {
   return tools::ansiToUtf8(error.what());
 }
 
-/// The beginning of a row, fit for one line.
+// The beginning of a row, short enough for one line.
 std::string excerpt(std::string_view raw) {
   while (!raw.empty() && (raw.back() == '\n' || raw.back() == '\r')) raw.remove_suffix(1);
   const std::string text = tools::printable(raw.substr(0, kShownOfRow));
@@ -109,8 +109,9 @@ void Loader::run() {
   }
 }
 
-/// Ends the load. What has no status of its own needs something mended first, and what has nothing
-/// to restart from has failed; but a fault that passes may be gone when the same is run again.
+// Ends the load. If the failure has no status of its own, something must be mended first, or, if
+// there is nothing to restart from, the load has failed. But a fault that passes may be gone when
+// the same command is run again.
 void Loader::fail(const std::string& text, ExitStatus status) const {
   throw Ended(ending(text, status));
 }
@@ -124,20 +125,20 @@ ToolError Loader::ending(const std::string& text, ExitStatus status) const {
       ExitStatus::kFailed);
 }
 
-/// Whether a restart finds the job, as far as this run can know.
+// Whether a restart would find the job, as far as this run can know.
 bool Loader::isBegun() const {
   return taken_ || goesOn_ || (session_ && session_->takeIsInDoubt());
 }
 
-/// From position 0 the job reads its data from the first block on, like a new one; any other
-/// position needs the fallback file.
+// From position 0 the job reads its data from the first block on, like a new one. Any other
+// position needs the fallback file.
 bool Loader::canBeRestarted() const {
   const std::uint64_t position = taken_ ? session_->committed().position : start_.position;
   return position == 0 || fileIsThere(fallbackPath_);
 }
 
 void Loader::begin() {
-  // Until the job's row has been looked at, a restart takes it for granted.
+  // Until the job's row has been read, a restart assumes that the job exists.
   goesOn_ = options_.mode == RunMode::kRestart;
   const Beginning beginning = connectAndLook();
   goesOn_ = beginning.kind == Beginning::Kind::kGoOn;
@@ -164,7 +165,7 @@ void Loader::begin() {
   position();
 }
 
-/// The rest of a row goes into the job's row, where each byte takes two.
+// The rest of a row is stored in the job's row, where each byte takes two.
 void Loader::limitRows() {
   const std::optional<std::uint64_t> statement = session_->connection().largestStatement();
   if (!statement) return;
@@ -190,7 +191,7 @@ Beginning Loader::connectAndLook() {
   return beginning;
 }
 
-/// What is to be done about the job's row. Changes nothing.
+// Decides what to do about the job's row. Changes nothing.
 Beginning Loader::look() {
   const std::optional<JobRecord> recorded = session_->look();
   if (recorded && options_.mode == RunMode::kRestart) start_ = recorded->progress;
@@ -205,7 +206,8 @@ Beginning Loader::look() {
   return beginning;
 }
 
-/// Finds the table, or makes it, and settles the columns as far as they are known before the data.
+// Finds the table, or makes it, and determines the columns as far as they are known before the
+// data.
 void Loader::prepareTable() {
   if (!table_ && !options_.create) {
     throw ToolError("the table " + options_.settings.table +
@@ -231,7 +233,8 @@ void Loader::prepareTable() {
   if (!start_.columns.empty()) batchFor(start_.columns.size());
 }
 
-/// A job that begins takes no file that holds something, but for its own of an earlier attempt.
+// A job that begins refuses a rejects file that is not empty, unless it is its own from an earlier
+// attempt.
 void Loader::checkRejects() const {
   const std::string& file = options_.settings.rejectsFile;
   const bool isOurs = givenUp_ && givenUp_->settings.rejectsFile == file;
@@ -251,8 +254,8 @@ void Loader::openRejects() {
 }
 
 void Loader::openStream() {
-  // SQLite works inside this process. A second thread makes it lock and allocate in earnest, which
-  // costs more than reading ahead gains.
+  // SQLite works inside this process. A second thread makes it lock and allocate more, which costs
+  // more than reading ahead gains.
   const bool ahead = dialect_ != Dialect::kSqlite;
   stream_ =
       std::make_unique<BlockReader>(options_.module, initString_, options_.settings.pipe, ahead);
@@ -272,8 +275,8 @@ void Loader::takeJob() {
   report_.bytesBefore = session_->committed().bytes;
 }
 
-/// What the attempt that is given up has left on the disk, as far as the job's row names it and
-/// this run has a use for the name.
+// Deletes what the attempt that is given up has left on the disk, as far as the job's row names it
+// and this run uses the name.
 void Loader::removeLeftovers() const {
   if (!givenUp_) return;
   const JobSettings& settings = givenUp_->settings;
@@ -292,13 +295,13 @@ void Loader::removeLeftovers() const {
   }
 }
 
-/// A load that dies between its last commit and Close leaves it behind. One whose name the user
-/// chose may be another job's by now.
+// A load that died between its last commit and Close leaves its fallback file. We delete it only if
+// we chose its name.
 void Loader::removeLeftFallbackFile() const {
   if (!namesFallbackFile(options_.settings.init)) DeleteFileW(tools::toWide(fallbackPath_).c_str());
 }
 
-/// Brings the stream, and then all that is in memory or in files, to the committed position.
+// Brings the stream, and then everything in memory and in files, to the committed position.
 void Loader::position() {
   const std::uint64_t committed = session_->committed().position;
   pacer_.startAt(committed, steady_clock::now());
@@ -375,20 +378,20 @@ void Loader::step() {
   ++block_;
   if (dropNext_) {
     dropNext_ = false;
-    // Makes this position the newest sync point: the next one then leaves it restartable.
+    // Makes this position the newest sync point. The next one then leaves it restartable.
     stream_->getPos();
     return;
   }
   if (block_ == 1) checkFormat(*data);
   pacer_.delivered(block_, steady_clock::now());
   const bool due = pacer_.due();
-  // A header that is wrong ends the job, whatever follows it.
+  // A wrong header ends the job, whatever follows it.
   if (!due && progress_.header != Header::kDue) stream_->readAhead();
   parser_.setInput(*data);
   Row row;
   while (parser_.next(row)) handle(row);
-  // The rest of a row goes into the job's row. One that is longer than a block would go there again
-  // and again, ever longer, so its end is waited for.
+  // The rest of a row is stored in the job's row. A rest that is longer than a block would be
+  // stored again and again, longer each time, so the checkpoint waits for the end of the row.
   if (due && parser_.unfinished().size() <= data->size()) checkpoint(false);
 }
 
@@ -508,7 +511,7 @@ void Loader::useColumns(const std::vector<std::string>& columns) {
                                          batchFor(columns.size()), options_.settings.nullText);
 }
 
-/// Rows a statement.
+// The number of rows in a statement.
 std::size_t Loader::batchFor(std::size_t columns) const {
   const std::size_t most =
       session_->connection().mostParameters() / std::max<std::size_t>(columns, 1);
@@ -549,7 +552,7 @@ bool Loader::isLost(const DatabaseError& error) const {
          (session_ && session_->isDead());
 }
 
-/// Undoes what the database has not committed and starts again behind the last checkpoint.
+// Undoes what the database has not committed and starts again after the last checkpoint.
 void Loader::goBack() {
   ++report_.rewinds;
   try {
@@ -586,7 +589,7 @@ void Loader::reconnect(const DatabaseError& error) {
   }
 }
 
-/// Makes the attempt again and again while it fails with what passes, for --retry seconds.
+// Repeats the attempt while it fails with a fault that passes, for --retry seconds.
 void Loader::insist(const std::function<void()>& attempt,
                     const std::function<bool(const DatabaseError&)>& passes) {
   for (;;) {
@@ -617,7 +620,7 @@ void Loader::pauseAfter(const DatabaseError& error) {
   throw ToolError(text, ExitStatus::kRestartable);
 }
 
-/// All that is in memory and in the rejects files becomes what the database says.
+// Sets everything in memory and in the rejects files to what the database says.
 void Loader::restoreCommitted() {
   progress_ = session_->committed();
   parser_.restore(progress_.unfinishedRow, progress_.lines, progress_.bytes);
@@ -626,7 +629,7 @@ void Loader::restoreCommitted() {
   rejects_->cutTo(progress_.rejectsLength, progress_.reasonsLength);
 }
 
-/// Lets the stream deliver again what came behind the committed position.
+// Makes the stream deliver again what came after the committed position.
 void Loader::sendBack() {
   const std::uint64_t committed = session_->committed().position;
   if (dropReadAhead()) pacer_.delivered(block_ + 1, steady_clock::now());
@@ -641,7 +644,7 @@ bool Loader::dropReadAhead() {
   return stream_->dropReadAhead();
 }
 
-/// The header is wrong: the job leaves nothing behind.
+// Gives up a job whose header is wrong, and leaves nothing of it.
 void Loader::abandon(const std::string& reason) {
   session_->withdraw();
   taken_ = goesOn_ = false;

@@ -21,19 +21,19 @@
 
 namespace tallow::load {
 
-/// How a load went, for the summary.
+// What a load has done, for the summary.
 struct LoadReport {
   JobProgress progress;          // what is committed
   std::uint64_t rowsBefore = 0;  // of these, committed by earlier runs
   std::uint64_t bytesBefore = 0;
   std::uint64_t reconnections = 0;
   std::uint64_t rewinds = 0;              // returns to the checkpoint within the run
-  bool wasDone = false;                   // an earlier run had done it all
-  bool nothingBegun = true;               // the same command, not a restart, is to be run again
-  std::optional<bool> endsWithLineBreak;  // known when this run has seen the end of the data
+  bool wasDone = false;                   // an earlier run had finished the job
+  bool nothingBegun = true;               // run the same command again, not a restart
+  std::optional<bool> endsWithLineBreak;  // known if this run has seen the end of the data
 };
 
-/// Where the load stands, for whoever watches.
+// Where the load is, for the display.
 struct LoadPulse {
   std::uint64_t bytes = 0;
   std::uint64_t block = 0;
@@ -42,10 +42,10 @@ struct LoadPulse {
   std::uint64_t checkpoint = 0;  // block
 };
 
-/// Called on the load's thread.
+// Called on the load's thread.
 struct LoadEvents {
   std::function<void(const LoadPulse&)> pulse;
-  /// The load can be restarted from now on, and begins to wait for this.
+  // From now on the load can be restarted. It begins to wait for this.
   std::function<void(const std::string& what)> wait;
 };
 
@@ -54,12 +54,12 @@ class Loader {
   Loader(const LoadOptions& options, LoadEvents events, WriterWatch& writer);
   ~Loader();
 
-  /// Runs the load. Throws ToolError, whose status says whether a restart can go on.
+  // Runs the load. Throws ToolError, whose status says whether a restart can continue it.
   void run();
 
-  /// Also after run() has thrown.
+  // Valid even after run() has thrown.
   LoadReport report() const;
-  /// What run() throws when the load ends here for this reason.
+  // What run() throws if the load ends here for this reason.
   tools::ToolError ending(const std::string& text, tools::ExitStatus status) const;
 
  private:
@@ -127,11 +127,11 @@ class Loader {
   std::optional<JobRecord> givenUp_;  // of a job that is started over
   JobProgress start_;                 // of a job that begins
   JobProgress progress_;              // as it is in memory; the session knows what is committed
-  std::uint64_t block_ = 0;           // delivered last
-  bool dropNext_ = false;  // the next block is the checkpoint's own, which is loaded already
+  std::uint64_t block_ = 0;           // the block that was delivered last
+  bool dropNext_ = false;  // the next block is that of the checkpoint, which is loaded already
   bool goesOn_ = false;    // there is a job to restart
-  bool taken_ = false;     // it is
-  bool warned_ = false;    // of the fallback file's loss
+  bool taken_ = false;     // the job has been taken
+  bool warned_ = false;    // has warned that the fallback file is lost
   bool done_ = false;
   LoadReport report_;
 };

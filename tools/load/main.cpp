@@ -26,14 +26,14 @@ using nlohmann::ordered_json;
 using tools::ExitStatus;
 using tools::formatCount;
 
-/// How a run ended.
+// How a run ended.
 struct Ending {
   ExitStatus status = ExitStatus::kDone;
   std::string error;
   double seconds = 0;
 };
 
-/// What is to be run next; empty when that would not help.
+// The command to run next. Empty if that would not help.
 std::string nextCommand(const LoadOptions& options, const LoadReport& report,
                         const Ending& ending) {
   const bool helps =
@@ -100,12 +100,12 @@ void printRestart(const std::string& command) {
       (hidden ? "go on, the password in place of ***, with: " : "go on with: ") + command + "\n");
 }
 
-/// Whether there is a job that a restart could go on with.
+// Whether there is a job that a restart could continue.
 std::atomic<bool> begun = false;
 
 std::string restartCommand;  // set before onInterrupt can be called
 
-/// Ctrl-C ends the process as any death does: nothing has to be told to the database.
+// Ctrl-C ends the process like any other death. The database needs no notice.
 BOOL WINAPI onInterrupt(DWORD /*event*/) {
   const bool restartable = begun;
   tools::printError(restartable
@@ -128,9 +128,9 @@ void printEnding(const LoadOptions& options, const LoadReport& report, const End
   if (!command.empty()) printRestart(command);
 }
 
-/// One run of the load, and how it ends: by itself, or when the writer or the database lets it wait
-/// for too long. Then the process ends from a watching thread: no other end is sure, and the
-/// position of the load survives it.
+// One run of the load, and how it ends: by itself, or because the writer or the database keeps it
+// waiting for too long. In that case a watching thread ends the process, because no other way is
+// certain to work, and the position of the load survives it.
 class Run {
  public:
   explicit Run(const LoadOptions& options)
@@ -139,8 +139,8 @@ class Run {
         writer_({options.settings.pipe, options.waitSeconds},
                 [this](const std::string& text) { endProcess(text); }),
         loader_(options, events(), writer_) {
-    // SQLite works inside of this process: it keeps its time limits, and a second thread costs it
-    // speed.
+    // SQLite works inside this process. It keeps its own time limits, and a second thread makes it
+    // slower.
     if (namesSqlite(options.connection)) return;
     const unsigned seconds = options.retrySeconds + kPatience;
     database_.emplace(std::chrono::seconds(seconds), [this, seconds] {
@@ -163,7 +163,7 @@ class Run {
   LoadReport report() const { return loader_.report(); }
 
  private:
-  static constexpr unsigned kPatience = 30;  // seconds beyond those of --retry
+  static constexpr unsigned kPatience = 30;  // seconds after those of --retry
 
   double seconds() const {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();

@@ -21,7 +21,7 @@ constexpr std::size_t kMostParameters = 32;
 constexpr std::uintptr_t kLoginSeconds = 15;
 constexpr std::size_t kLongestText = std::size_t{1} << 28U;  // units of UTF-16 in a column's value
 
-/// SQLWCHAR is an alias of unsigned short here in all but name.
+// SQLWCHAR is unsigned short here, which is the same as wchar_t in all but name.
 std::string fromSqlText(const SQLWCHAR* text, std::size_t length) {
   return tools::toUtf8({reinterpret_cast<const wchar_t*>(text), length});
 }
@@ -34,7 +34,7 @@ bool succeeded(SQLRETURN result) {
   return result == SQL_SUCCESS || result == SQL_SUCCESS_WITH_INFO;
 }
 
-/// A text in a buffer, whatever its driver says of its length.
+// The text in a buffer, whatever length its driver reports.
 template <std::size_t size>
 std::string textIn(const std::array<SQLWCHAR, size>& buffer) {
   const auto end = std::find(buffer.begin(), buffer.end(), SQLWCHAR{0});
@@ -99,7 +99,7 @@ Connection::Connection(const std::string& connectionString, std::chrono::millise
 }
 
 void Connection::connect(const std::string& connectionString) {
-  // What the driver answers here does not matter: not every one knows the attribute.
+  // The driver's answer does not matter here, because not every driver knows the attribute.
   SQLSetConnectAttrW(connection_.get(), SQL_ATTR_LOGIN_TIMEOUT, attributeValue(kLoginSeconds),
                      SQL_IS_UINTEGER);
   std::vector<SQLWCHAR> text = toSqlText(connectionString);
@@ -113,7 +113,7 @@ void Connection::connect(const std::string& connectionString) {
   refuseDangers(connectionString, textIn(completed));
 }
 
-/// What the connection string asks the driver for must not undo what a load relies on.
+// Refuses a connection string that asks the driver for what would undo the guarantees of a load.
 void Connection::refuseDangers(const std::string& given, const std::string& completed) {
   const bool reconnects = asksToReconnect(given) || asksToReconnect(completed);
   if (!reconnects && !asksForNoTransactions(given) && !asksForNoTransactions(completed)) return;
@@ -137,7 +137,7 @@ void Connection::setUp(std::chrono::milliseconds longestWait) {
   mostParameters_ = parameterLimit();
   limitWaits(longestWait);
   if (dialect_ == Dialect::kMariadb) {
-    // Else a value that does not fit is altered without a word.
+    // Otherwise a value that does not fit is altered without notice.
     Statement(*this).execute("SET SESSION sql_mode = CONCAT(@@sql_mode, ',STRICT_ALL_TABLES')");
     Statement statement(*this);
     statement.execute("SELECT @@max_allowed_packet");
@@ -166,9 +166,10 @@ void Connection::limitWaits(std::chrono::milliseconds longestWait) {
   }
 }
 
-/// The parameters of a statement are counted in 16 bits.
+// A statement's parameters are counted in 16 bits.
 std::size_t Connection::parameterLimit() const {
-  // Its library takes no answer above 30,000 bytes that describes parameters, with four for each.
+  // Its library accepts no answer above 30,000 bytes that describes parameters, with four bytes for
+  // each.
   if (dialect_ == Dialect::kPostgres) return 7498;
   if (dialect_ != Dialect::kSqlite) return 65535;
   int major = 0;
@@ -187,11 +188,11 @@ void Connection::commit() {
   const WatchedCall watched;
   const SQLRETURN result = SQLEndTran(SQL_HANDLE_DBC, connection_.get(), SQL_COMMIT);
   connection_.check(result);
-  // Of this driver a warning may be a failure.
+  // With this driver a warning may be a failure.
   if (result == SQL_SUCCESS_WITH_INFO && dialect_ == Dialect::kMariadb) {
     throw DatabaseError(connection_.diagnostic());
   }
-  // A driver that has noticed the break before sees no transaction to commit, and answers success.
+  // A driver that has noticed the break before has no transaction to commit, and reports success.
   if (isDead()) throw DatabaseError({"08S01", 0, "the connection broke before the commit"});
 }
 
@@ -217,7 +218,7 @@ std::string Connection::information(SQLUSMALLINT what) const {
 }
 
 std::string Connection::longTextType() const {
-  if (dialect_ == Dialect::kMariadb) return "LONGTEXT";  // The driver's own ends at 16 MiB.
+  if (dialect_ == Dialect::kMariadb) return "LONGTEXT";  // The driver's own type ends at 16 MiB.
   Statement statement(*this);
   if (succeeded(SQLGetTypeInfoW(statement.handle().get(), SQL_LONGVARCHAR)) && statement.fetch()) {
     if (const std::optional<std::string> name = statement.text(1); name && !name->empty()) {
@@ -252,7 +253,8 @@ void Statement::executePrepared(Step step) {
   keepNote(result);
 }
 
-/// Keeps what the driver says beside a success: some report a refused statement that way.
+// Keeps what the driver reports in addition to a success, because some report a refused statement
+// that way.
 void Statement::keepNote(SQLRETURN result) {
   note_.reset();
   if (result == SQL_SUCCESS_WITH_INFO) note_ = statement_.diagnostic();
@@ -347,7 +349,7 @@ std::optional<std::string> Statement::text(SQLUSMALLINT column) {
     statement_.check(result);
     if (bytes == SQL_NULL_DATA) return std::nullopt;
     piece.back() = 0;
-    // A piece that is not the last fills the buffer but for its end mark.
+    // A piece that is not the last fills the buffer except for its terminating NUL.
     const bool full =
         result == SQL_SUCCESS_WITH_INFO &&
         (bytes == SQL_NO_TOTAL || bytes >= static_cast<SQLLEN>(piece.size() * sizeof(SQLWCHAR)));

@@ -1,7 +1,7 @@
 // ODBC with owners and exceptions. Every failure is a DatabaseError with the driver's words.
 //
-// Texts are UTF-8 here; they go to the driver manager in UTF-16, except the values of rows, which
-// are bound as bytes (SQL_C_CHAR).
+// Texts are UTF-8 here. They are passed to the driver manager in UTF-16, except for the values of
+// rows, which are bound as bytes (SQL_C_CHAR).
 #pragma once
 
 #include <windows.h>
@@ -20,7 +20,7 @@
 
 namespace tallow::load {
 
-/// Owns one ODBC handle of any kind.
+// Owns one ODBC handle of any kind.
 class OdbcHandle {
  public:
   OdbcHandle() = default;
@@ -31,9 +31,9 @@ class OdbcHandle {
 
   SQLHANDLE get() const noexcept { return handle_; }
   SQLSMALLINT type() const noexcept { return type_; }
-  /// The first diagnostic of the last call on this handle; empty when there is none.
+  // The first diagnostic of the last call on this handle. Empty if there is none.
   Diagnostic diagnostic() const;
-  /// Throws DatabaseError unless the result is a success.
+  // Throws DatabaseError unless the result is a success.
   void check(SQLRETURN result, Step step = Step::kOther) const;
 
  private:
@@ -41,11 +41,11 @@ class OdbcHandle {
   SQLHANDLE handle_ = nullptr;
 };
 
-/// A connection in manual-commit mode. Rolls back and disconnects at its end.
+// A connection in manual-commit mode. The destructor rolls back and disconnects.
 class Connection {
  public:
-  /// `longestWait` is how long the database lets a statement wait for a lock. Throws DatabaseError,
-  /// and ToolError for a driver that is asked to connect again by itself.
+  // `longestWait` is how long the database lets a statement wait for a lock. Throws DatabaseError,
+  // or ToolError if the driver is asked to connect again by itself.
   explicit Connection(const std::string& connectionString,
                       std::chrono::milliseconds longestWait = std::chrono::seconds{30});
   ~Connection();
@@ -54,17 +54,17 @@ class Connection {
 
   void commit();
   void rollback();
-  /// Whether the driver knows that the connection is gone.
+  // Whether the driver knows that the connection is gone.
   bool isDead() const;
 
   Dialect dialect() const noexcept { return dialect_; }
-  /// What stands around a name that needs quotes.
+  // The quote for a name that needs quotes.
   const std::string& quote() const noexcept { return quote_; }
-  /// The database's type for long text.
+  // The database's type for long text.
   const std::string& textType() const noexcept { return textType_; }
-  /// Parameters that one statement can have.
+  // The number of parameters that one statement can have.
   std::size_t mostParameters() const noexcept { return mostParameters_; }
-  /// Bytes that one statement can have with its values, where the server sets a limit.
+  // The number of bytes that one statement can have with its values, if the server sets a limit.
   std::optional<std::uint64_t> largestStatement() const noexcept { return largestStatement_; }
   const OdbcHandle& handle() const noexcept { return connection_; }
 
@@ -87,7 +87,7 @@ class Connection {
   std::optional<std::uint64_t> largestStatement_;
 };
 
-/// A statement, run once or many times.
+// A statement, run once or many times.
 class Statement {
  public:
   explicit Statement(const Connection& connection);
@@ -95,22 +95,23 @@ class Statement {
   void execute(std::string_view sql);
   void prepare(std::string_view sql);
   void executePrepared(Step step = Step::kOther);
-  /// Each call binds the next parameter, to a copy of the value.
+  // Each call binds the next parameter to a copy of the value.
   void bindText(const std::optional<std::string>& value);
   void bindNumber(std::uint64_t value);
 
-  /// -1 when the driver can't say.
+  // -1 if the driver can't say.
   std::int64_t changedRows() const;
-  /// Throws DatabaseError, with what the driver has noted, unless that many rows were changed.
+  // Throws DatabaseError, with the driver's note, unless that many rows were changed.
   void requireChanged(std::int64_t rows, Step step = Step::kOther) const;
-  /// What the driver says about the last execution beside calling it a success.
+  // What the driver reports about the last execution in addition to success.
   const std::optional<Diagnostic>& note() const noexcept { return note_; }
   std::vector<std::string> columnNames() const;
-  /// False after the last row.
+  // False after the last row.
   bool fetch();
-  /// A column of the fetched row, counted from 1, in ascending order; nothing for null.
+  // A column of the fetched row, counted from 1. Columns must be read in ascending order. None for
+  // null.
   std::optional<std::string> text(SQLUSMALLINT column);
-  /// Throws DatabaseError when the column does not hold a whole number from 0 on.
+  // Throws DatabaseError unless the column holds a whole number that is not negative.
   std::uint64_t number(SQLUSMALLINT column);
   const OdbcHandle& handle() const noexcept { return statement_; }
 
@@ -126,11 +127,11 @@ class Statement {
 
   OdbcHandle statement_;
   std::optional<Diagnostic> note_;
-  // Bound by address: reserved, so that they stay where they are.
+  // They are bound by address, so room is reserved to keep them in place.
   std::vector<Parameter> parameters_;
 };
 
-/// SQL text for the wide functions.
+// Text for the wide functions of SQL.
 std::vector<SQLWCHAR> toSqlText(std::string_view utf8);
 
 }  // namespace tallow::load

@@ -62,8 +62,8 @@ Beginning decideBeginning(RunMode mode, const std::string& job,
 }
 
 AfterReconnection decideAfterReconnection(const Belief& belief, const JobRecord& row) {
-  // This loader has raised the number itself: by the claim just answered, by a commit that was
-  // carried out, and by those unanswered claims that were carried out all the same.
+  // This loader itself has raised the number: by the claim just answered, by commits that
+  // succeeded, and by claims that were not answered but succeeded all the same.
   const auto standsAt = [&](const JobProgress& progress, std::uint64_t earliest) {
     return row.progress == progress && row.commitNumber >= earliest &&
            row.commitNumber - earliest <= belief.unansweredClaims;
@@ -72,7 +72,7 @@ AfterReconnection decideAfterReconnection(const Belief& belief, const JobRecord&
     return row.progress.done ? AfterReconnection::kFinished : AfterReconnection::kStayHere;
   }
   if (standsAt(belief.committed, belief.commitNumber + 1)) return AfterReconnection::kGoBack;
-  // Nobody lowers the number.
+  // No loader lowers the number.
   return row.commitNumber <= belief.commitNumber ? AfterReconnection::kLostCommits
                                                  : AfterReconnection::kTaken;
 }

@@ -1,4 +1,4 @@
-// Why a row is rejected, and how that is written down.
+// Why a row is rejected, and the line that says so.
 #pragma once
 
 #include <cstddef>
@@ -10,11 +10,11 @@
 
 namespace tallow::load {
 
-/// Why a row that the parser finds bad, or that has not `columns` fields, is bad; nothing when it
-/// is not.
+// The fault of a row that the parser finds bad or that does not have `columns` fields. None if the
+// row is good.
 std::optional<Diagnostic> faultOf(const Row& row, std::size_t columns);
 
-/// The line of the reasons file.
+// The line of the reasons file.
 std::string reasonLine(const Row& row, const Diagnostic& reason);
 
 }  // namespace tallow::load

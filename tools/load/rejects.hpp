@@ -1,4 +1,4 @@
-// Rows that did not go into the table, as they came, and beside them why.
+// Files for rows that were not loaded, as they came, and for the reasons.
 #pragma once
 
 #include <cstdint>
@@ -10,12 +10,12 @@
 
 namespace tallow::load {
 
-/// The rejects file and, as `path`.reasons.csv, a table of line, byte offset, SQLSTATE and reason.
-/// Both grow with the load and go back with it. Without a path nothing is written.
+// The rejects file and, as `path`.reasons.csv, a table of line, byte offset, SQLSTATE and reason.
+// Both grow with the load and are cut back with it. Without a path nothing is written.
 class Rejects {
  public:
-  /// Opens the files and leaves them as they are. Throws ToolError when they cannot be written, and
-  /// when they are shorter than what the database says of them.
+  // Opens the files and does not change them. Throws ToolError if they cannot be written, or are
+  // shorter than the database says.
   Rejects(const std::string& path, std::uint64_t length, std::uint64_t reasonsLength);
 
   static std::string reasonsPath(const std::string& path) { return path + ".reasons.csv"; }

@@ -13,11 +13,11 @@ namespace {
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr unsigned char kOptions = CSV_STRICT | CSV_STRICT_FINI | CSV_EMPTY_IS_NULL;
 
-/// Bytes given to the library at once. Its buffer grows by a fixed step, which is set anew for each
-/// piece, so that a long value costs linear time.
+// How many bytes the library gets at once. Its buffer grows by a fixed step, which is set again for
+// each piece, so that a long value costs linear time.
 constexpr std::size_t kPiece = std::size_t{64} * 1024;
 
-/// The library strips what this calls space; blanks belong to the value here.
+// The library strips what this function calls space. Here blanks belong to the value.
 int isNeverSpace(unsigned char /*character*/) {
   return 0;
 }
@@ -98,7 +98,7 @@ bool RowParser::finish(Row& row) {
   return true;
 }
 
-/// Leaves the row that was handed out behind.
+// Moves past the row that was returned.
 void RowParser::settleRow() {
   if (!emitted_) return;
   emitted_ = rowEnded_ = malformed_ = false;
@@ -112,7 +112,7 @@ void RowParser::settleRow() {
   kinds_ = {};
 }
 
-/// False when the input is too short to tell; it is carried then.
+// False if the input is too short to decide. It is kept in carried_ then.
 bool RowParser::skipByteOrderMark() {
   std::string head = carried_;
   head += input_.substr(0, kByteOrderMark.size() - carried_.size());
@@ -132,7 +132,7 @@ bool RowParser::skipByteOrderMark() {
   return true;
 }
 
-/// What was held back as the beginning of a byte order mark is none.
+// Takes as data what was held back as a possible beginning of a byte order mark.
 void RowParser::takeAsData() {
   scanLine(carried_, kinds_);
   feed(carried_);
@@ -147,7 +147,8 @@ bool RowParser::takeHeldReturn(Row& row) {
   return endLine(blank, row);
 }
 
-/// Takes the input up to and with the next line break, or all of it; true when a row is complete.
+// Takes the input up to the next line break, including that, or all of it. True if a row is
+// complete.
 bool RowParser::takeLine(Row& row) {
   const std::size_t lineBreak = cursor_ + scanLine(input_.substr(cursor_), kinds_);
   const bool missing = lineBreak == input_.size();
@@ -214,7 +215,7 @@ void RowParser::onField(void* text, std::size_t length, void* self) {
   parser.valuesUsed_ += length;
 }
 
-/// Lets the values grow, which moves those that the row has already.
+// Makes room for more values, which moves those that the row has already.
 void RowParser::makeRoom(std::size_t length) {
   const char* before = values_.data();
   std::vector<char> larger(2 * (valuesUsed_ + length));
@@ -230,7 +231,7 @@ void RowParser::onRow(int /*terminator*/, void* self) {
   static_cast<RowParser*>(self)->rowEnded_ = true;
 }
 
-/// Once the library has found a misplaced quote, the rest of the line belongs to the bad row.
+// Once the library has found a misplaced quote, the rest of the line belongs to the bad row.
 void RowParser::feed(std::string_view text) {
   while (!text.empty() && !malformed_) {
     const std::string_view piece = text.substr(0, kPiece);
@@ -243,7 +244,7 @@ void RowParser::feed(std::string_view text) {
   }
 }
 
-/// Takes the row at hand out of the input, which ends.
+// Moves the current row out of the input, which ends.
 void RowParser::keepRest() {
   carried_.append(input_, rowStart_);
   setInput({});

@@ -1,4 +1,4 @@
-// Keeping passwords out of what the program prints.
+// Keeps passwords out of what the program prints.
 #pragma once
 
 #include <string>
@@ -7,10 +7,10 @@
 
 namespace tallow::load {
 
-/// The connection string, or a URL, with "***" in place of every password.
+// The connection string, or a URL, with "***" in place of every password.
 std::string withoutSecrets(std::string_view connection);
 
-/// Takes a connection string's passwords out of texts that others have written, as drivers do.
+// Removes a connection string's passwords from texts of others, such as drivers.
 class SecretMask {
  public:
   explicit SecretMask(std::string_view connection);

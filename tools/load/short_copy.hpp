@@ -1,4 +1,4 @@
-// A copy that is quick for the few bytes that most values have.
+// Copies the few bytes that most values have, quickly.
 #pragma once
 
 #include <cstddef>
@@ -6,7 +6,8 @@
 
 namespace tallow::load {
 
-/// memcpy without the call for up to 16 bytes: two pieces that overlap in the middle.
+// Like memcpy, but without the call for up to 16 bytes: it copies two pieces that overlap in the
+// middle.
 inline void copyShort(char* to, const char* from, std::size_t length) noexcept {
   const auto twoPieces = [&](auto piece) {
     constexpr std::size_t kSize = sizeof piece;

@@ -9,7 +9,7 @@
 namespace tallow::load {
 namespace {
 
-// SQLite's result codes. The low byte is the code; what lies above it refines it.
+// SQLite's result codes. The low byte is the code. The higher bytes give details.
 constexpr int kSqliteCodeMask = 0xff;
 constexpr int kSqliteBusy = 5;
 constexpr int kSqliteLocked = 6;
@@ -18,7 +18,7 @@ constexpr int kSqliteTooBig = 18;
 constexpr int kSqliteConstraint = 19;
 constexpr int kSqliteMismatch = 20;
 
-/// Native codes of MariaDB and MySQL for faults that pass, whatever their SQLSTATE.
+// Native codes of MariaDB and MySQL for faults that pass, whatever their SQLSTATE.
 constexpr std::array kMariadbPassing = {
     1020,                          // the row has changed since it was read
     1040, 1203, 1226,              // too many connections
@@ -28,20 +28,20 @@ constexpr std::array kMariadbPassing = {
     1205, 1213, 1614,              // lock wait, deadlock
     1290, 1792, 1836,              // the server has become read-only
     1317, 1927, 1969, 3024, 4031,  // query or connection killed, or out of time
-    2002, 2003, 2006, 2013, 2055,  // the client's: no server, or none any more
+    2002, 2003, 2006, 2013, 2055,  // from the client: there is no server, or no longer one
 };
 
-/// Native codes of MariaDB and MySQL for a login that is refused, or that asks for what is not
-/// there.
+// Native codes of MariaDB and MySQL for a login that is refused, or that asks for something that
+// does not exist.
 constexpr std::array kMariadbRefused = {1044, 1045, 1049, 1227, 1251, 1698};
 
-/// Native codes of MariaDB and MySQL for a value or row that does not fit, which come as HY000 or
-/// as a warning too.
+// Native codes of MariaDB and MySQL for a value or row that does not fit. They also come as HY000
+// or as a warning.
 constexpr std::array kMariadbBadData = {1048, 1264, 1265, 1292, 1364, 1366, 1406, 1411, 1416, 4025};
 
 constexpr int kMariadbLockWait = 1205;
 
-/// What servers of PostgreSQL say when they refuse a login: their driver passes no SQLSTATE on.
+// What PostgreSQL servers say when they refuse a login. Their driver passes no SQLSTATE on.
 constexpr std::array<std::string_view, 5> kPostgresRefusals = {
     "authentication failed", "no password supplied", "no pg_hba.conf entry", "does not exist",
     "not permitted to log in"};
@@ -50,7 +50,7 @@ bool contains(std::span<const int> codes, int code) {
   return std::ranges::find(codes, code) != codes.end();
 }
 
-/// The data or a constraint.
+// Whether the class stands for a fault of the data or of a constraint.
 bool blamesRow(std::string_view stateClass) {
   return stateClass == "22" || stateClass == "23";
 }
@@ -79,7 +79,7 @@ Fault classifyMariadb(const Diagnostic& diagnostic, Step step) {
 
 bool isRefusedForGood(const Diagnostic& diagnostic) {
   const std::string_view state = diagnostic.state;
-  // 01000 is what the driver manager says of a driver whose file it cannot load.
+  // 01000 is what the driver manager reports if it cannot load a driver's file.
   if (state.starts_with("28") || state.starts_with("3D") || state.starts_with("IM") ||
       state == "01000" || contains(kMariadbRefused, diagnostic.native)) {
     return true;
@@ -112,7 +112,7 @@ Fault classify(const Diagnostic& diagnostic, Dialect dialect, Step step) {
     return classifySqlite(diagnostic.native, step);
   }
   const std::string_view stateClass = state.substr(0, 2);
-  // Our own words for rows that did not arrive, and a driver's for a value that was cut.
+  // These are our own state for rows that did not arrive, and a driver's for a value that was cut.
   if (step == Step::kInsert && (state == "21S02" || state == "01004")) return Fault::kBadRow;
   // 40002 is a constraint that fails at the commit, and 57P04 a database that was dropped.
   const bool passes = stateClass == "08" || stateClass == "40" || stateClass == "57" ||

@@ -7,43 +7,44 @@
 
 namespace tallow::load {
 
-/// What a driver says about a failed call.
+// What a driver reports about a failed call.
 struct Diagnostic {
-  std::string state;  // SQLSTATE, five characters; empty when the driver gave none
+  std::string state;  // SQLSTATE, five characters; empty if the driver gave none
   int native = 0;     // the database's own number
   std::string text;   // UTF-8
 };
 
 enum class Dialect {
   kStandard,
-  kSqlite,   // its driver answers HY000 to everything: only the native code tells
-  kMariadb,  // and MySQL: HY000 stands for much, and the native code tells more
+  kSqlite,   // its driver always returns HY000; only the native code says more
+  kMariadb,  // and MySQL: HY000 has many meanings, and the native code says more
   kPostgres,
 };
 
-/// The dialect of a database that calls itself by this name.
+// The dialect of a database that calls itself by this name.
 Dialect dialectOf(std::string_view product);
 
-/// Where in a load the error came.
+// The step of a load in which the error came.
 enum class Step { kConnect, kInsert, kOther };
 
 enum class Fault {
   kBadRow,     // the database refuses a value or a row of this statement
   kLost,       // rolled back or disconnected: connect again and go back to the checkpoint
-  kPermanent,  // trying again cannot help before something has been mended
+  kPermanent,  // another attempt cannot help before something has been mended
 };
 
-/// A connection that is found dead is lost whatever the error says; the caller checks that. A
-/// connection that cannot be made is lost unless the login is refused or the driver is missing.
+// If the connection is found dead, it is lost, whatever the error says. The caller checks that. A
+// connection that cannot be made counts as lost, unless the login is refused or the driver is
+// missing.
 Fault classify(const Diagnostic& diagnostic, Dialect dialect, Step step);
 
-/// Whether a success with this beside it stands for a value that was altered to fit.
+// Whether a success with this diagnostic means that a value was altered to fit.
 bool altersValue(const Diagnostic& diagnostic, Dialect dialect);
 
-/// Whether another connection holds what this one needs for too long.
+// Whether another connection holds what this one needs for too long.
 bool isLockedByAnother(const Diagnostic& diagnostic, Dialect dialect);
 
-/// A call of the database failed; what() is "text (SQLSTATE 23505, native 7)".
+// A call of the database failed. what() is "text (SQLSTATE 23505, native 7)".
 class DatabaseError : public std::runtime_error {
  public:
   explicit DatabaseError(Diagnostic diagnostic, Step step = Step::kOther);
@@ -56,7 +57,7 @@ class DatabaseError : public std::runtime_error {
   Step step_;
 };
 
-/// The diagnostic in one line.
+// The diagnostic in one line.
 std::string describe(const Diagnostic& diagnostic);
 
 }  // namespace tallow::load

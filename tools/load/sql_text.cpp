@@ -9,7 +9,7 @@
 namespace tallow::load {
 namespace {
 
-/// Wine 10's driver manager takes 1,024 parameters, the smallest limit in use.
+// Wine 10's driver manager takes 1,024 parameters, the smallest limit in use.
 constexpr std::size_t kMostParameters = 1000;
 constexpr std::size_t kMostRows = 100;
 constexpr std::size_t kMostParts = 4;
@@ -28,7 +28,7 @@ bool isBlank(std::string_view quote) {
   return quote.empty() || quote == " ";
 }
 
-/// Takes a part in quotes off the front of `rest`; an empty one when it is not closed.
+// Removes a part in quotes from the beginning of `rest` and returns it. Empty if it is not closed.
 NamePart takeQuoted(std::string_view& rest, char close) {
   NamePart part{{}, true};
   for (std::size_t i = 1; i < rest.size(); ++i) {
@@ -44,7 +44,7 @@ NamePart takeQuoted(std::string_view& rest, char close) {
   return {};
 }
 
-/// Takes a part off the front of `rest`, up to a dot or a quote.
+// Removes a part from the beginning of `rest`, up to a dot or a quote, and returns it.
 NamePart takePart(std::string_view& rest) {
   const char first = rest.empty() ? '\0' : rest.front();
   if (first == '"' || first == '`') return takeQuoted(rest, first);

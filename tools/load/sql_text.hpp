@@ -1,4 +1,4 @@
-// Statements as text.
+// Writes statements as text.
 #pragma once
 
 #include <cstddef>
@@ -8,19 +8,20 @@
 
 namespace tallow::load {
 
-/// Letters, digits and underscores, not beginning with a digit: a name that needs no quotes.
+// Whether the name needs no quotes: letters, digits and underscores, with no digit at the
+// beginning.
 bool isPlainName(std::string_view name);
 
-/// The name between the database's quotes, those inside doubled. An empty or blank `quote` means
-/// that the database has none; then only plain names can be used, and others throw ToolError.
+// The name in the database's quotes, with those inside doubled. If `quote` is empty or blank, the
+// database has none. Then only plain names can be used, and others throw ToolError.
 std::string quoteName(std::string_view name, std::string_view quote);
 
 enum class Quoting {
-  kWhereNeeded,  // plain names stand bare, so that the database folds their case as it does yours
+  kWhereNeeded,  // plain names stay bare, so that the database folds their case as it does yours
   kAlways,
 };
 
-/// One part of a table's name. What the command line has in quotes is spelled in quotes always.
+// One part of a table's name. A part that is in quotes on the command line always gets quotes.
 struct NamePart {
   std::string text;
   bool quoted = false;
@@ -28,26 +29,26 @@ struct NamePart {
   bool operator==(const NamePart&) const = default;
 };
 
-/// A table as the command line names it: up to four parts with dots between them, each bare or in
-/// quotes ("..." or `...`, doubled inside, or [...]). Throws MisuseError for anything else.
+// A table as the command line names it: up to four parts with dots between them, each plain or in
+// quotes ("..." or `...`, doubled inside, or [...]). Throws MisuseError for anything else.
 std::vector<NamePart> parseTableName(std::string_view table);
 
-/// The table's name as a statement spells it; no part of it can be anything but a name.
+// The table's name as a statement spells it. No part of it can be anything but a name.
 std::string tableName(std::string_view table, std::string_view quote, Quoting quoting);
 
-/// INSERT of `rows` rows, one parameter for each value.
+// INSERT of `rows` rows, one parameter for each value.
 std::string insertStatement(const std::string& table, const std::vector<std::string>& quotedColumns,
                             std::size_t rows);
 
-/// CREATE TABLE with all columns of one type.
+// CREATE TABLE with all columns of one type.
 std::string createStatement(const std::string& table, const std::vector<std::string>& quotedColumns,
                             const std::string& type);
 
-/// Rows of a statement when nobody says: few enough for every database's limit on parameters.
+// The default number of rows in a statement, small enough for every database's limit on parameters.
 std::size_t defaultBatch(std::size_t columns);
 
-/// The largest power of two that is not above `rows`: a rest is inserted in such pieces, so that
-/// few statements serve all sizes.
+// The largest power of two that is not above `rows`. The last rows are inserted in such pieces, so
+// that few statements serve all sizes.
 std::size_t pieceOf(std::size_t rows);
 
 }  // namespace tallow::load

@@ -7,7 +7,7 @@
 namespace tallow::load {
 namespace {
 
-/// The engine that MariaDB and MySQL name for the table; empty for a view.
+// The engine that MariaDB and MySQL name for the table. Empty for a view.
 std::string engineOf(const Connection& connection, const std::string& sqlName) {
   Statement statement(connection);
   statement.execute("SHOW CREATE TABLE " + sqlName);

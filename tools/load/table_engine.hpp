@@ -1,4 +1,4 @@
-// What keeps a table's rows, where a database has several kinds of it.
+// Checks the engine of a table, in databases that have several.
 #pragma once
 
 #include <string>
@@ -7,8 +7,8 @@
 
 namespace tallow::load {
 
-/// Throws ToolError when the table, named as statements spell it, is kept by an engine without
-/// transactions: rows could then come twice. Ends the transaction.
+// Throws ToolError if the engine of the table has no transactions, because rows could then come
+// twice. `sqlName` is the name as statements spell it. Ends the transaction.
 void requireTransactions(Connection& connection, const std::string& sqlName);
 
 }  // namespace tallow::load

@@ -78,7 +78,8 @@ TargetTable createTable(Connection& connection, const std::string& table,
                                    connection.textType()));
       connection.commit();
     } catch (const DatabaseError& error) {
-      // Counts only if the table is not there afterwards: another load may have made it.
+      // The error matters only if the table does not exist afterwards. Another load may have made
+      // it.
       reason = error.what();
       connection.rollback();
     }

@@ -10,22 +10,22 @@
 
 namespace tallow::load {
 
-/// A table that is there: how statements spell it, and its columns in their order.
+// A table that exists: how statements spell it, and its columns in their order.
 struct TargetTable {
   std::string sqlName;
   std::vector<std::string> columns;
 };
 
-/// Nothing when the database shows no such table. Ends the transaction.
+// None if the database shows no such table. Ends the transaction.
 std::optional<TargetTable> findTable(Connection& connection, const std::string& table);
 
-/// The table, made with these columns of long text unless it is there already. Ends the
-/// transaction. Throws ToolError with the database's words when it cannot be made.
+// Makes the table with these columns of long text, if it does not exist. Ends the transaction.
+// Throws ToolError with the database's words if it cannot be made.
 TargetTable createTable(Connection& connection, const std::string& table,
                         const std::vector<std::string>& columns);
 
-/// The table's own spelling of the wanted columns; a case that differs is forgiven where only one
-/// column can be meant. Throws ToolError for one that is missing or named twice.
+// The table's own spelling of the wanted columns. A different case is accepted if only one column
+// can be meant. Throws ToolError if a column is missing or named twice.
 std::vector<std::string> matchColumns(const std::vector<std::string>& wanted,
                                       const TargetTable& table);
 

@@ -41,7 +41,7 @@ void WorkerThread::wait() {
 }
 
 void WorkerThread::interrupt() noexcept {
-  constexpr DWORD kAgain = 10;  // milliseconds: only a wait that has begun can be interrupted
+  constexpr DWORD kAgain = 10;  // milliseconds; only a wait that has begun can be interrupted
   while (WaitForSingleObject(done_.get(), kAgain) == WAIT_TIMEOUT) {
     CancelSynchronousIo(thread_.get());
   }

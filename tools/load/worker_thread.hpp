@@ -1,4 +1,4 @@
-// A thread that does one piece of work after the other for the thread that owns it.
+// A thread that does one piece of work after another for the thread that owns it.
 #pragma once
 
 #include <windows.h>
@@ -10,23 +10,23 @@
 
 namespace tallow::load {
 
-/// The system's own events wake the two threads. With the condition variables of the compiler's
-/// thread library one load in a thousand stood still for ever, both threads waiting.
+// The system's own events wake the two threads. With the condition variables of the compiler's
+// thread library, one load in a thousand hung, with both threads waiting.
 class WorkerThread {
  public:
-  /// Throws ToolError when there can be no thread.
+  // Throws ToolError if the thread cannot be made.
   WorkerThread();
-  /// Ends the thread; there must be no work under way.
+  // Ends the thread. There must be no work in progress.
   ~WorkerThread();
   WorkerThread(const WorkerThread&) = delete;
   WorkerThread& operator=(const WorkerThread&) = delete;
 
-  /// Begins a piece of work. The one before must have been waited for.
+  // Begins a piece of work. The caller must have waited for the one before.
   void begin(std::function<void()> work);
-  /// Waits for the work and throws what it has thrown.
+  // Waits for the work and throws what it has thrown.
   void wait();
-  /// Interrupts what the work waits for in the system, again and again, until it has ended; what it
-  /// throws is forgotten.
+  // Interrupts the system call that the work waits in, again and again until the work has ended.
+  // What the work throws is forgotten.
   void interrupt() noexcept;
 
  private:

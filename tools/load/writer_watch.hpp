@@ -1,4 +1,4 @@
-// An end for requests of the module that the writer keeps waiting.
+// Ends requests of the module that the writer keeps waiting.
 #pragma once
 
 #include <chrono>
@@ -13,19 +13,19 @@
 
 namespace tallow::load {
 
-/// Looks at the waits of the load's thread from a thread of its own. The module gives a request up
-/// only now and then, so the end of the wait is the end of the process; the position of the load
-/// survives it.
+// Watches the waits of the load's thread from a separate thread. The module gives up a request only
+// in some cases, so the end of the wait is the end of the process. The position of the load
+// survives it.
 class WriterWatch {
  public:
-  /// `giveUp` gets the reason, on the watch's thread while the load's thread stands still; it must
-  /// end the process.
+  // `giveUp` gets the reason. It is called on the watch's thread, and must end the process. The
+  // load's thread waits meanwhile.
   WriterWatch(const tools::WriterWait& wait, std::function<void(const std::string&)> giveUp);
   ~WriterWatch();
   WriterWatch(const WriterWatch&) = delete;
   WriterWatch& operator=(const WriterWatch&) = delete;
 
-  /// While one lives, the load's thread waits for this many blocks. One at a time.
+  // While one exists, the load's thread waits for this many blocks. One at a time.
   class Wait {
    public:
     Wait(WriterWatch& watch, std::uint64_t blocks);
@@ -45,8 +45,8 @@ class WriterWatch {
   tools::WriterWait wait_;
   std::function<void(const std::string&)> giveUp_;
   tools::UniqueHandle ended_;
-  std::mutex mutex_;          // guards what follows
-  std::uint64_t blocks_ = 0;  // 0: nothing is waited for
+  std::mutex mutex_;          // guards the members below
+  std::uint64_t blocks_ = 0;  // 0: not waiting
   Clock::time_point began_;
   std::thread thread_;
 };
