@@ -1,10 +1,11 @@
 #!/usr/bin/env python3
-"""Check a language's texts against the table of messages.
+"""Checks a language's texts against the table of messages.
 
 Usage: check_texts.py messages.def tallowin<language>.rc CODE_PAGE
 
-Fails with a line for each text that is missing, surplus or given twice, whose conversions are not
-those of the table in the same order, or that the language's ANSI code page cannot show.
+Prints a line for each fault, and fails if there is one: a text that is missing, given twice or not
+in the table; conversions that differ from the table's or come in another order; a character that
+the language's ANSI code page does not have.
 """
 
 import re

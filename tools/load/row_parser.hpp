@@ -117,7 +117,7 @@ class RowParser {
   bool rowEnded_ = false;
   bool malformed_ = false;
   bool emitted_ = false;        // the current row has been returned
-  std::uint64_t offset_ = 0;    // of the row at hand
+  std::uint64_t offset_ = 0;    // of the current row
   std::uint64_t lines_ = 0;     // before the current row
   std::uint64_t rowLines_ = 0;  // inside the current row
   std::vector<char> values_;    // the texts of the row's fields, one after the other
