@@ -74,12 +74,9 @@ void bringFileInLine(Job& job) {
 
 }  // namespace
 
-void getPos(Job& job, TallowRequestBlock& request, TallowPositionBlock& block) {
+std::uint32_t getPos(Job& job, TallowPositionBlock& block) {
   DeliveryState& state = job.state;
-  if (state.stream == StreamState::kLost) {
-    request.returnCode = pmrcDelivery;
-    return;
-  }
+  if (state.stream == StreamState::kLost) return pmrcDelivery;
   createDeferred(job);
   if (state.deliveryMode == DeliveryMode::kRestartable) {
     diag::logMessage<MessageId::kGetPosDropsRecovery>(LogLevel::kPosition,
@@ -94,6 +91,7 @@ void getPos(Job& job, TallowRequestBlock& request, TallowPositionBlock& block) {
   state.checkpointBlockNo = state.lastBlockNo;
   diag::log(LogLevel::kTrace, MessageId::kTrace, "GetPos returns block no. %I64u.",
             state.lastBlockNo);
+  return pmrcSuccess;
 }
 
 }  // namespace tallow::delivery

@@ -12,11 +12,11 @@ namespace {
 using diag::log;
 using diag::LogLevel;
 
-void returnEof(DeliveryState& state, TallowRequestBlock& request, TallowReadBlock& block) {
+std::uint32_t returnEof(DeliveryState& state, TallowReadBlock& block) {
   log(LogLevel::kTrace, MessageId::kTrace, "Returning pmrcEOF to Kelvane.");
   state.eofReturned = true;
-  request.returnCode = pmrcEOF;
   block.dataLength = 0;
+  return pmrcEOF;
 }
 
 void logPipeBlock(std::uint32_t length, std::uint64_t blockNo) {
@@ -53,15 +53,12 @@ pipe::PipeRead readPipe(Job& job, TallowReadBlock& block) {
   }
 }
 
-void deliverFromPipe(Job& job, TallowRequestBlock& request, TallowReadBlock& block) {
+std::uint32_t deliverFromPipe(Job& job, TallowReadBlock& block) {
   DeliveryState& state = job.state;
   const pipe::PipeRead read = readPipe(job, block);
   state.pipeEof = read.end;
   const std::uint32_t length = block.dataLength;
-  if (length == 0 && read.end) {
-    returnEof(state, request, block);
-    return;
-  }
+  if (length == 0 && read.end) return returnEof(state, block);
   const std::uint64_t blockNo = state.nextBlockNo++;
   coverPipeBlock(job, blockNo, block.dataBuffer, length, read);
   state.lastBlockNo = blockNo;
@@ -69,38 +66,30 @@ void deliverFromPipe(Job& job, TallowRequestBlock& request, TallowReadBlock& blo
   job.pending.pendingLength = length;
   job.pending.pendingBlockNo = blockNo;
   logPipeBlock(length, blockNo);
+  return pmrcSuccess;
 }
 
-void deliverLive(Job& job, TallowRequestBlock& request, TallowReadBlock& block) {
+std::uint32_t deliverLive(Job& job, TallowReadBlock& block) {
   if (job.pending.pendingBlockNo == job.state.nextBlockNo) {
     deliverPending(job, block);
-    return;
+    return pmrcSuccess;
   }
   writePending(job, fallback::PendingWrite::kMayStartArea);
-  if (job.state.pipeEof) {
-    returnEof(job.state, request, block);
-    return;
-  }
-  deliverFromPipe(job, request, block);
+  if (job.state.pipeEof) return returnEof(job.state, block);
+  return deliverFromPipe(job, block);
 }
 
 }  // namespace
 
-void read(Job& job, TallowRequestBlock& request, TallowReadBlock& block) {
-  if (job.state.stream != StreamState::kWhole) {
-    request.returnCode = pmrcDelivery;
-    return;
-  }
+std::uint32_t read(Job& job, TallowReadBlock& block) {
+  if (job.state.stream != StreamState::kWhole) return pmrcDelivery;
   if (job.state.deliveryMode == DeliveryMode::kRestartable) {
     diag::logMessage<MessageId::kReadDropsRecovery>(LogLevel::kPosition,
                                                     job.fallback.fallbackName.c_str());
     dropRecovery(job);
   }
-  if (job.state.deliveryMode == DeliveryMode::kReplaying) {
-    replay(job, request, block);
-  } else {
-    deliverLive(job, request, block);
-  }
+  return job.state.deliveryMode == DeliveryMode::kReplaying ? replay(job, block)
+                                                            : deliverLive(job, block);
 }
 
 }  // namespace tallow::delivery

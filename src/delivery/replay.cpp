@@ -56,28 +56,22 @@ std::optional<std::uint32_t> readRecord(Job& job, void* buffer) {
   return job.fallback.shortBlocks.lengthOf(job.state.nextBlockNo, blockSize);
 }
 
-void refuseRecord(Job& job, TallowRequestBlock& request) {
-  request.returnCode = pmrcDelivery;
+std::uint32_t refuseRecord(Job& job) {
   // Back to the start of the record, so that the rest of it is never taken for the next one.
   fallback::seekSilently(job.fallback, nextRecordOffset(job));
   diag::logMessage<MessageId::kFallbackReadFailed>(LogLevel::kError,
                                                    job.fallback.fallbackName.c_str());
+  return pmrcDelivery;
 }
 
 }  // namespace
 
-void replay(Job& job, TallowRequestBlock& request, TallowReadBlock& block) {
+std::uint32_t replay(Job& job, TallowReadBlock& block) {
   DeliveryState& state = job.state;
-  if (!job.fallback.fallbackFile) {
-    request.returnCode = pmrcDelivery;
-    return;
-  }
+  if (!job.fallback.fallbackFile) return pmrcDelivery;
   const StreamPlace place = whereIs(job.fallback.fallbackFile, nextRecordOffset(job));
   const std::optional<std::uint32_t> length = readRecord(job, block.dataBuffer);
-  if (!length) {
-    refuseRecord(job, request);
-    return;
-  }
+  if (!length) return refuseRecord(job);
   block.dataLength = *length;
   diag::log(LogLevel::kTrace, MessageId::kTrace,
             "Returning %d data bytes from fallback file (length %I64d, position %I64d) to Kelvane "
@@ -90,6 +84,7 @@ void replay(Job& job, TallowRequestBlock& request, TallowReadBlock& block) {
     fallback::seek(job.fallback, nextRecordOffset(job));
     state.deliveryMode = DeliveryMode::kLive;
   }
+  return pmrcSuccess;
 }
 
 }  // namespace tallow::delivery

@@ -3,6 +3,7 @@
 #include "diag/log.hpp"
 #include "diag/messages.hpp"
 #include "diag/system_error.hpp"
+#include "tallow/tallow.h"
 
 namespace tallow::delivery {
 
@@ -41,7 +42,7 @@ void lookUpLength(Job& job, std::uint64_t blockNo) {
 
 // Reads the re-sent data block by block into the pending buffer, up to the wanted block. From the
 // first read on, the stream is lost unless the restart is accepted.
-void skipResentData(Job& job, TallowRequestBlock& request, std::uint64_t wantedBlockNo) {
+void skipResentData(Job& job, std::uint64_t wantedBlockNo) {
   DeliveryState& state = job.state;
   fallback::PendingBlock& pending = job.pending;
   std::uint64_t blockNo = 0;
@@ -59,12 +60,13 @@ void skipResentData(Job& job, TallowRequestBlock& request, std::uint64_t wantedB
   if (blockNo < wantedBlockNo || pending.pendingLength == 0 ||
       // If the first run's blocks were not full, they cannot be counted in the re-sent data.
       (isShort && !job.options.needFullBlock)) {
-    refusePosition(request);
+    refusePosition();
   }
 }
 
-// Compares the data read so far with the signature of the sync point. False: the request fails.
-bool checkSignature(Job& job, TallowRequestBlock& request, const fallback::SyncPoint& point) {
+// Compares the data read so far with the signature of the sync point. False: the restart is
+// refused.
+bool checkSignature(Job& job, const fallback::SyncPoint& point) {
   constexpr int kMustMatch = 2;
   const int check = job.options.signatureCheck;
   if (check == 0 || (job.fallback.hasSignatures() &&
@@ -74,9 +76,9 @@ bool checkSignature(Job& job, TallowRequestBlock& request, const fallback::SyncP
   diag::logMessage<MessageId::kDataDiffers>(check == kMustMatch ? LogLevel::kError
                                                                 : LogLevel::kWarning);
   if (check != kMustMatch) return true;
-  request.returnCode = pmrcDelivery;
   if (!fallback::seekSilently(job.fallback, fallback::kSyncAreaOffset)) {
-    diag::raise<MessageId::kFallbackFileUnusable>(job.fallback.fallbackName.c_str());
+    diag::raiseWithCode<MessageId::kFallbackFileUnusable>(pmrcDelivery,
+                                                          job.fallback.fallbackName.c_str());
   }
   return false;
 }
@@ -97,16 +99,17 @@ void acceptPosition(Job& job, std::uint64_t blockNo) {
 
 }  // namespace
 
-void refusePosition(TallowRequestBlock& request) {
-  request.returnCode = pmrcBadPosition;
-  diag::raise<MessageId::kBadPosition>();
+void refusePosition() {
+  diag::raiseWithCode<MessageId::kBadPosition>(pmrcBadPosition);
 }
 
-void restart(Job& job, TallowRequestBlock& request, std::uint64_t blockNo) {
+std::uint32_t restart(Job& job, std::uint64_t blockNo) {
   const fallback::SyncPoint* point = fallback::findSyncPoint(job.fallback.syncPoints, blockNo);
-  if (blockNo == kNoBlock || point == nullptr) refusePosition(request);
-  if (blockNo != 0) skipResentData(job, request, blockNo);
-  if (checkSignature(job, request, *point)) acceptPosition(job, blockNo);
+  if (blockNo == kNoBlock || point == nullptr) refusePosition();
+  if (blockNo != 0) skipResentData(job, blockNo);
+  if (!checkSignature(job, *point)) return pmrcDelivery;
+  acceptPosition(job, blockNo);
+  return pmrcSuccess;
 }
 
 }  // namespace tallow::delivery

@@ -34,11 +34,11 @@ void restoreDigest(DeliveryState& state, std::uint64_t blockNo) {
 }
 
 // Goes back within the run.
-void reposition(Job& job, TallowRequestBlock& request, std::uint64_t position) {
+void reposition(Job& job, std::uint64_t position) {
   DeliveryState& state = job.state;
   fallback::FallbackFile& file = job.fallback;
   const std::optional<std::uint64_t> target = blockToRestartAt(restartPoints(job), position);
-  if (!target) refusePosition(request);
+  if (!target) refusePosition();
   if (*target == 0) {
     state.checkpointBlockNo = 0;
     state.nextBlockNo = 1;
@@ -73,21 +73,16 @@ std::uint64_t takePosition(const TallowPositionBlock& block) {
 
 }  // namespace
 
-void setPos(Job& job, TallowRequestBlock& request, TallowPositionBlock& block) {
+std::uint32_t setPos(Job& job, const TallowPositionBlock& block) {
   DeliveryState& state = job.state;
-  if (state.stream != StreamState::kWhole) {
-    request.returnCode = pmrcDelivery;
-    return;
-  }
+  if (state.stream != StreamState::kWhole) return pmrcDelivery;
   state.eofReturned = false;
   state.pipeEof = false;
   if (!job.fallback.fallbackFile) diag::raise<MessageId::kNoFallbackFile>();
   const std::uint64_t position = takePosition(block);
-  if (state.deliveryMode == DeliveryMode::kRestartable) {
-    restart(job, request, position);
-  } else {
-    reposition(job, request, position);
-  }
+  if (state.deliveryMode == DeliveryMode::kRestartable) return restart(job, position);
+  reposition(job, position);
+  return pmrcSuccess;
 }
 
 }  // namespace tallow::delivery

@@ -1,6 +1,7 @@
 // The numbered messages: texts of the language library, formatted with their arguments.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <type_traits>
 
@@ -49,6 +50,18 @@ std::string message(Arguments... arguments) {
 template <MessageId id, class... Arguments>
 [[noreturn]] void raise(Arguments... arguments) {
   throw CErrMsgException(id, message<id>(arguments...));
+}
+
+// The same with a return code. If memory runs out during the formatting, the exception that is
+// raised instead carries the code too.
+template <MessageId id, class... Arguments>
+[[noreturn]] void raiseWithCode(std::uint32_t returnCode, Arguments... arguments) {
+  try {
+    raise<id>(arguments...);
+  } catch (CErrMsgException& failure) {
+    failure.setReturnCode(returnCode);
+    throw;
+  }
 }
 
 // Logs a text as it is, percent signs included.

@@ -63,7 +63,7 @@ void open(ModuleRecord& module, TallowRequestBlock& request, TallowOpenBlock& bl
   }
   auto instance = std::make_unique<ModuleInstance>(module);
   block.moduleHandle = &module;
-  pipe::openPipe(instance->job.pipe, options, name, request);
+  pipe::openPipe(instance->job.pipe, options, name);
   fallback::setPipeName(instance->job.fallback.headerImage, name.c_str());
   prepareFallback(instance->job);
   module.instances.push_back(std::move(instance));

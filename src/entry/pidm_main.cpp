@@ -51,6 +51,7 @@ class Request {
 
   // The three kinds of failure that can leave a request.
   void report(const diag::CErrMsgException& failure) {
+    if (failure.returnCode() != pmrcSuccess) request_.returnCode = failure.returnCode();
     const char* what = failure.what();
     const bool hasText = *what != '\0';
     const std::string substitute = hasText ? std::string() : failureWithoutText();
@@ -116,13 +117,17 @@ class Request {
       case pmiPIDMOptRead:
         // Before the handle is checked, as above.
         block<TallowReadBlock>().dataLength = 0;
-        return delivery::read(instance<TallowReadBlock>().job, request_, block<TallowReadBlock>());
+        request_.returnCode =
+            delivery::read(instance<TallowReadBlock>().job, block<TallowReadBlock>());
+        return;
       case pmiPIDMOptGetPos:
-        return delivery::getPos(instance<TallowPositionBlock>().job, request_,
-                                block<TallowPositionBlock>());
+        request_.returnCode =
+            delivery::getPos(instance<TallowPositionBlock>().job, block<TallowPositionBlock>());
+        return;
       case pmiPIDMOptSetPos:
-        return delivery::setPos(instance<TallowPositionBlock>().job, request_,
-                                block<TallowPositionBlock>());
+        request_.returnCode =
+            delivery::setPos(instance<TallowPositionBlock>().job, block<TallowPositionBlock>());
+        return;
       case pmiPIDMOptWrite:
         return refuseWrite();
       case pmiPIDMOptShut:

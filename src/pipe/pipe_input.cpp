@@ -9,6 +9,7 @@
 #include "diag/system_error.hpp"
 #include "pipe/pipe_name.hpp"
 #include "pipe/wide_name.hpp"
+#include "tallow/tallow.h"
 
 namespace tallow::pipe {
 
@@ -81,8 +82,7 @@ std::string shortSystemErrorText(unsigned long error) {
   return diag::systemErrorText(error).substr(0, kLongest);
 }
 
-void openPipe(PipeInput& pipe, const config::OptionsRecord& options, const std::string& name,
-              TallowRequestBlock& request) {
+void openPipe(PipeInput& pipe, const config::OptionsRecord& options, const std::string& name) {
   // In this run-time library the status call is a directory look-up, which does not consume a
   // waiting instance. A status call that opens the name would.
   struct _stat64i32 status = {};
@@ -95,10 +95,7 @@ void openPipe(PipeInput& pipe, const config::OptionsRecord& options, const std::
   }
   const SystemName spelled = systemName(name, options);
   const auto bufferSize = static_cast<DWORD>(2 * options.blockSize);
-  if (pipe.pipeHandle) {
-    request.returnCode = pmrcAlreadyOpen;
-    raise<MessageId::kPipeAlreadyOpen>();
-  }
+  if (pipe.pipeHandle) diag::raiseWithCode<MessageId::kPipeAlreadyOpen>(pmrcAlreadyOpen);
   const DWORD mode = modeWord(options);
   pipe.pipeHandle =
       UniqueHandle(found || isWaitingPipe(spelled) ? connect(spelled, mode)

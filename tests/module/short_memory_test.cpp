@@ -145,6 +145,37 @@ TEST_F(ShortMemory, InAWarningOfChangedDataLeavesTheRestartAccepted) {
   EXPECT_EQ(host().read().data, block(3));
 }
 
+TEST_F(ShortMemory, InTheRefusalOfAPositionLeavesItRefused) {
+  openJob();
+  deliver(2);
+  checkpoint();
+  log.newLines();
+  const Answer answer = without(32, [this] { return host().setPos(9); });
+  EXPECT_EQ(answer.code, pmrcBadPosition);
+  EXPECT_EQ(answer.text, std::nullopt);
+  EXPECT_EQ(count(log.newEntries(), message(2, 43)), 1);
+  deliver(1);
+}
+
+TEST_F(ShortMemory, InTheRefusalOfAPositionAfterANewLoadLeavesItRefused) {
+  leaveFile(3);
+  openJob();
+  EXPECT_EQ(without(32, [this] { return host().setPos(7); }).code, pmrcBadPosition);
+  goTo(3);
+  deliver(2);
+}
+
+TEST_F(ShortMemory, InTheLossOfTheFileAfterChangedDataLeavesTheReturnCode) {
+  leaveFile(3);
+  data[5] ^= 1;
+  openJob("Signature_check=2");
+  StreamFaults faults(module());
+  faults.seeksFail = true;
+  const Answer answer = without(75, [this] { return host().setPos(3); });
+  EXPECT_EQ(answer.code, pmrcDelivery);
+  EXPECT_EQ(answer.text, std::nullopt);
+}
+
 TEST_F(ShortMemory, InALineOfTheLogLeavesTheLineWithoutItsText) {
   openJob();
   log.newLines();
