@@ -7,6 +7,7 @@
 #include "config/option_setting.hpp"
 #include "config/option_tokens.hpp"
 #include "diag/application.hpp"
+#include "diag/failure_report.hpp"
 #include "diag/log.hpp"
 #include "diag/messages.hpp"
 
@@ -18,7 +19,7 @@ using diag::log;
 using diag::LogLevel;
 using diag::message;
 
-// Applies the options of one initialisation string.
+// Applies the options of one initialisation string and reports on each.
 class OptionApplier {
  public:
   OptionApplier(OptionsRecord& options, TallowRequestBlock& request)
@@ -26,121 +27,54 @@ class OptionApplier {
 
   void apply(const std::string& keyword, const std::string& value) {
     const OptionSetting setting = readOption(keyword, value);
+    if (namesDirectory(setting) && !isUsableDirectory(keyword, value)) return;
+    applySetting(options_, setting, value);
     switch (setting.verdict) {
       case OptionVerdict::kEmptyValue:
-        refuse(pmrcEmptyOption, MessageId::kEmptyOption,
-               message<MessageId::kEmptyOption>(keyword.c_str()));
+        refuse<MessageId::kEmptyOption>(pmrcEmptyOption, keyword);
         break;
       case OptionVerdict::kUnknownKeyword:
-        refuse(pmrcUnknownOption, MessageId::kUnknownOption,
-               message<MessageId::kUnknownOption>(keyword.c_str()));
+        refuse<MessageId::kUnknownOption>(pmrcUnknownOption, keyword);
         break;
       case OptionVerdict::kBadValue:
-        applyBad(setting.id, keyword, value);
+        refuseValue(setting.id, keyword, value);
         break;
       case OptionVerdict::kGood:
-        applyGood(setting, keyword, value);
+        if (setting.id == OptionId::kLogDirectory) openLog();
+        if (setting.id == OptionId::kLogLevel) useLogLevel();
+        note(setting.id);
         break;
     }
   }
 
  private:
-  void refuse(std::uint32_t returnCode, MessageId id, const std::string& text) {
+  void report(const std::string& text) { diag::reportFailure(request_, nullptr, text); }
+
+  template <MessageId id>
+  void refuse(std::uint32_t returnCode, const std::string& word) {
+    const std::string text = message<id>(word.c_str());
     request_.returnCode = returnCode;
     diag::logText(LogLevel::kError, id, text.c_str());
   }
 
-  void report(const std::string& text) { diag::reportFailure(request_, nullptr, text); }
+  template <MessageId id, typename... Words>
+  void refuseAndReport(const Words&... words) {
+    const std::string text = message<id>(words.c_str()...);
+    report(text);
+    diag::logText(LogLevel::kError, id, text.c_str());
+  }
 
-  void applyBad(OptionId id, const std::string& keyword, const std::string& value) {
+  void refuseValue(OptionId id, const std::string& keyword, const std::string& value) {
     if (id == OptionId::kBlockSize) {
-      const std::string text = message<MessageId::kBadBlockSize>(value.c_str());
-      report(text);
-      options_.blockSize = kDefaultBlockSize;
-      diag::logText(LogLevel::kError, MessageId::kBadBlockSize, text.c_str());
+      refuseAndReport<MessageId::kBadBlockSize>(value);
     } else if (id == OptionId::kConfirmFallbackDeletion) {
       report(message<MessageId::kBadConfirmation>(keyword.c_str(), value.c_str()));
-      noteConfirmation();
+      note(id);
     } else if (id == OptionId::kSignatureCheck) {
-      options_.signatureCheck = 0;
-      refuse(pmrcBadOption, MessageId::kBadSignatureCheck,
-             message<MessageId::kBadSignatureCheck>(value.c_str()));
+      refuse<MessageId::kBadSignatureCheck>(pmrcBadOption, value);
     } else {
-      options_.logLevel = static_cast<std::uint32_t>(LogLevel::kError);
-      refuse(pmrcBadOption, MessageId::kBadLogLevelOption,
-             message<MessageId::kBadLogLevelOption>(value.c_str()));
+      refuse<MessageId::kBadLogLevelOption>(pmrcBadOption, value);
     }
-  }
-
-  void applyGood(const OptionSetting& setting, const std::string& keyword,
-                 const std::string& value) {
-    switch (setting.id) {
-      case OptionId::kNeedFullBlock:
-        if (setting.stores) options_.needFullBlock = setting.number != 0;
-        log(LogLevel::kOption, MessageId::kTrace, "Full Blocks = %d",
-            static_cast<int>(options_.needFullBlock));
-        break;
-      case OptionId::kPipeWait:
-        options_.pipeWait = setting.number;
-        log(LogLevel::kOption, MessageId::kTrace, "Pipe Read Wait = %d",
-            static_cast<int>(options_.pipeWait));
-        break;
-      case OptionId::kBlockSize:
-        options_.blockSize = setting.number;
-        log(LogLevel::kOption, MessageId::kTrace, "New Blocksize = %u", setting.number);
-        break;
-      case OptionId::kFallbackFile:
-        options_.fallbackFile = value;
-        log(LogLevel::kOption, MessageId::kTrace, "Fallback filename = %s", value.c_str());
-        break;
-      case OptionId::kFallbackDirectory:
-        if (!isUsableDirectory(keyword, value)) break;
-        options_.fallbackDirectory = value;
-        log(LogLevel::kOption, MessageId::kTrace, "Fallback directory = %s", value.c_str());
-        break;
-      case OptionId::kConfirmFallbackDeletion:
-        options_.confirmFallbackDeletion = setting.number != 0;
-        noteConfirmation();
-        break;
-      case OptionId::kSignatureCheck:
-        options_.signatureCheck = static_cast<std::int32_t>(setting.number);
-        log(LogLevel::kOption, MessageId::kTrace, "data validation check = %d",
-            options_.signatureCheck);
-        break;
-      case OptionId::kLogDirectory:
-        if (isUsableDirectory(keyword, value)) applyLogDirectory(value);
-        break;
-      case OptionId::kLogLevel:
-        applyLogLevel(setting.number);
-        break;
-      case OptionId::kNoFallback:
-        options_.noFallback = true;
-        log(LogLevel::kOption, MessageId::kTrace, "No FallBack File");
-        break;
-    }
-  }
-
-  void noteConfirmation() {
-    log(LogLevel::kOption, MessageId::kTrace, "Confirm Fallback file delete = %d",
-        static_cast<int>(options_.confirmFallbackDeletion));
-  }
-
-  void applyLogDirectory(const std::string& directory) {
-    options_.logDirectory = directory;
-    diag::setUpLog(diag::hostProgramName().c_str(), options_.moduleName.c_str(), directory.c_str());
-    log(LogLevel::kOption, MessageId::kTrace, "Log directory = %s", directory.c_str());
-  }
-
-  void applyLogLevel(std::uint32_t level) {
-    options_.logLevel = level;
-    // This comes first because it may run out of memory. If that happened after the level was set,
-    // no later Init would set the log up.
-    const std::string host = diag::hostProgramName();
-    const int previous = diag::setLogLevel(static_cast<int>(level));
-    if (previous == 0 && level != 0) {
-      diag::setUpLog(host.c_str(), options_.moduleName.c_str(), nullptr);
-    }
-    log(LogLevel::kOption, MessageId::kTrace, "New Log Level = %d", static_cast<int>(level));
   }
 
   bool isUsableDirectory(const std::string& keyword, const std::string& value) {
@@ -148,20 +82,67 @@ class OptionApplier {
       case DirectoryState::kUsable:
         return true;
       case DirectoryState::kNoDirectory:
-        refuseDirectory<MessageId::kNotADirectory>(keyword, value);
+        refuseAndReport<MessageId::kNotADirectory>(keyword, value);
         break;
       case DirectoryState::kNotWritable:
-        refuseDirectory<MessageId::kNotWritable>(keyword, value);
+        refuseAndReport<MessageId::kNotWritable>(keyword, value);
         break;
     }
     return false;
   }
 
-  template <MessageId id>
-  void refuseDirectory(const std::string& keyword, const std::string& value) {
-    const std::string text = message<id>(keyword.c_str(), value.c_str());
-    report(text);
-    diag::logText(LogLevel::kError, id, text.c_str());
+  void openLog() {
+    diag::setUpLog(diag::hostProgramName().c_str(), options_.moduleName.c_str(),
+                   options_.logDirectory.c_str());
+  }
+
+  void useLogLevel() {
+    // This comes first because it may run out of memory. If that happened after the level was set,
+    // no later Init would set the log up.
+    const std::string host = diag::hostProgramName();
+    const int previous = diag::setLogLevel(static_cast<int>(options_.logLevel));
+    if (previous == 0 && options_.logLevel != 0) {
+      diag::setUpLog(host.c_str(), options_.moduleName.c_str(), nullptr);
+    }
+  }
+
+  // Logs how an option stands.
+  void note(OptionId id) {
+    constexpr LogLevel kLevel = LogLevel::kOption;
+    constexpr MessageId kId = MessageId::kTrace;
+    switch (id) {
+      case OptionId::kNeedFullBlock:
+        log(kLevel, kId, "Full Blocks = %d", static_cast<int>(options_.needFullBlock));
+        break;
+      case OptionId::kPipeWait:
+        log(kLevel, kId, "Pipe Read Wait = %d", static_cast<int>(options_.pipeWait));
+        break;
+      case OptionId::kBlockSize:
+        log(kLevel, kId, "New Blocksize = %u", static_cast<unsigned>(options_.blockSize));
+        break;
+      case OptionId::kFallbackFile:
+        log(kLevel, kId, "Fallback filename = %s", options_.fallbackFile.c_str());
+        break;
+      case OptionId::kFallbackDirectory:
+        log(kLevel, kId, "Fallback directory = %s", options_.fallbackDirectory.c_str());
+        break;
+      case OptionId::kConfirmFallbackDeletion:
+        log(kLevel, kId, "Confirm Fallback file delete = %d",
+            static_cast<int>(options_.confirmFallbackDeletion));
+        break;
+      case OptionId::kSignatureCheck:
+        log(kLevel, kId, "data validation check = %d", static_cast<int>(options_.signatureCheck));
+        break;
+      case OptionId::kLogDirectory:
+        log(kLevel, kId, "Log directory = %s", options_.logDirectory.c_str());
+        break;
+      case OptionId::kLogLevel:
+        log(kLevel, kId, "New Log Level = %d", static_cast<int>(options_.logLevel));
+        break;
+      case OptionId::kNoFallback:
+        log(kLevel, kId, "No FallBack File");
+        break;
+    }
   }
 
   OptionsRecord& options_;

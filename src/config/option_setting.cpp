@@ -7,7 +7,7 @@
 #include <limits>
 #include <optional>
 
-#include "config/options_record.hpp"
+#include "config/options.hpp"
 
 namespace tallow::config {
 
@@ -112,6 +112,11 @@ OptionSetting readOption(std::string_view keyword, std::string_view value) {
   }
   if (!id) return {OptionVerdict::kUnknownKeyword, {}, 0, false};
   return judge(*id, value);
+}
+
+bool namesDirectory(const OptionSetting& setting) noexcept {
+  return setting.verdict == OptionVerdict::kGood &&
+         (setting.id == OptionId::kFallbackDirectory || setting.id == OptionId::kLogDirectory);
 }
 
 ParsedNumber parseNumber(const std::string& text) {

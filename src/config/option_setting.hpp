@@ -31,7 +31,7 @@ struct OptionName {
 std::span<const OptionName> optionNames() noexcept;
 
 enum class OptionVerdict {
-  kGood,            // for the two directories: if it is a writable directory
+  kGood,            // a directory has still to be looked at: see namesDirectory
   kEmptyValue,      // the keyword, known or not, has no value
   kUnknownKeyword,  // no such option
   kBadValue         // out of range or not a number
@@ -46,6 +46,9 @@ struct OptionSetting {
 
 // Judges one option, from its arguments alone.
 OptionSetting readOption(std::string_view keyword, std::string_view value);
+
+// True if the value is good only if it is a directory that can be written to.
+bool namesDirectory(const OptionSetting& setting) noexcept;
 
 // An unsigned decimal number as the run-time library's 32-bit conversion reads it: leading blanks
 // and a sign are accepted (a negative number wraps round), overflow gives the largest 32-bit value,

@@ -1,34 +1,16 @@
-// The first part of the record that a module handle points to: the options of the initialisation
-// string, the attributes, and what a read with a time-out leaves there.
+// What a module handle stands for: the options of the initialisation string, the attributes, and
+// what a read with a time-out leaves there.
 #pragma once
 
 #include <cstdint>
 #include <string>
 
-#include "diag/failure_report.hpp"
+#include "config/options.hpp"
 
 namespace tallow::config {
 
-inline constexpr std::uint64_t kDefaultBlockSize = 0x100000;
-inline constexpr std::uint64_t kLargestBlockSize = 0x1000000;
-
-struct OptionsRecord {
-  diag::MessageArea messageArea = {};
-
+struct OptionsRecord : Options {
   std::string moduleName;  // the host's own name for the module; shown in the log
-
-  std::string logDirectory;
-  std::uint32_t logLevel = 0;
-  std::string fallbackFile;
-  std::string fallbackDirectory;
-  // Close asks before it deletes the fallback file. The interface requires that no option can set
-  // this.
-  bool confirmFallbackDeletion = false;
-  std::int32_t signatureCheck = 2;  // 0 = none, 1 = a mismatch is logged, 2 = a mismatch fails
-  std::uint64_t blockSize = kDefaultBlockSize;  // bytes
-  std::uint64_t pipeWait = 10;                  // longest pause between two reads, milliseconds
-  bool needFullBlock = true;
-  bool noFallback = false;
 
   // Attributes.
   std::string charsetName;

@@ -67,8 +67,8 @@ void skipResentData(Job& job, std::uint64_t wantedBlockNo) {
 // Compares the data read so far with the signature of the sync point. False: the restart is
 // refused.
 bool checkSignature(Job& job, const fallback::SyncPoint& point) {
-  constexpr int kMustMatch = 2;
-  const int check = job.options.signatureCheck;
+  constexpr std::uint32_t kMustMatch = 2;
+  const std::uint32_t check = job.options.signatureCheck;
   if (check == 0 || (job.fallback.hasSignatures() &&
                      fallback::md5OfCopy(job.state.md5Running.md5) == point.signature)) {
     return true;

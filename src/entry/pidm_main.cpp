@@ -146,7 +146,7 @@ class Request {
 
   void attribute() {
     auto* module = static_cast<ModuleRecord*>(block<TallowAttributeBlock>().moduleHandle);
-    if (module != nullptr) area_ = &module->options.messageArea;
+    if (module != nullptr) area_ = &module->messageArea;
     handleAttribute(module, request_, block<TallowAttributeBlock>());
   }
 

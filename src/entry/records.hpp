@@ -24,9 +24,11 @@ struct ModuleInstance {
 
 using InstanceList = std::list<std::unique_ptr<ModuleInstance>>;
 
-// What a module handle points to: the options, which also begin with a message area, and the
-// instances opened with the handle. It lives from Init until the library is unloaded.
+// What a module handle points to: the options, and the instances opened with the handle. It begins
+// with the message area for failures of requests with this handle. It lives from Init until the
+// library is unloaded.
 struct ModuleRecord {
+  diag::MessageArea messageArea = {};
   config::OptionsRecord options;
   InstanceList instances;  // in order of opening
   // Closed, but kept because their message area holds the text of a failure in Close.

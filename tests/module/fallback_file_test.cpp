@@ -2,7 +2,7 @@
 #include <array>
 #include <cstdio>
 
-#include "config/options_record.hpp"
+#include "entry/records.hpp"
 #include "module/fallback_fixture.hpp"
 
 namespace tallow::test {
@@ -732,7 +732,7 @@ class Closing : public FallbackTest {
     log.newLines();
   }
   config::OptionsRecord& record() {
-    return *static_cast<config::OptionsRecord*>(host().moduleHandle);
+    return static_cast<entry::ModuleRecord*>(host().moduleHandle)->options;
   }
 };
 
