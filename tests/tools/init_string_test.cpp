@@ -16,7 +16,7 @@ TEST(Explain, AcceptsAnEmptyString) {
 }
 
 TEST(Explain, KeepsTheDefaultsThatAreNotSet) {
-  const EffectiveOptions options = explainInitString("Log_level=1").effective;
+  const config::Options options = explainInitString("Log_level=1").effective;
   EXPECT_TRUE(options.needFullBlock);
   EXPECT_EQ(options.blockSize, 1048576U);
   EXPECT_EQ(options.pipeWait, 10U);
@@ -88,6 +88,37 @@ TEST(Explain, TellsWhatIsIgnoredBehindALoneEqualsSign) {
 
 TEST(Explain, ReadsUpToTheFirstNul) {
   EXPECT_EQ(explainInitString(std::string_view("b=5\0b=7", 7)).effective.blockSize, 5U);
+}
+
+TEST(Explain, KnowsWhatABadValueLeaves) {
+  const config::Options options =
+      explainInitString("b=7 b=0 Sc=1 Sc=3 Ll=6 Ll=7 pw=5 pw=").effective;
+  EXPECT_EQ(options.blockSize, 1048576U);
+  EXPECT_EQ(options.signatureCheck, 0U);
+  EXPECT_EQ(options.logLevel, 2U);
+  EXPECT_EQ(options.pipeWait, 5U);
+}
+
+config::DirectoryState pretendedState(const std::string& path) {
+  if (path == "there") return config::DirectoryState::kUsable;
+  return path == "sealed" ? config::DirectoryState::kNotWritable
+                          : config::DirectoryState::kNoDirectory;
+}
+
+TEST(Explain, RefusesAFolderThatCannotBeUsedAndKeepsTheOneBefore) {
+  for (const std::string option : {"FD=", "Ld="}) {
+    for (const auto& [folder, reason] :
+         {std::pair("absent", "is not a folder"), std::pair("sealed", "cannot be written to"),
+          std::pair("there\\", "leave out the \\ at its end")}) {
+      const InitStringReport report =
+          explainInitString(option + "there " + option + folder, pretendedState);
+      EXPECT_FALSE(report.accepted()) << folder;
+      EXPECT_TRUE(report.options[0].good) << folder;
+      EXPECT_THAT(report.firstComplaint(), HasSubstr(reason));
+      const config::Options& options = report.effective;
+      EXPECT_EQ(options.fallbackDirectory + options.logDirectory, "there");
+    }
+  }
 }
 
 TEST(NearestOption, SeesSlipsOfTheFingers) {

@@ -30,7 +30,7 @@ UniqueFileHandle openFile(const std::string& path, DWORD access, DWORD sharing) 
 
 }  // namespace
 
-std::string fallbackPath(const EffectiveOptions& options) {
+std::string fallbackPath(const config::Options& options) {
   if (options.fallbackFile.empty()) return {};
   const std::string folder =
       options.fallbackDirectory.empty() ? defaultFolder() : options.fallbackDirectory;

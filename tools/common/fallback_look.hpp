@@ -12,7 +12,7 @@ namespace tallow::tools {
 
 // Where the module puts the fallback file. Empty if no option names the file. The path is as
 // written, so it may be relative.
-std::string fallbackPath(const EffectiveOptions& options);
+std::string fallbackPath(const config::Options& options);
 
 // The fault of a file that does not exist.
 inline constexpr const char* kFallbackFileAbsent = "is not there";

@@ -9,7 +9,9 @@
 namespace tallow::tools {
 namespace {
 
+using config::DirectoryState;
 using config::OptionId;
+using config::Options;
 using config::OptionSetting;
 using config::OptionVerdict;
 
@@ -52,49 +54,62 @@ std::string signatureText(std::uint32_t mode) {
   return "re-sent data that differs makes the restart fail";
 }
 
-// Stores a good option and says what it does.
-std::string apply(const OptionSetting& setting, const std::string& value,
-                  EffectiveOptions& options) {
+std::string fullBlockText(const OptionSetting& setting, const Options& options) {
+  if (options.needFullBlock) return "every block but the last is full";
+  return setting.stores
+             ? "a block is what one read of the pipe yields; a job cannot be restarted"
+             : "changes nothing: once switched off, only leaving the option out switches it on";
+}
+
+std::string noFallbackText(std::string_view ignoredValue) {
+  const std::string text = "no fallback file; a job cannot be restarted";
+  if (ignoredValue.empty()) return text;
+  return text + "; takes no value, so \"" + std::string(ignoredValue) + "\" is ignored";
+}
+
+// What a good option does.
+std::string goodText(const OptionSetting& setting, std::string_view value, const Options& options) {
   const std::string number = std::to_string(setting.number);
   switch (setting.id) {
     case OptionId::kNeedFullBlock:
-      if (setting.stores) options.needFullBlock = setting.number != 0;
-      if (!setting.stores && !options.needFullBlock) {
-        return "changes nothing: once switched off, only leaving the option out switches it on";
-      }
-      return options.needFullBlock ? "every block but the last is full"
-                                   : "a block is what one read of the pipe yields; a job cannot "
-                                     "be restarted";
+      return fullBlockText(setting, options);
     case OptionId::kPipeWait:
-      options.pipeWait = setting.number;
       return "looks at an empty pipe at least every " + number + " ms";
     case OptionId::kBlockSize:
-      options.blockSize = setting.number;
       return "blocks of " + number + (setting.number == 1 ? " byte" : " bytes");
     case OptionId::kFallbackFile:
-      options.fallbackFile = value;
       return "names the fallback file; one pipe at a time";
     case OptionId::kFallbackDirectory:
-      options.fallbackDirectory = value;
       return "folder of the fallback file";
     case OptionId::kConfirmFallbackDeletion:
       return "changes nothing: the fallback file is deleted without a question either way";
     case OptionId::kSignatureCheck:
-      options.signatureCheck = setting.number;
       return signatureText(setting.number);
     case OptionId::kLogDirectory:
-      options.logDirectory = value;
       return "folder of the log file namedpipes.log";
     case OptionId::kLogLevel:
-      options.logLevel = setting.number;
       return setting.number == 0 ? "no log" : "logs everything up to level " + number;
     case OptionId::kNoFallback:
-      options.noFallback = true;
-      return value.empty() ? "no fallback file; a job cannot be restarted"
-                           : "no fallback file; a job cannot be restarted; takes no value, so \"" +
-                                 value + "\" is ignored";
+      return noFallbackText(value);
   }
   return {};
+}
+
+// What is wrong with a folder. Empty if nothing is.
+std::string folderFault(const std::string& folder, DirectoryLook look) {
+  if (look == nullptr) return {};
+  switch (look(folder)) {
+    case DirectoryState::kUsable:
+      return {};
+    case DirectoryState::kNotWritable:
+      return "cannot be written to; check its permissions or name another folder";
+    case DirectoryState::kNoDirectory:
+      break;
+  }
+  if (folder.ends_with('\\') || folder.ends_with('/')) {
+    return std::string("is not taken as a folder; leave out the ") + folder.back() + " at its end";
+  }
+  return "is not a folder; create it or name another";
 }
 
 bool namesAFolder(std::string_view fileName) {
@@ -102,19 +117,28 @@ bool namesAFolder(std::string_view fileName) {
          fileName.find_first_of("/\\:") != std::string_view::npos;
 }
 
-ExplainedOption explain(std::string_view keyword, std::string_view value,
-                        EffectiveOptions& options) {
+void explainGood(ExplainedOption& option, const OptionSetting& setting, const Options& options) {
+  option.taken = option.good = true;
+  option.text = goodText(setting, option.value, options);
+  if (setting.id == OptionId::kFallbackFile && namesAFolder(option.value)) {
+    option.good = false;
+    option.text = "must be a file's name without a folder; name that with Fallback_Directory";
+  }
+}
+
+ExplainedOption explain(std::string_view keyword, std::string_view value, Options& options,
+                        DirectoryLook look) {
   ExplainedOption option{
       std::string(keyword), std::string(value), canonicalName(keyword), false, false, {}};
   const OptionSetting setting = config::readOption(keyword, value);
+  if (config::namesDirectory(setting)) {
+    option.text = folderFault(option.value, look);
+    if (!option.text.empty()) return option;
+  }
+  config::applySetting(options, setting, option.value);
   switch (setting.verdict) {
     case OptionVerdict::kGood:
-      option.taken = option.good = true;
-      option.text = apply(setting, option.value, options);
-      if (setting.id == OptionId::kFallbackFile && namesAFolder(value)) {
-        option.good = false;
-        option.text = "must be a file's name without a folder; name that with Fallback_Directory";
-      }
+      explainGood(option, setting, options);
       break;
     case OptionVerdict::kEmptyValue:
       option.text = "has no value";
@@ -156,13 +180,13 @@ std::string nearestOption(std::string_view keyword) {
   return tools::nearestName(keyword, names);
 }
 
-InitStringReport explainInitString(std::string_view text) {
+InitStringReport explainInitString(std::string_view text, DirectoryLook look) {
   InitStringReport report;
   text = text.substr(0, text.find('\0'));  // The module reads up to the first NUL.
   config::OptionTokens tokens(text);
   try {
     while (tokens.next()) {
-      report.options.push_back(explain(tokens.keyword(), tokens.value(), report.effective));
+      report.options.push_back(explain(tokens.keyword(), tokens.value(), report.effective, look));
     }
     const auto used = static_cast<std::size_t>(tokens.keyword().data() - text.data());
     if (used < text.size()) {

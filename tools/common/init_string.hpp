@@ -1,12 +1,12 @@
 // Explains an initialisation string with the module's own parser, without loading the module.
 #pragma once
 
-#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "config/option_setting.hpp"
+#include "config/directory_state.hpp"
+#include "config/options.hpp"
 
 namespace tallow::tools {
 
@@ -20,32 +20,23 @@ struct ExplainedOption {
   std::string text;  // what the option does, or what is wrong with it and what to write instead
 };
 
-// The values that the options result in. Paths are as written.
-struct EffectiveOptions {
-  bool needFullBlock = true;
-  std::uint32_t pipeWait = 10;         // milliseconds
-  std::uint32_t blockSize = 1U << 20;  // bytes
-  std::uint32_t signatureCheck = 2;
-  std::uint32_t logLevel = 0;
-  bool noFallback = false;
-  std::string fallbackFile;
-  std::string fallbackDirectory;
-  std::string logDirectory;
-};
-
 struct InitStringReport {
   std::vector<ExplainedOption> options;
-  EffectiveOptions effective;
+  config::Options effective;  // what the options result in; paths are as written
   std::string ending;         // what is wrong with the end of the string; empty if nothing is
   bool endsTheParse = false;  // the ending makes Init fail (a missing quote), not only lose text
 
-  // Whether Init accepts the string, as far as this can be known without access to the disk.
+  // Whether Init accepts the string.
   bool accepted() const noexcept;
   // The first complaint, in one line. Empty if there is none.
   std::string firstComplaint() const;
 };
 
-InitStringReport explainInitString(std::string_view text);
+// The answer of the disk to the path of a directory, as written in the string.
+using DirectoryLook = config::DirectoryState (*)(const std::string& path);
+
+// Without `look`, every directory that the string names counts as usable.
+InitStringReport explainInitString(std::string_view text, DirectoryLook look = nullptr);
 
 // The option name that is nearest to a mistyped keyword. Empty if none is near.
 std::string nearestOption(std::string_view keyword);

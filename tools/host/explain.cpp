@@ -11,37 +11,13 @@
 namespace tallow::host {
 namespace {
 
+using config::Options;
 using nlohmann::ordered_json;
-using tools::EffectiveOptions;
 using tools::ExplainedOption;
 using tools::InitStringReport;
 
-std::string folderFault(const std::string& folder) {
-  switch (config::directoryState(tools::toAnsi(folder).c_str())) {
-    case config::DirectoryState::kUsable:
-      return {};
-    case config::DirectoryState::kNotWritable:
-      return "cannot be written to; check its permissions or name another folder";
-    case config::DirectoryState::kNoDirectory:
-      break;
-  }
-  if (folder.ends_with('\\') || folder.ends_with('/')) {
-    return std::string("is not taken as a folder; leave out the ") + folder.back() + " at its end";
-  }
-  return "is not a folder; create it or name another";
-}
-
-// The two options that name a folder are good only if it exists and can be written to.
-void checkFolders(InitStringReport& report) {
-  for (ExplainedOption& option : report.options) {
-    const bool isFolder =
-        option.canonical == "Fallback_Directory" || option.canonical == "Log_directory";
-    if (!option.good || !isFolder) continue;
-    const std::string fault = folderFault(option.value);
-    if (fault.empty()) continue;
-    option.good = option.taken = false;
-    option.text = fault;
-  }
+config::DirectoryState lookAt(const std::string& path) {
+  return config::directoryState(tools::toAnsi(path).c_str());
 }
 
 bool isGood(const InitStringReport& report) {
@@ -60,7 +36,7 @@ ordered_json toJson(const InitStringReport& report) {
                        {"good", option.good},
                        {"text", option.text}});
   }
-  const EffectiveOptions& effective = report.effective;
+  const Options& effective = report.effective;
   return {{"accepted", report.accepted()},
           {"options", options},
           {"ending", report.ending},
@@ -98,9 +74,9 @@ void printText(const InitStringReport& report) {
     return;
   }
   if (!isGood(report)) std::printf("The module takes this string, but not as it is meant.\n");
-  const EffectiveOptions& effective = report.effective;
+  const Options& effective = report.effective;
   std::printf(
-      "In force: blocks of %u byte%s%s, %s, Signature_check %u, Pipe_Wait %u ms, log %s.\n",
+      "In force: blocks of %llu byte%s%s, %s, Signature_check %u, Pipe_Wait %llu ms, log %s.\n",
       effective.blockSize, effective.blockSize == 1 ? "" : "s",
       effective.needFullBlock ? "" : " at most",
       effective.noFallback ? "no fallback file" : "fallback file from the first checkpoint",
@@ -111,8 +87,7 @@ void printText(const InitStringReport& report) {
 }  // namespace
 
 tools::ExitStatus printExplanation(const std::string& initString, bool json) {
-  InitStringReport report = tools::explainInitString(initString);
-  checkFolders(report);
+  const InitStringReport report = tools::explainInitString(initString, lookAt);
   if (json) {
     std::printf("%s\n", toJson(report).dump(2).c_str());
   } else {

@@ -11,7 +11,6 @@
 namespace tallow::host {
 namespace {
 
-using tools::EffectiveOptions;
 using tools::explainInitString;
 using tools::MisuseError;
 
@@ -84,7 +83,7 @@ void takeUpState(JobPlan& plan, const Settings& settings) {
   plan.restart = std::move(state);
 }
 
-void refuseHopelessRestart(const JobPlan& plan, const EffectiveOptions& options) {
+void refuseHopelessRestart(const JobPlan& plan, const config::Options& options) {
   if (!plan.restart || plan.restart->finished) return;
   if (!options.needFullBlock) {
     throw MisuseError(
@@ -102,7 +101,7 @@ void refuseHopelessRestart(const JobPlan& plan, const EffectiveOptions& options)
   }
 }
 
-void addWarnings(JobPlan& plan, const EffectiveOptions& options) {
+void addWarnings(JobPlan& plan, const config::Options& options) {
   if (plan.keepsState() && !options.needFullBlock) {
     plan.warnings.emplace_back("this job cannot be restarted: Need_Full_Block is off");
   }
@@ -118,14 +117,14 @@ void addWarnings(JobPlan& plan, const EffectiveOptions& options) {
 
 // Where the options put the fallback file, and whether they make a restart possible.
 void settleFallbackFile(JobPlan& plan) {
-  EffectiveOptions options = explainInitString(plan.userInit).effective;
+  config::Options options = explainInitString(plan.userInit).effective;
   plan.namesFallbackFile = plan.keepsState() && !options.noFallback && options.fallbackFile.empty();
   plan.moduleInit =
       plan.namesFallbackFile ? withFallbackFile(plan.userInit, plan.statePath) : plan.userInit;
   if (plan.namesFallbackFile) options = explainInitString(plan.moduleInit).effective;
   plan.noFallback = options.noFallback;
   if (!options.noFallback) plan.fallbackFile = tools::fallbackPath(options);
-  plan.fallbackOwner = {pipeName(plan), options.blockSize};
+  plan.fallbackOwner = {pipeName(plan), static_cast<std::uint32_t>(options.blockSize)};
   plan.restartPossible = plan.keepsState() && options.needFullBlock && !options.noFallback;
   refuseHopelessRestart(plan, options);
   addWarnings(plan, options);

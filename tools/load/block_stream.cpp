@@ -67,7 +67,7 @@ void BlockStream::finish() {
 }
 
 std::string fallbackPath(const std::string& initString) {
-  const tools::EffectiveOptions options = tools::explainInitString(initString).effective;
+  const config::Options options = tools::explainInitString(initString).effective;
   const std::string folder =
       options.fallbackDirectory.empty() ? defaultFolder() : options.fallbackDirectory;
   return folder + "\\" + options.fallbackFile;

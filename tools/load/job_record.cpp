@@ -28,8 +28,8 @@ std::string spell(const std::optional<std::string>& nullText) {
 // Compares the options that decide how the data is cut, whether it is compared, and where the job's
 // fallback file is. All others, such as what is logged, may differ from run to run.
 std::string differenceOfInits(const std::string& recorded, const std::string& now) {
-  const tools::EffectiveOptions before = tools::explainInitString(recorded).effective;
-  const tools::EffectiveOptions after = tools::explainInitString(now).effective;
+  const config::Options before = tools::explainInitString(recorded).effective;
+  const config::Options after = tools::explainInitString(now).effective;
   if (before.blockSize != after.blockSize) {
     return change("Block_size", std::to_string(before.blockSize), std::to_string(after.blockSize));
   }
