@@ -62,7 +62,7 @@ std::string fullBlockText(const OptionSetting& setting, const Options& options) 
 }
 
 std::string noFallbackText(std::string_view ignoredValue) {
-  const std::string text = "no fallback file; a job cannot be restarted";
+  std::string text = "no fallback file; a job cannot be restarted";
   if (ignoredValue.empty()) return text;
   return text + "; takes no value, so \"" + std::string(ignoredValue) + "\" is ignored";
 }
