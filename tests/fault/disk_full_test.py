@@ -49,10 +49,10 @@ class FullDisk(tools_support.ToolTest):
         return [path.name for path in self.disk.iterdir()]
 
     def test_costs_the_restart_and_not_the_data(self):
-        # The file begins at the checkpoint of block 80, and the disk is full before the next
-        # checkpoint.
+        # The file begins at the start and anew at the checkpoint of block 80. Each time the disk is
+        # full before the next checkpoint.
         self.run_job(data_of(1_400_000), 80)
-        self.assertEqual(self.logged(51), 1)
+        self.assertEqual(self.logged(51), 2)
         self.assertEqual(self.left(), [])
 
     def test_full_from_the_start_costs_no_data(self):

@@ -54,7 +54,7 @@ class Secrets(CommandTest):
 
     def check_stops_and_goes_on(self, job):
         outcome = job.run()
-        self.assertEqual(outcome.status, 3, outcome)
+        self.assertEqual(outcome.status, 4, outcome)
         self.check_silent(outcome)
         self.assertNotIn("Driver", outcome.json["restart"])
         again = self.run_line(job, outcome.json["restart"] + " --max-rejects 1")
@@ -76,7 +76,7 @@ class Secrets(CommandTest):
 
     def test_password_on_the_command_line_is_not_printed(self):
         outcome = self.secret_job().run()
-        self.assertEqual(outcome.status, 3, outcome)
+        self.assertEqual(outcome.status, 4, outcome)
         self.check_silent(outcome)
         self.assertIn("Uid=loader;Pwd=***", outcome.err)
         self.assertIn("Uid=loader;Pwd=***", outcome.json["restart"])
