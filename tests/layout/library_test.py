@@ -17,7 +17,8 @@ def headers(path):
 
 def exports(path):
     table = headers(path).split("[Ordinal/Name Pointer] Table", 1)
-    return re.findall(r"^\s*\[\s*\d+\]\s+(\S+)", table[1].split("\n\n")[0], re.MULTILINE) \
+    # Newer versions of objdump put more columns between the number and the name.
+    return re.findall(r"^\s*\[\s*\d+\].*?(\S+)$", table[1].split("\n\n")[0], re.MULTILINE) \
         if len(table) == 2 else []
 
 
