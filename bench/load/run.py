@@ -199,8 +199,9 @@ def main():
     build = arguments.build.resolve()
 
     # The tests have the code that starts and stops the server.
-    os.environ["TALLOW_BINARY_DIR"] = str(build)
-    sys.path.insert(0, str(pathlib.Path(__file__).parents[2] / "tests" / "load"))
+    source = pathlib.Path(__file__).resolve().parents[2]
+    os.environ.update(TALLOW_BINARY_DIR=str(build), TALLOW_SOURCE_DIR=str(source))
+    sys.path[:0] = [str(source / "tests" / folder) for folder in ("support", "load")]
     import harness
 
     harness.wake_wine()

@@ -1,19 +1,16 @@
 #!/usr/bin/env python3
 """The documents point to what exists, and name each option, attribute and request that there is."""
 
-import os
-import pathlib
 import re
-import subprocess
 import unittest
 
-ROOT = pathlib.Path(os.environ["TALLOW_SOURCE_DIR"])
-BIN = pathlib.Path(os.environ["TALLOW_BINARY_DIR"], "bin")
-SECONDS = 60
+from tallow_tests import BIN, SOURCE
+from tallow_tests.programs import Program
+from tallow_tests.reports import main
 
 
 def documents():
-    return sorted(ROOT.glob("*.md")) + sorted((ROOT / "docs").glob("*.md"))
+    return sorted(SOURCE.glob("*.md")) + sorted((SOURCE / "docs").glob("*.md"))
 
 
 def read(path):
@@ -47,29 +44,27 @@ class Docs(unittest.TestCase):
                 for option in re.findall(r"(?<![\w-])--[a-z][a-z-]*", rest):
                     with self.subTest(document=document.name, tool=tool, option=option):
                         if tool not in helps:
-                            helps[tool] = subprocess.run(
-                                ["wine", BIN / f"{tool}.exe", "--help"], text=True, check=True,
-                                stdout=subprocess.PIPE, timeout=SECONDS).stdout
+                            helps[tool] = Program(BIN / f"{tool}.exe", "--help").outcome().text
                         self.assertIn(option, helps[tool])
 
     def test_explain_every_option_of_the_initialisation_string(self):
-        guide = read(ROOT / "docs" / "operator-guide.md")
+        guide = read(SOURCE / "docs" / "operator-guide.md")
         options = re.findall(r'OptionName\{OptionId::\w+, "(\w+)", "(\w+)"\}',
-                             read(ROOT / "src/config/option_setting.cpp"))
+                             read(SOURCE / "src/config/option_setting.cpp"))
         self.assertEqual(len(options), 10)
         for name, short in options:
             self.assertIn(f"| `{name}` (`{short}`) |", guide)
 
     def test_explain_every_attribute(self):
-        guide = read(ROOT / "docs" / "operator-guide.md")
-        names = set(re.findall(r'"([A-Z]+_[A-Z_]+)"', read(ROOT / "src/entry/attributes.cpp")))
+        guide = read(SOURCE / "docs" / "operator-guide.md")
+        names = set(re.findall(r'"([A-Z]+_[A-Z_]+)"', read(SOURCE / "src/entry/attributes.cpp")))
         self.assertEqual(len(names), 6)
         for name in names:
             self.assertIn(f"`{name}`", guide)
 
     def test_tell_what_to_do_about_every_return_code(self):
-        guide = read(ROOT / "docs" / "host-guide.md").partition("## Return codes")[2]
-        header = read(ROOT / "include/tallow/tallow.h")
+        guide = read(SOURCE / "docs" / "host-guide.md").partition("## Return codes")[2]
+        header = read(SOURCE / "include/tallow/tallow.h")
         codes = re.findall(r"\bpmrc\w+ = (\d+)", header)
         self.assertEqual(len(codes), 15)
         told = re.findall(r"\d+", " ".join(re.findall(r"^\| ([\d ,]+)", guide, re.MULTILINE)))
@@ -77,4 +72,4 @@ class Docs(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main(verbosity=2)
+    main()

@@ -3,35 +3,16 @@
 
 import contextlib
 import os
-import pathlib
-import shutil
-import subprocess
-import sys
 
-sys.path.append(str(pathlib.Path(__file__).resolve().parent.parent / "system"))
-
-import tools_support  # noqa: E402
-from tools_support import data_of  # noqa: E402
-
-DISK = "size=512k"
+from tallow_tests.machine import small_disk
+from tallow_tests.reports import main
+from tallow_tests.tools import ToolTest, data_of
 
 
-def mounted(folder):
-    """True if this machine lets us mount a disk there."""
-    command = ["mount", "-t", "tmpfs", "-o", DISK, "tallow-test", str(folder)]
-    return shutil.which("mount") is not None and subprocess.run(
-        command, stderr=subprocess.DEVNULL, check=False).returncode == 0
-
-
-class FullDisk(tools_support.ToolTest):
+class FullDisk(ToolTest):
     def setUp(self):
         super().setUp()
-        self.disk = self.folder / "disk"
-        self.disk.mkdir()
-        if not mounted(self.disk):
-            self.skipTest("mounting a disk needs rights that this user does not have; short "
-                          "writes are injected by fault_sweep")
-        self.addCleanup(subprocess.run, ["umount", "-l", str(self.disk)], check=False)
+        self.disk = small_disk(self, "512k")
 
     def run_job(self, data, checkpoint_every):
         options = ("Block_size=8000 Log_level=4 Log_directory=. Fallback_Directory=disk "
@@ -67,4 +48,4 @@ class FullDisk(tools_support.ToolTest):
 
 
 if __name__ == "__main__":
-    tools_support.main()
+    main()

@@ -7,7 +7,10 @@ import sys
 import tempfile
 import unittest
 
-CHECK = os.path.join(os.environ["TALLOW_SOURCE_DIR"], "src", "resources", "check_texts.py")
+from tallow_tests import SOURCE
+from tallow_tests.reports import main
+
+CHECK = SOURCE / "src" / "resources" / "check_texts.py"
 TABLE = 'TALLOW_MESSAGE(1, kPlain, "")\nTALLOW_MESSAGE(2, kTwo, "sd")\n'
 GOOD = '  1, "Plain."\n  2, "Text %s "\n     "and ""number"" %02d."\n'
 
@@ -70,4 +73,4 @@ class CheckTexts(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main()
+    main()

@@ -1,14 +1,15 @@
 #!/usr/bin/env python3
 """docs/messages.md is what its script writes, and the script notices if it is not."""
 
-import os
 import pathlib
 import shutil
 import subprocess
 import tempfile
 import unittest
 
-ROOT = pathlib.Path(os.environ["TALLOW_SOURCE_DIR"])
+from tallow_tests import SOURCE
+from tallow_tests.reports import main
+
 PARTS = ["scripts/message_docs", "docs/messages.md", "src/resources/check_texts.py",
          "src/resources/messages.def", "src/resources/messages.toml",
          "src/resources/tallowinenu.rc"]
@@ -27,14 +28,14 @@ class MessageDocs(unittest.TestCase):
             copy = pathlib.Path(folder)
             for name in PARTS:
                 (copy / name).parent.mkdir(parents=True, exist_ok=True)
-                shutil.copy(ROOT / name, copy / name)
+                shutil.copy(SOURCE / name, copy / name)
             text = (copy / part).read_text(encoding="utf-8")
             self.assertIn(old, text)
             (copy / part).write_text(text.replace(old, new), encoding="utf-8")
             return check(copy)
 
     def test_are_up_to_date(self):
-        self.assertEqual(check(ROOT), (0, ""))
+        self.assertEqual(check(SOURCE), (0, ""))
 
     def test_are_stale_when_a_text_changes(self):
         status, said = self.check_after("src/resources/tallowinenu.rc", "has been kept", "is kept")
@@ -54,4 +55,4 @@ class MessageDocs(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main()
+    main()

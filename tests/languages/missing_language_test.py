@@ -13,14 +13,15 @@ import subprocess
 import tempfile
 import unittest
 
-BIN = pathlib.Path(os.environ["TALLOW_BINARY_DIR"], "bin")
-SECONDS = 120
+from tallow_tests import BIN, LIMIT
+from tallow_tests.reports import main
+
 PREFIX = str(pathlib.Path.cwd() / "wine")
 
 
 def end_wine():
     subprocess.run(["wineserver", "-k"], env={**os.environ, "WINEPREFIX": PREFIX}, check=False,
-                   timeout=SECONDS)
+                   timeout=LIMIT)
 
 # The box is open when a window with its title is. xdotool waits for that; the end of the display
 # also ends the wait.
@@ -50,7 +51,7 @@ class Folder(unittest.TestCase):
     def run_wine(self, *command, working_folder=".", code_page="cp1252", **environment):
         run = subprocess.run(command, cwd=self.folder / working_folder, stdout=subprocess.PIPE,
                              env={**os.environ, "WINEPREFIX": PREFIX, **environment},
-                             timeout=SECONDS, check=False)
+                             timeout=LIMIT, check=False)
         return run.returncode, run.stdout.decode(code_page).splitlines()
 
     def load(self, locale, **environment):
@@ -136,7 +137,7 @@ class JapaneseLocale(Folder):
         locales = self.folder / "locales"
         locales.mkdir()
         subprocess.run(["localedef", "-i", "ja_JP", "-f", "UTF-8", locales / "ja_JP.UTF-8"],
-                       check=True, timeout=SECONDS)
+                       check=True, timeout=LIMIT)
         status, said = self.run_wine("wine", "load_module.exe", "0", "Log_directory=.",
                                           code_page="cp932", LOCPATH=str(locales),
                                           LC_ALL="ja_JP.UTF-8")
@@ -147,4 +148,4 @@ class JapaneseLocale(Folder):
 
 
 if __name__ == "__main__":
-    unittest.main(verbosity=2)
+    main()

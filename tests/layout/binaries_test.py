@@ -8,9 +8,11 @@ import re
 import subprocess
 import unittest
 
-BUILD = pathlib.Path(os.environ["TALLOW_BINARY_DIR"])
-BIN = pathlib.Path(os.environ.get("TALLOW_RELEASE_BINARIES") or BUILD / "bin")
-SOURCE = pathlib.Path(os.environ["TALLOW_SOURCE_DIR"])
+import tallow_tests
+from tallow_tests import BUILD, SOURCE
+from tallow_tests.reports import main
+
+BIN = pathlib.Path(os.environ.get("TALLOW_RELEASE_BINARIES") or tallow_tests.BIN)
 OBJDUMP = "x86_64-w64-mingw32-objdump"
 
 # Parts of every Windows.
@@ -123,4 +125,4 @@ def checks_of_the_stack(name):
 
 
 if __name__ == "__main__":
-    unittest.main()
+    main()

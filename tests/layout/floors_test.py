@@ -1,12 +1,13 @@
 #!/usr/bin/env python3
 """The folders under src/ are floors: a file includes only from its own floor or a lower one, and the
 pure core never sees <windows.h>."""
-import os
-import pathlib
 import re
 import unittest
 
-SOURCE = pathlib.Path(os.environ["TALLOW_SOURCE_DIR"]) / "src"
+from tallow_tests import SOURCE as ROOT
+from tallow_tests.reports import main
+
+SOURCE = ROOT / "src"
 # From the bottom up. Folders in one set do not include each other. The host interface is the
 # ground.
 FLOORS = [{"tallow"}, {"runtime"}, {"resources"}, {"diag"}, {"config"}, {"pipe", "fallback"}, {"delivery"}, {"entry"}]
@@ -77,4 +78,4 @@ class Floors(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main()
+    main()

@@ -1,20 +1,19 @@
 #!/usr/bin/env python3
 """A program that overruns an array ends at once, and the guard that notices this is a secret."""
-import os
-import pathlib
-import subprocess
 import unittest
 
-PROGRAM = pathlib.Path(os.environ["TALLOW_BINARY_DIR"]) / "bin" / "overrun.exe"
+from tallow_tests import BIN, BUILD
+from tallow_tests.programs import Program
+from tallow_tests.reports import main
+
 LONG = "x" * 200
 # STATUS_STACK_BUFFER_OVERRUN, of which the exit status here has only the last byte.
 ENDED = 0xC0000409 & 0xFF
 
 
 def run(*arguments):
-    result = subprocess.run(["wine", PROGRAM, *arguments], stdin=subprocess.DEVNULL,
-                            capture_output=True, text=True, timeout=120, check=False)
-    return result.returncode, result.stdout.strip()
+    outcome = Program(BIN / "overrun.exe", *arguments).outcome()
+    return outcome.status, outcome.text.strip()
 
 
 class Guard(unittest.TestCase):
@@ -39,9 +38,9 @@ class Guard(unittest.TestCase):
 
 
 def build_type():
-    cache = pathlib.Path(os.environ["TALLOW_BINARY_DIR"], "CMakeCache.txt").read_text(encoding="utf-8")
+    cache = (BUILD / "CMakeCache.txt").read_text(encoding="utf-8")
     return next(line for line in cache.splitlines() if line.startswith("CMAKE_BUILD_TYPE"))
 
 
 if __name__ == "__main__":
-    unittest.main()
+    main()

@@ -1,12 +1,14 @@
 #!/usr/bin/env python3
 """The host interface compiles by itself, as C11 and as C++20, without a warning."""
-import os
 import pathlib
 import subprocess
 import tempfile
 import unittest
 
-INCLUDE = pathlib.Path(os.environ["TALLOW_SOURCE_DIR"]) / "include"
+from tallow_tests import SOURCE
+from tallow_tests.reports import main
+
+INCLUDE = SOURCE / "include"
 COMPILERS = {"c11": "x86_64-w64-mingw32-gcc-posix", "c++20": "x86_64-w64-mingw32-g++-posix"}
 STRICT = ["-Wall", "-Wextra", "-Wpedantic", "-Wconversion", "-Werror", "-fsyntax-only"]
 
@@ -45,4 +47,4 @@ class Header(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main()
+    main()

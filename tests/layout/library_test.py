@@ -1,12 +1,12 @@
 #!/usr/bin/env python3
 """What the libraries export: the module one function, a language library nothing."""
-import os
-import pathlib
 import re
 import subprocess
 import unittest
 
-BIN = pathlib.Path(os.environ["TALLOW_BINARY_DIR"]) / "bin"
+from tallow_tests import BIN
+from tallow_tests.reports import main
+
 OBJDUMP = "x86_64-w64-mingw32-objdump"
 
 
@@ -38,4 +38,4 @@ class Library(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main()
+    main()

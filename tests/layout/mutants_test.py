@@ -2,13 +2,13 @@
 """The mistakes of scripts/mutants still fit the module's sources, and the build has its test programs."""
 import importlib.machinery
 import importlib.util
-import os
-import pathlib
 import re
 import sys
 import unittest
 
-ROOT = pathlib.Path(os.environ["TALLOW_SOURCE_DIR"])
+from tallow_tests import SOURCE as ROOT
+from tallow_tests.reports import main
+
 
 
 def load_mutants():
@@ -36,4 +36,4 @@ class Mutants(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main()
+    main()

@@ -10,7 +10,9 @@ import subprocess
 import unittest
 import zipfile
 
-SOURCE = pathlib.Path(os.environ["TALLOW_SOURCE_DIR"])
+from tallow_tests import SOURCE
+from tallow_tests.reports import main
+
 VERSION = re.search(r'TALLOW_VERSION "(\d+\.\d+\.\d+)', (
     SOURCE / "src/resources/version.h").read_text(encoding="utf-8")).group(1)
 NAME = f"tallow-{VERSION}-win64"
@@ -174,4 +176,4 @@ def preprocessed(options, header, words):
 
 
 if __name__ == "__main__":
-    unittest.main()
+    main()

@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
 """No source is missing from the build: a test that never runs would never fail."""
-import os
-import pathlib
 import re
 import unittest
 
-ROOT = pathlib.Path(os.environ["TALLOW_SOURCE_DIR"])
+from tallow_tests import SOURCE as ROOT
+from tallow_tests.reports import main
+
 BUILT = ("src", "tools", "tests", "bench", "examples")
 
 
@@ -45,6 +45,12 @@ class Registered(unittest.TestCase):
     def test_every_test_script_is_run(self):
         self.check(lambda path: re.search(r"_test\.(py|sh)$", path.name))
 
+    def test_every_test_script_reports_its_cases(self):
+        for path in (ROOT / "tests").rglob("*_test.py"):
+            text = path.read_text(encoding="utf-8")
+            self.assertRegex(text, r"(?m)^ *from tallow_tests\.reports import main$", path.name)
+            self.assertRegex(text, r"\n    +main\(\)\n\Z", path.name)
+
     def test_every_folder_of_tests_is_built(self):
         top = (ROOT / "tests" / "CMakeLists.txt").read_text(encoding="utf-8")
         for folder in sorted((ROOT / "tests").iterdir()):
@@ -53,4 +59,4 @@ class Registered(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    unittest.main()
+    main()

@@ -3,13 +3,11 @@
 import contextlib
 import csv
 import io
-import json
 import os
 import pathlib
 import random
 import re
 import shutil
-import signal
 import socket
 import sqlite3
 import subprocess
@@ -17,28 +15,15 @@ import sys
 import tempfile
 import time
 
+from tallow_tests import BIN, programs
+from tallow_tests import LIMIT as PATIENCE
+from tallow_tests.programs import CANNOT_START, end_all, wake_wine  # noqa: F401
+from tallow_tests.programs import Program as Process
+from tallow_tests.waiting import unique, wait_until
+
 csv.field_size_limit(1 << 30)
 
-BIN = pathlib.Path(os.environ["TALLOW_BINARY_DIR"]) / "bin"
-PATIENCE = 180  # seconds that any one wait may take
 KILLED = 137
-CANNOT_START = 126
-
-_numbers = iter(range(1, 1 << 30))
-_started = []  # processes of the test at hand
-
-
-def unique(word):
-    """A name that no other test, and no other run of this one, uses."""
-    return f"{word}-{os.getpid()}-{next(_numbers)}"
-
-
-def wait_until(condition, what):
-    end = time.monotonic() + PATIENCE
-    while not condition():
-        if time.monotonic() > end:
-            raise TimeoutError(f"waited in vain for {what}")
-        time.sleep(0.01)
 
 
 # ---------------------------------------------------------------------------------------- databases
@@ -354,107 +339,20 @@ def table_rows(database, table):
 # --------------------------------------------------------------------------------------------- runs
 
 
-def environment(**more):
-    variables = dict(os.environ, WINEDEBUG="-all", **more)
-    variables.setdefault("WINEPREFIX", str(BIN.parent.parent / "wine"))
-    return variables
-
-
-def wake_wine():
-    """Starts what Wine keeps running, outside every process group that a test kills."""
-    # Not through a pipe: what is started here would keep its end open.
-    silence = {"stdin": subprocess.DEVNULL, "stdout": subprocess.DEVNULL}
-    silence["stderr"] = subprocess.DEVNULL
-    subprocess.run(["wineserver", "-p60"], env=environment(), check=False, **silence)
-    subprocess.run(["wine", "cmd", "/c", "exit"], env=environment(), check=True, **silence)
-
-
-class Process:
-    """A Windows program in its own process group."""
-
-    def __init__(self, *command, stdin=subprocess.DEVNULL, **variables):
-        self.out = tempfile.TemporaryFile()
-        self.err = tempfile.TemporaryFile()
-        self.process = subprocess.Popen(
-            ["wine", *map(str, command)],
-            stdin=stdin,
-            stdout=self.out,
-            stderr=self.err,
-            env=environment(**variables),
-            start_new_session=True,
-        )
-        _started.append(self)
-
-    @property
-    def stdin(self):
-        return self.process.stdin
-
-    def running(self):
-        return self.process.poll() is None
-
-    def never_began(self):
-        """True if Wine failed to start it, which happens now and then (see scripts/lib.sh). Our
-        programs give a reason for status 1, and start_with has its own status."""
-        silent = not any(os.fstat(file.fileno()).st_size for file in (self.out, self.err))
-        return self.process.poll() == CANNOT_START or (self.process.poll() == 1 and silent)
-
-    def kill(self):
-        # After a wait for it, its id may belong to another process.
-        if self.process.returncode is None:
-            with contextlib.suppress(ProcessLookupError):
-                os.killpg(self.process.pid, signal.SIGKILL)
-            self.process.wait(PATIENCE)
-        if self.process.stdin:
-            with contextlib.suppress(BrokenPipeError):
-                self.process.stdin.close()
-
-    def interrupt(self):
-        """Ctrl-C."""
-        self.process.send_signal(signal.SIGINT)
-
-    def discard(self):
-        """Ends it and ignores its output."""
-        self.kill()
-        self.out.close()
-        self.err.close()
-
-    def wait(self):
-        try:
-            return self.process.wait(PATIENCE)
-        except subprocess.TimeoutExpired:
-            self.kill()
-            raise TimeoutError(f"the program does not end: {self.texts()}") from None
-
-    def texts(self):
-        """Standard output and standard error, once the process has ended."""
-        texts = []
-        for file in (self.out, self.err):
-            file.seek(0)
-            texts.append(file.read().decode("utf-8", "replace"))
-            file.close()
-        return texts
-
-
-def end_all():
-    """Ends the programs that a failed test has left running."""
-    for process in _started:
-        process.discard()
-    _started.clear()
-
-
-class Outcome:
-    """How a run of tallow-load ended."""
+class Outcome(programs.Outcome):
+    """How a run of tallow-load ended; its output is text."""
 
     def __init__(self, process):
-        self.status = process.wait()
-        self.out, err = process.texts()
-        noise = ("wine32", "multiarch", "dpkg", "apt-get")
-        lines = err.splitlines()
-        self.err = "\n".join(line for line in lines if not any(word in line for word in noise))
-        self.json = json.loads(self.out) if self.out.startswith("{") else {}
+        super().__init__(process)
+        self.out = self.out.decode("utf-8", "replace")
 
-    def __repr__(self):
-        return f"status {self.status}\n{self.out}\n{self.err}"
+    @property
+    def text(self):
+        return self.out
+
+    @property
+    def json(self):
+        return super().json if self.out.startswith("{") else {}
 
 
 class Job:

@@ -1,17 +1,14 @@
 #!/usr/bin/env python3
 """The command line of tallow-load, what it prints, and what it leaves alone."""
 
-import pathlib
 import shutil
-import sys
 import unittest
 
 import harness
 import load_cases
 from harness import BIN, Outcome, Process
-
-sys.path.append(str(pathlib.Path(__file__).parents[1] / "system"))
-import tools_support
+from tallow_tests.programs import TerminalProgram
+from tallow_tests.reports import main
 
 SECRET = "geheim4711"
 
@@ -210,8 +207,8 @@ class Writer(CommandTest):
         for restart, words in (([], "waiting for data from a writer at "),
                                (["--restart"], "waiting for a writer at ")):
             program, *arguments = job.command(*restart)
-            load = tools_support.TerminalProgram(self.folder, program.stem, arguments)
-            self.addCleanup(load.close)
+            load = TerminalProgram(program, *arguments, cwd=self.folder)
+            self.addCleanup(load.discard)
             load.wait_for((words + job.pipe).encode())
             self.assertNotIn(b"0 B", load.shown())
             if not restart:
@@ -296,5 +293,4 @@ class Data(CommandTest):
 
 
 if __name__ == "__main__":
-    harness.wake_wine()
-    unittest.main(verbosity=2)
+    main()

@@ -7,6 +7,7 @@ import unittest
 import harness
 import load_cases
 from harness import Outcome, table_rows, write_rows
+from tallow_tests.reports import main
 
 
 class MariadbLoad(load_cases.Cases, unittest.TestCase):
@@ -201,5 +202,4 @@ class MariadbLoad(load_cases.Cases, unittest.TestCase):
 
 if __name__ == "__main__":
     load_cases.FULL = harness.main_arguments()
-    harness.wake_wine()
-    unittest.main(verbosity=2)
+    main()

@@ -8,6 +8,7 @@ import unittest
 import harness
 import load_cases
 from harness import Job, read_rows, table_rows, write_rows
+from tallow_tests.reports import main
 
 SLOW_COMMIT = """
 create function slow() returns trigger language plpgsql as
@@ -215,5 +216,4 @@ class PostgresLoad(load_cases.Cases, unittest.TestCase):
 
 if __name__ == "__main__":
     load_cases.FULL = harness.main_arguments()
-    harness.wake_wine()
-    unittest.main(verbosity=2)
+    main()

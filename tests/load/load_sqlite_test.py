@@ -2,13 +2,14 @@
 """tallow-load into SQLite."""
 
 import sqlite3
-import subprocess
 import time
 import unittest
 
 import harness
 import load_cases
 from harness import table_rows, write_rows
+from tallow_tests.machine import resize_disk, small_disk
+from tallow_tests.reports import main
 
 
 class SqliteLoad(load_cases.Cases, unittest.TestCase):
@@ -27,12 +28,7 @@ class SqliteLoad(load_cases.Cases, unittest.TestCase):
         self.assertIsNone(job.record())
 
     def test_full_disk(self):
-        disk = self.folder / "disk"
-        disk.mkdir()
-        mount = ["mount", "-t", "tmpfs", "-o", "size=600k", "tmpfs", disk]
-        if subprocess.run(mount, capture_output=True, check=False).returncode != 0:
-            self.skipTest("this system lets nobody mount a small disk")
-        self.addCleanup(subprocess.run, ["umount", disk], check=True)
+        disk = small_disk(self, "600k")
         self.database = harness.Sqlite(disk)
         source = write_rows(self.folder / "in.csv", 10000)
         job = self.job(source, "--header", "--create", block=16384)
@@ -40,7 +36,7 @@ class SqliteLoad(load_cases.Cases, unittest.TestCase):
         self.check_refused(outcome, 4, "full")
         self.assertEqual(len(table_rows(self.database, "rows")), job.record()[1])
         self.assertGreater(job.record()[1], 0)
-        subprocess.run(["mount", "-o", "remount,size=20m", disk], check=True)
+        resize_disk(disk, "20m")
         self.check_done(job.run("--restart"), job)
 
     def test_long_row_costs_the_database_no_more_than_its_length(self):
@@ -108,5 +104,4 @@ class SqliteLoad(load_cases.Cases, unittest.TestCase):
 
 if __name__ == "__main__":
     load_cases.FULL = harness.main_arguments()
-    harness.wake_wine()
-    unittest.main(verbosity=2)
+    main()

@@ -9,10 +9,8 @@ target_link_libraries(tallow_job_model PUBLIC tallow_build tallow_test_support)
 tallow_add_tests(model_test SOURCES model_test.cpp LIBRARIES tallow_test_support tallow_job_model
                  DEPENDS tallowin tallowinenu TIMEOUT 900 OWN_MAIN)
 # The same test with another 50,000 sequences.
-add_test(NAME model_test_full COMMAND model_test --gtest_brief=1
-         WORKING_DIRECTORY ${TALLOW_TEST_WORK}/model_test)
-set_tests_properties(model_test_full PROPERTIES LABELS full TIMEOUT 5400
-                     ENVIRONMENT TALLOW_SEQUENCES=50000)
+tallow_run_tests(model_test_full model_test ENVIRONMENT TALLOW_SEQUENCES=50000 LABELS full
+                 TIMEOUT 5400)
 
 function(tallow_add_fallback_tests name)
   tallow_add_tests(${name} SOURCES ${name}.cpp LIBRARIES tallow_test_support tallow_job_model

@@ -3,14 +3,15 @@
 
 import subprocess
 
-import tools_support
-from tools_support import data_of
+from tallow_tests.reports import main
+from tallow_tests.tools import ToolTest, data_of
+from tallow_tests.waiting import wait_until
 
 
-class Feed(tools_support.ToolTest):
+class Feed(ToolTest):
     def wait_for_server(self):
         """Once the pipe exists, a second writer is refused and takes nothing."""
-        tools_support.wait_until(
+        wait_until(
             lambda: "cannot open" in self.feed(b"", "--wait", 0).outcome().err, "the server end")
 
     def test_sends_a_file_whole(self):
@@ -32,8 +33,8 @@ class Feed(tools_support.ToolTest):
         data = data_of(70_000)
         host = self.host()
         feed = self.start("tallow-feed", "--pipe", self.pipe, "--in", "-", stdin=subprocess.PIPE)
-        feed.process.stdin.write(data)
-        feed.process.stdin.close()
+        feed.stdin.write(data)
+        feed.stdin.close()
         self.assertEnded(feed.outcome(), 0)
         self.assertEnded(host.outcome(), 0)
         self.assertEqual(self.read("out"), data)
@@ -58,7 +59,7 @@ class Feed(tools_support.ToolTest):
         self.wait_for_server()
         self.assertFault(self.feed(b"", "--serve", "--wait", 0).outcome(), 2, "cannot create",
                          "--serve")
-        server.close()
+        server.discard()
 
     def test_prints_its_outcome_as_json(self):
         feed = self.feed(data_of(4_000), "--json")
@@ -76,7 +77,7 @@ class Feed(tools_support.ToolTest):
         first = self.slow_feed(data_of(5_000))
         self.wait_for_length("out.part", 4_000)
         self.assertFault(self.feed(b"x", "--wait", 0).outcome(), 3, "no room", "another holds it")
-        first.process.stdin.close()
+        first.stdin.close()
         self.assertEnded(host.outcome(), 0)
 
     def test_serves_a_host_of_another_account_if_told(self):
@@ -99,7 +100,7 @@ class Feed(tools_support.ToolTest):
         host = self.host()
         feed = self.feed(data_of(30_000_000))
         self.wait_for_length("out.part", 100_000)
-        host.terminate()
+        host.kill()
         self.assertFault(feed.outcome(), 1, "the reader closed")
 
     def test_says_which_input_cannot_be_read(self):
@@ -139,4 +140,4 @@ class Feed(tools_support.ToolTest):
 
 
 if __name__ == "__main__":
-    tools_support.main()
+    main()

@@ -4,15 +4,17 @@
 import json
 import os
 import shutil
-import subprocess
 
-import tools_support
-from tools_support import BIN, BLOCK, OPTIONS, data_of, wait_until
+from tallow_tests import BIN
+from tallow_tests.machine import node, resize_disk, small_disk
+from tallow_tests.reports import main
+from tallow_tests.tools import BLOCK, OPTIONS, ToolTest, data_of, pipe_name
+from tallow_tests.waiting import wait_until
 
 STATE = ["--state", "job.json", "--checkpoint-every", "10"]
 
 
-class Jobs(tools_support.ToolTest):
+class Jobs(ToolTest):
     def test_delivers_the_data(self):
         data = data_of(123_456)
         self.feed(data)
@@ -34,7 +36,7 @@ class Jobs(tools_support.ToolTest):
         host = self.host()
         self.wait_for_length("out.part", 20_000)
         self.assertEqual(self.read("out"), b"yesterday's")
-        feed.process.stdin.close()
+        feed.stdin.close()
         self.assertEnded(host.outcome(), 0)
         self.assertEqual(self.read("out"), data_of(20_000))
 
@@ -103,14 +105,7 @@ class Jobs(tools_support.ToolTest):
         self.assertEqual(self.read("out"), data_of(3_000))
 
     def test_takes_a_third_partys_data(self):
-        node = os.path.join(os.environ.get("XDG_CACHE_HOME", os.path.expanduser("~/.cache")),
-                            "tallow", "node", "node.exe")
-        if not os.path.exists(node):
-            self.skipTest("node.exe is not in the cache; scripts/demo puts it there")
-        key = r"HKCU\Software\Wine\AppDefaults\node.exe"
-        subprocess.run(["wine", "reg", "add", key, "/v", "Version", "/d", "win10", "/f"],
-                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=True,
-                       timeout=tools_support.LIMIT)
+        program = node(self)
         data = data_of(300_000)
         self.write("data", data)
         host = self.host()
@@ -122,13 +117,13 @@ class Jobs(tools_support.ToolTest):
             pipe.on('open', () => fs.createReadStream('data').pipe(pipe));
           }
           send();""")
-        writer = self.start("node", "writer.js", self.pipe, program=node)
+        writer = self.start("node", "writer.js", self.pipe, program=program)
         self.assertEnded(host.outcome(), 0)
         self.assertEnded(writer.outcome(), 0)
         self.assertEqual(self.read("out"), data)
 
 
-class Checkpoints(tools_support.ToolTest):
+class Checkpoints(ToolTest):
     DATA = data_of(60_000)
 
     def stop_half_way(self, *arguments, init=OPTIONS, length=25_000):
@@ -138,7 +133,7 @@ class Checkpoints(tools_support.ToolTest):
         self.wait_for_length("out", length)
         host.interrupt()
         outcome = host.outcome()
-        feed.close()
+        feed.discard()
         return outcome
 
     def restart(self, *arguments):
@@ -176,7 +171,7 @@ class Checkpoints(tools_support.ToolTest):
                    "the first bytes")
         host.interrupt()
         self.assertEnded(host.outcome(), 3)
-        feed.close()
+        feed.discard()
         self.assertEqual((self.state()["position"], self.state()["outputLength"]), (0, 0))
         self.feed(self.DATA)
         self.assertEnded(self.restart().outcome(), 0)
@@ -186,8 +181,8 @@ class Checkpoints(tools_support.ToolTest):
         feed = self.slow_feed(self.DATA[:25_500])
         host = self.host(*STATE)
         self.wait_for_length("out", 25_000)
-        host.terminate()
-        feed.close()
+        host.kill()
+        feed.discard()
         self.assertEqual(self.state()["position"], 20)
         self.feed(self.DATA)
         self.assertEnded(self.restart().outcome(), 0)
@@ -211,7 +206,7 @@ class Checkpoints(tools_support.ToolTest):
         self.assertTrue(self.exists("a folder/job.json.fbf"))
         host.interrupt()
         self.assertEnded(host.outcome(), 3)
-        feed.close()
+        feed.discard()
 
     def test_leaves_a_fallback_file_of_the_users_own_alone(self):
         outcome = self.stop_half_way(init=OPTIONS + " Ff=mine.fbf FD=.")
@@ -322,8 +317,8 @@ class Checkpoints(tools_support.ToolTest):
         self.assertFault(self.restart().outcome(), 3, "another tallow-host (process ")
         self.assertEqual((self.read("out"), self.read("job.json")), before)
         self.assertFalse(self.exists("out2"))
-        host.terminate()
-        feed.close()
+        host.kill()
+        feed.discard()
         self.feed(self.DATA)
         self.assertEnded(self.restart().outcome(), 0)
         self.assertEqual(self.read("out"), self.DATA)
@@ -335,7 +330,7 @@ class Checkpoints(tools_support.ToolTest):
         self.wait_for_length("out", 25_000)
         host.interrupt()
         outcome = host.outcome()
-        feed.close()
+        feed.discard()
         self.assertEnded(outcome, 3)
         command = 'tallow-host --state "a&b.json" --restart --wait 500'
         self.assertIn(command, outcome.err)
@@ -455,7 +450,7 @@ class Checkpoints(tools_support.ToolTest):
                    "the re-sent blocks")
         host.interrupt()
         outcome = host.outcome()
-        feed.close()
+        feed.discard()
         self.assertEnded(outcome, 3)
         self.assertEqual((self.read("out"), self.read("job.json")), before)
         self.feed(self.DATA)
@@ -463,7 +458,7 @@ class Checkpoints(tools_support.ToolTest):
         self.assertEqual(self.read("out"), self.DATA)
 
 
-class Unprotected(tools_support.ToolTest):
+class Unprotected(ToolTest):
     """Jobs whose fallback file cannot be made."""
     DATA = data_of(60_000)
 
@@ -486,7 +481,7 @@ class Unprotected(tools_support.ToolTest):
         self.wait_for_length("out", 25_000)
         host.interrupt()
         outcome = host.outcome()
-        feed.close()
+        feed.discard()
         self.assertEnded(outcome, 1)
         self.assertIn("has to start over", outcome.err)
         self.assertNotIn("--restart", outcome.err)
@@ -497,22 +492,16 @@ class Unprotected(tools_support.ToolTest):
         holder = self.host("--state", "holder.json", output="held",
                            init=OPTIONS + " Ff=held.fbf FD=.")
         self.wait_for_length("held", 25_000)
-        self.pipe = tools_support.pipe_name()
+        self.pipe = pipe_name()
         self.feed(self.DATA)
         outcome = self.host(*STATE, "--json", init=OPTIONS + " Ff=held.fbf FD=.").outcome()
         self.assertUnprotected(outcome, "held.fbf belongs to a job with another pipe")
         holder.interrupt()
         self.assertEnded(holder.outcome(), 3)
-        feed.close()
+        feed.discard()
 
     def test_warns_when_the_disk_of_the_file_is_full(self):
-        disk = self.folder / "disk"
-        disk.mkdir()
-        mount = subprocess.run(["mount", "-t", "tmpfs", "-o", "size=8k", "tallow", disk],
-                               capture_output=True, check=False)
-        if mount.returncode != 0:
-            self.skipTest("no right to mount a small disk")
-        self.addCleanup(subprocess.run, ["umount", "--lazy", disk], check=True)
+        small_disk(self, "8k")
         self.feed(self.DATA)
         outcome = self.host("--state", "job.json", "--checkpoint-every", 30, "--json",
                             init=OPTIONS + " FD=disk").outcome()
@@ -527,7 +516,7 @@ class Unprotected(tools_support.ToolTest):
         self.assertEqual(outcome.json["checkpoints"], 0)
 
 
-class Waits(tools_support.ToolTest):
+class Waits(ToolTest):
     def test_ends_when_no_writer_comes(self):
         for init in (OPTIONS, OPTIONS + " nfb=no"):
             with self.subTest(init):
@@ -550,7 +539,7 @@ class Waits(tools_support.ToolTest):
         data = data_of(25_500)
         feed = self.slow_feed(data)
         outcome = self.host(*STATE, "--wait", 2).outcome()
-        feed.close()
+        feed.discard()
         self.assertEnded(outcome, 3)
         self.assertIn("took longer than 2 seconds for a block", outcome.err)
         self.feed(data)
@@ -558,7 +547,7 @@ class Waits(tools_support.ToolTest):
         self.assertEqual(self.read("out"), data)
 
     def test_ends_a_restart_to_which_no_writer_comes(self):
-        self.feed(data_of(25_500)).close()
+        self.feed(data_of(25_500)).discard()
         outcome = self.host(*STATE, "--wait", 1).outcome()
         self.assertEnded(outcome, 3)
         outcome = self.run_tool("tallow-host", "--state", "job.json", "--restart", "--wait", 1)
@@ -570,15 +559,15 @@ class Waits(tools_support.ToolTest):
         feed = self.slow_feed(b"")
         host = self.host("--wait", 2)
         for start in range(0, 3_000, 1_000):
-            feed.process.stdin.write(data[start:start + 1_000])
-            feed.process.stdin.flush()
+            feed.stdin.write(data[start:start + 1_000])
+            feed.stdin.flush()
             self.wait_for_length("out.part", start + 1_000)
-        feed.process.stdin.close()
+        feed.stdin.close()
         self.assertEnded(host.outcome(), 0)
         self.assertEqual(self.read("out"), data)
 
 
-class ExitStatuses(tools_support.ToolTest):
+class ExitStatuses(ToolTest):
     """The one table: what happens to a job, and what a loop may conclude from the exit status."""
     DATA = data_of(60_000)
     RESTART = ["--state", "job.json", "--restart"]
@@ -587,12 +576,12 @@ class ExitStatuses(tools_support.ToolTest):
         """A job that has a checkpoint at block 20 and was killed."""
         for name in ("job.json", "job.json.fbf", "out"):
             (self.folder / name).unlink(missing_ok=True)
-        self.pipe = tools_support.pipe_name()
+        self.pipe = pipe_name()
         feed = self.slow_feed(self.DATA[:25_500])
         host = self.host(*STATE)
         self.wait_for_length("out", 25_000)
-        host.terminate()
-        feed.close()
+        host.kill()
+        feed.discard()
 
     def first_start(self, *arguments, **keywords):
         return self.host(*arguments, **keywords).outcome()
@@ -672,17 +661,17 @@ class ExitStatuses(tools_support.ToolTest):
                 else:
                     self.assertNotIn("go on with", outcome.err)
                 if writer:
-                    writer.close()
+                    writer.discard()
 
 
-class CtrlC(tools_support.ToolTest):
+class CtrlC(ToolTest):
     def test_leaves_nothing_of_a_job_without_a_state(self):
         feed = self.slow_feed(data_of(5_500))
         host = self.host()
         self.wait_for_length("out.part", 5_000)
         host.interrupt()
         outcome = host.outcome()
-        feed.close()
+        feed.discard()
         self.assertFault(outcome, 1, "Ctrl-C", "start over")
         self.assertFalse(self.exists("out"))
         self.assertFalse(self.exists("out.part"))
@@ -706,7 +695,7 @@ class CtrlC(tools_support.ToolTest):
         self.wait_for_length("out", 12_000)
         host.interrupt()
         self.assertEnded(host.outcome(), 3)
-        feed.close()
+        feed.discard()
         host = self.start("tallow-host", "--state", "job.json", "--restart")
         wait_until(lambda: "dropping" in host.said(), "the restart")
         host.interrupt()
@@ -719,7 +708,7 @@ class CtrlC(tools_support.ToolTest):
         self.assertEqual(self.read("out"), data)
 
 
-class Failures(tools_support.ToolTest):
+class Failures(ToolTest):
     def test_names_a_module_that_is_not_there(self):
         self.assertFault(self.host("--module", "absent.dll").outcome(), 2, "absent.dll",
                          "does not exist", "--module")
@@ -781,31 +770,19 @@ class Failures(tools_support.ToolTest):
         self.assertFault(outcome, 1, "cannot write", "full")
 
     def test_leaves_no_part_of_an_output_on_a_full_disk(self):
-        disk = self.folder / "disk"
-        disk.mkdir()
-        mount = subprocess.run(["mount", "-t", "tmpfs", "-o", "size=64k", "tallow", disk],
-                               capture_output=True, check=False)
-        if mount.returncode != 0:
-            self.skipTest("no right to mount a small disk")
-        self.addCleanup(subprocess.run, ["umount", "--lazy", disk], check=True)
+        disk = small_disk(self, "64k")
         self.feed(data_of(200_000))
         outcome = self.host(output="disk/out").outcome()
         self.assertFault(outcome, 1, "cannot write", "make room on the disk")
         self.assertEqual(os.listdir(disk), [])
 
     def test_says_how_to_go_on_after_a_full_disk(self):
-        disk = self.folder / "disk"
-        disk.mkdir()
-        mount = subprocess.run(["mount", "-t", "tmpfs", "-o", "size=64k", "tallow", disk],
-                               capture_output=True, check=False)
-        if mount.returncode != 0:
-            self.skipTest("no right to mount a small disk")
-        self.addCleanup(subprocess.run, ["umount", "--lazy", disk], check=True)
+        disk = small_disk(self, "64k")
         data = data_of(200_000)
         self.feed(data)
         outcome = self.host(*STATE, output="disk/out").outcome()
         self.assertFault(outcome, 4, "cannot write", "holds only a part", "--restart")
-        subprocess.run(["mount", "-o", "remount,size=1m", disk], check=True)
+        resize_disk(disk, "1m")
         self.feed(data)
         self.assertEnded(
             self.start("tallow-host", "--state", "job.json", "--restart").outcome(), 0)
@@ -831,7 +808,7 @@ class Failures(tools_support.ToolTest):
                 self.assertFault(self.run_tool("tallow-host", *arguments), 2, words)
 
 
-class Explanations(tools_support.ToolTest):
+class Explanations(ToolTest):
     def explain(self, text, *arguments):
         return self.run_tool("tallow-host", "--explain", text, *arguments)
 
@@ -904,13 +881,13 @@ class Explanations(tools_support.ToolTest):
         self.assertRegex(self.run_tool("tallow-host", "--version").text, r"^tallow-host \d+\.\d+")
 
 
-class Terminal(tools_support.ToolTest):
+class Terminal(ToolTest):
     def test_shows_progress_where_a_terminal_is(self):
         feed = self.slow_feed(data_of(12_500))
         host = self.on_terminal("tallow-host", "--pipe", self.pipe, "--out", "out", "--init",
                                 OPTIONS)
         host.wait_for(b"read 12.0 KB, 12 blocks")
-        feed.process.stdin.close()
+        feed.stdin.close()
         host.wait_for(b"done: 13 blocks")
 
     def test_shows_what_it_waits_for(self):
@@ -921,7 +898,7 @@ class Terminal(tools_support.ToolTest):
         feed = self.slow_feed(data_of(12_500))
         host.wait_for(b"read 12.0 KB, 12 blocks")
         host.wait_for(b"nothing new for 0:0")
-        feed.process.stdin.close()
+        feed.stdin.close()
         host.wait_for(b"done: 13 blocks")
 
     def test_stops_at_ctrl_c(self):
@@ -931,9 +908,9 @@ class Terminal(tools_support.ToolTest):
         host.wait_for(b"read 12.0 KB, 12 blocks")
         host.press_ctrl_c()
         host.wait_for(b"--restart")
-        self.assertEqual(host.process.wait(tools_support.LIMIT), 3)
-        feed.close()
+        self.assertEqual(host.wait(), 3)
+        feed.discard()
 
 
 if __name__ == "__main__":
-    tools_support.main()
+    main()

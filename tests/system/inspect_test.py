@@ -4,21 +4,21 @@
 import hashlib
 import os
 
-import tools_support
-from tools_support import BLOCK, data_of
+from tallow_tests.reports import main
+from tallow_tests.tools import BLOCK, OPTIONS, ToolTest, data_of
 
 DATA = data_of(40_000)
 DATA_START = 346
 
 
-class Inspect(tools_support.ToolTest):
-    def leave_file(self, init=tools_support.OPTIONS):
+class Inspect(ToolTest):
+    def leave_file(self, init=OPTIONS):
         """A job with checkpoints at blocks 10 and 20, killed after block 25 had been written."""
         feed = self.slow_feed(DATA[:25_500])
         host = self.host("--state", "job.json", "--checkpoint-every", 10, init=init)
         self.wait_for_length("out", 25_000)
-        host.terminate()
-        feed.close()
+        host.kill()
+        feed.discard()
         self.write("data", DATA)
         return "job.json.fbf"
 
@@ -210,4 +210,4 @@ class Inspect(tools_support.ToolTest):
 
 
 if __name__ == "__main__":
-    tools_support.main()
+    main()

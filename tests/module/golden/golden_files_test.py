@@ -9,6 +9,7 @@ block 3, read to its end.
 import hashlib
 import struct
 import sys
+import unittest
 from pathlib import Path
 
 PIPE = rb"\\.\pipe\tallow-golden"
@@ -37,18 +38,25 @@ def records(with_lengths):
     return result
 
 
-def main():
-    folder = Path(__file__).parent
-    status = 0
-    for name, with_lengths in (("full_blocks.fbf", False), ("sized_blocks.fbf", True)):
-        image = header() + sync_point(2) + sync_point(3) + records(with_lengths)
-        if "--write" in sys.argv:
-            (folder / name).write_bytes(image)
-        elif (folder / name).read_bytes() != image:
-            print(f"{name} is not what its format says")
-            status = 1
-    return status
+def image(with_lengths):
+    return header() + sync_point(2) + sync_point(3) + records(with_lengths)
+
+
+FOLDER = Path(__file__).parent
+IMAGES = {"full_blocks.fbf": image(False), "sized_blocks.fbf": image(True)}
+
+
+class GoldenFiles(unittest.TestCase):
+    def test_are_what_their_format_says(self):
+        for name, wanted in IMAGES.items():
+            with self.subTest(name):
+                self.assertEqual((FOLDER / name).read_bytes(), wanted)
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    if "--write" in sys.argv:
+        for name, wanted in IMAGES.items():
+            (FOLDER / name).write_bytes(wanted)
+    else:
+        from tallow_tests.reports import main
+        main()
