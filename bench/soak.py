@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""One long job through the module; scripts/soak builds what it needs and calls this.
+"""One long job through the module; scripts/bench builds what it needs and calls this.
 
 Usage: bench/soak.py BUILD GIGABYTES RESULTS
 

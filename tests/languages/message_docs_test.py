@@ -10,13 +10,13 @@ import unittest
 from tallow_tests import SOURCE
 from tallow_tests.reports import main
 
-PARTS = ["scripts/message_docs", "docs/messages.md", "src/resources/check_texts.py",
+PARTS = ["src/resources/message_docs.py", "docs/messages.md", "src/resources/check_texts.py",
          "src/resources/messages.def", "src/resources/messages.toml",
          "src/resources/tallowinenu.rc"]
 
 
 def check(root):
-    run = subprocess.run([root / "scripts" / "message_docs", "--check"], capture_output=True,
+    run = subprocess.run([root / "src/resources/message_docs.py", "--check"], capture_output=True,
                          text=True, timeout=60, check=False)
     return run.returncode, run.stderr
 
@@ -40,7 +40,7 @@ class MessageDocs(unittest.TestCase):
     def test_are_stale_when_a_text_changes(self):
         status, said = self.check_after("src/resources/tallowinenu.rc", "has been kept", "is kept")
         self.assertEqual(status, 1)
-        self.assertIn("run scripts/message_docs", said)
+        self.assertIn("run src/resources/message_docs.py", said)
 
     def test_need_a_note_for_each_message(self):
         status, said = self.check_after("src/resources/messages.toml", "[55]", "[1055]")

@@ -1,7 +1,9 @@
 #!/usr/bin/env python3
-"""Sums up a gcovr JSON report: coverage_report REPORT EXCEPTIONS
+"""Sums up a gcovr JSON report.
 
-EXCEPTIONS lists what may stay unreached, one entry per line, in three parts separated by ` | `: the
+Usage: report.py REPORT
+
+exceptions.txt, beside this, lists what may stay unreached, one entry per line, in three parts separated by ` | `: the
 file, the source line (its text, without the blanks around it) and the reason. An exception counts
 neither as reached nor as not reached. An exception that no longer fits is an error.
 """
@@ -9,14 +11,15 @@ import json
 import pathlib
 import sys
 
-ROOT = pathlib.Path(__file__).resolve().parent.parent
+HERE = pathlib.Path(__file__).resolve().parent
+ROOT = HERE.parent.parent
 LEAST = {"lines": 98.0, "branches": 90.0}
 
 
 def read_exceptions(path):
     """{(file, text): reason}"""
     exceptions = {}
-    for number, line in enumerate(pathlib.Path(path).read_text(encoding="utf-8").splitlines(), 1):
+    for number, line in enumerate(path.read_text(encoding="utf-8").splitlines(), 1):
         if not line.strip() or line.startswith("#"):
             continue
         parts = [part.strip() for part in line.split(" | ")]
@@ -28,7 +31,7 @@ def read_exceptions(path):
 
 def main():
     report = json.loads(pathlib.Path(sys.argv[1]).read_text(encoding="utf-8"))
-    exceptions = read_exceptions(sys.argv[2])
+    exceptions = read_exceptions(HERE / "exceptions.txt")
     unused = set(exceptions)
     reached = {"lines": 0, "branches": 0}
     total = {"lines": 0, "branches": 0}

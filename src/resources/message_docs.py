@@ -8,15 +8,14 @@ import pathlib
 import sys
 import tomllib
 
-ROOT = pathlib.Path(__file__).resolve().parent.parent
-RESOURCES = ROOT / "src" / "resources"
+RESOURCES = pathlib.Path(__file__).resolve().parent
+ROOT = RESOURCES.parent.parent
 PAGE = ROOT / "docs" / "messages.md"
-sys.path.insert(0, str(RESOURCES))
-sys.dont_write_bytecode = True
-from check_texts import read_table, read_texts  # noqa: E402 (found through the path just set)
+sys.dont_write_bytecode = True  # beside the sources
+from check_texts import read_table, read_texts  # noqa: E402
 
 HEAD = """\
-<!-- Made by scripts/message_docs from src/resources; do not edit. -->
+<!-- Made by src/resources/message_docs.py; do not edit. -->
 # Messages
 
 Every text that the module shows to a person, in the order of the numbers that the
@@ -62,7 +61,7 @@ def main(arguments):
     if not arguments:
         PAGE.write_text(wanted, encoding="utf-8")
     elif not PAGE.exists() or PAGE.read_text(encoding="utf-8") != wanted:
-        print("docs/messages.md is not up to date: run scripts/message_docs", file=sys.stderr)
+        print("docs/messages.md is not up to date: run src/resources/message_docs.py", file=sys.stderr)
         return 1
     return 0
 
