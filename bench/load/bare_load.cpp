@@ -2,8 +2,6 @@
 // parses the file with the same parser and inserts through the same driver in the same batches, and
 // does nothing else: no pipe, no module, no checkpoint, no check of what it reads. Prints rows and
 // seconds.
-#include <csv.h>
-
 #include <array>
 #include <chrono>
 #include <cstdio>
@@ -13,8 +11,9 @@
 #include <vector>
 
 #include "common/text.hpp"
-#include "load/odbc.hpp"
-#include "load/sql_text.hpp"
+#include "load/rows/csv_library.hpp"
+#include "load/target/odbc.hpp"
+#include "load/target/sql_text.hpp"
 
 namespace {
 
@@ -80,14 +79,15 @@ int run(const std::vector<std::string>& arguments) {
   Load load(arguments[0], arguments[1], std::stoul(arguments[2]), std::stoul(arguments[3]));
   const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(arguments[4].c_str(), "rb"));
   if (!file) throw std::runtime_error("cannot read " + arguments[4]);
+  const tallow::load::CsvLibrary& csv = tallow::load::csvLibrary();
   csv_parser parser{};
-  csv_init(&parser, CSV_STRICT | CSV_EMPTY_IS_NULL);
-  csv_set_space_func(&parser, isNeverSpace);
+  csv.init(&parser, CSV_STRICT | CSV_EMPTY_IS_NULL);
+  csv.setSpaceTest(&parser, isNeverSpace);
   std::vector<char> block(kBlock);
   const auto start = std::chrono::steady_clock::now();
   std::size_t blocks = 0;
   while (const std::size_t length = std::fread(block.data(), 1, block.size(), file.get())) {
-    csv_parse(&parser, block.data(), length, onField, onRow, &load);
+    csv.parse(&parser, block.data(), length, onField, onRow, &load);
     if (++blocks % kBlocksPerCommit == 0) load.connection.commit();
   }
   // The benchmark's files hold whole batches.
@@ -95,7 +95,7 @@ int run(const std::vector<std::string>& arguments) {
   load.connection.commit();
   const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
   std::printf("%llu %.6f\n", load.rows, elapsed.count());
-  csv_free(&parser);
+  csv.release(&parser);
   return 0;
 }
 

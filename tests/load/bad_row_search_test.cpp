@@ -1,4 +1,4 @@
-#include "load/bad_row_search.hpp"
+#include "load/job/bad_rows.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "load/connection_string.hpp"
+#include "load/target/connection_string.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "load/data_format.hpp"
+#include "load/rows/data_format.hpp"
 
 #include <gtest/gtest.h>
 

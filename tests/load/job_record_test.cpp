@@ -1,4 +1,4 @@
-#include "load/job_record.hpp"
+#include "load/job/job_record.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "load/protocol.hpp"
+#include "load/job/protocol.hpp"
 
 #include <gtest/gtest.h>
 

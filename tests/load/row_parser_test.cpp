@@ -1,4 +1,4 @@
-#include "load/row_parser.hpp"
+#include "load/rows/row_parser.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
-#include "load/sql_fault.hpp"
+#include "load/target/fault.hpp"
 
 #include <gtest/gtest.h>
 
-#include "load/reject_reason.hpp"
+#include "load/job/bad_rows.hpp"
 
 namespace tallow::load {
 namespace {

@@ -1,4 +1,4 @@
-#include "load/sql_text.hpp"
+#include "load/target/sql_text.hpp"
 
 #include <gtest/gtest.h>
 

@@ -5,8 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "load/byte_scan.hpp"
-#include "load/short_copy.hpp"
+#include "load/rows/bytes.hpp"
 
 namespace tallow::load {
 namespace {

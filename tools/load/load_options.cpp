@@ -11,7 +11,7 @@
 #include "common/writer_wait.hpp"
 #include "load/connection_source.hpp"
 #include "load/secrets.hpp"
-#include "load/sql_text.hpp"
+#include "load/target/sql_text.hpp"
 
 namespace tallow::load {
 namespace {

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "common/tool_error.hpp"
-#include "load/job_record.hpp"
-#include "load/protocol.hpp"
+#include "load/job/job_record.hpp"
+#include "load/job/protocol.hpp"
 
 namespace tallow::load {
 

@@ -13,11 +13,11 @@
 #include "common/formatting.hpp"
 #include "common/program.hpp"
 #include "common/progress.hpp"
-#include "load/call_watch.hpp"
-#include "load/connection_string.hpp"
+#include "load/job/loader.hpp"
 #include "load/load_options.hpp"
-#include "load/loader.hpp"
 #include "load/secrets.hpp"
+#include "load/target/call_watch.hpp"
+#include "load/target/way.hpp"
 
 namespace tallow::load {
 namespace {
@@ -139,9 +139,9 @@ class Run {
         writer_({options.settings.pipe, options.waitSeconds},
                 [this](const std::string& text) { endProcess(text); }),
         loader_(options, events(), writer_) {
-    // SQLite works inside this process. It keeps its own time limits, and a second thread makes it
+    // A database inside this process keeps its own time limits, and a second thread makes it
     // slower.
-    if (namesSqlite(options.connection)) return;
+    if (isEmbedded(options.connection)) return;
     const unsigned seconds = options.retrySeconds + kPatience;
     database_.emplace(std::chrono::seconds(seconds), [this, seconds] {
       endProcess("the database has not answered for " + std::to_string(seconds) +
