@@ -2,7 +2,9 @@
 """The mistakes of scripts/mutants still fit the module's sources, and the build has its test programs."""
 import importlib.machinery
 import importlib.util
+import pathlib
 import re
+import shutil
 import sys
 import unittest
 
@@ -26,6 +28,12 @@ class Mutants(unittest.TestCase):
     def test_every_mistake_replaces_a_text_that_occurs_once(self):
         self.assertGreater(len(self.mutants.MUTANTS), 0)
         self.assertEqual(self.mutants.misfits(self.mutants.MUTANTS), [])
+
+    def test_the_copy_that_gets_the_mistakes_can_be_built(self):
+        copy = pathlib.Path.cwd() / "source"
+        shutil.rmtree(copy, ignore_errors=True)
+        self.mutants.copy_source(copy)
+        self.assertTrue((copy / "build" / "release" / "build.ninja").exists())
 
     def test_every_test_program_is_built(self):
         build = "\n".join(path.read_text(encoding="utf-8")
