@@ -218,6 +218,86 @@ TALLOW_SIZE(TallowAttributeBlock, 561);
  * parameter block is the one that belongs to the request code. */
 typedef void (*TallowPIDMMain)(TallowRequestBlock* request, void* parameters);
 
+/* The name of a return code, as "pmrcEOF". A text of static lifetime, never null. */
+static inline const char* tallow_code_name(uint32_t code) {
+  switch (code) {
+    case pmrcSuccess:
+      return "pmrcSuccess";
+    case pmrcNotSupported:
+      return "pmrcNotSupported";
+    case pmrcAlreadyOpen:
+      return "pmrcAlreadyOpen";
+    case pmrcEOF:
+      return "pmrcEOF";
+    case pmrcReportFailed:
+      return "pmrcReportFailed";
+    case pmrcBadOpenMode:
+      return "pmrcBadOpenMode";
+    case pmrcDelivery:
+      return "pmrcDelivery";
+    case pmrcBadInterfaceLevel:
+      return "pmrcBadInterfaceLevel";
+    case pmrcEmptyOption:
+      return "pmrcEmptyOption";
+    case pmrcUnknownOption:
+      return "pmrcUnknownOption";
+    case pmrcBadOption:
+      return "pmrcBadOption";
+    case pmrcUnknownRequest:
+      return "pmrcUnknownRequest";
+    case pmrcBadPosition:
+      return "pmrcBadPosition";
+    case pmrcBadAttribute:
+      return "pmrcBadAttribute";
+    case pmrcFailed:
+      return "pmrcFailed";
+    default:
+      return "unknown return code";
+  }
+}
+
+/* One English sentence about a return code, for a host that has no text of the module to show: only
+ * pmrcFailed comes with one. ASCII, of static lifetime, never null. */
+static inline const char* tallow_code_text(uint32_t code) {
+  switch (code) {
+    case pmrcSuccess:
+      return "The request was carried out.";
+    case pmrcNotSupported:
+      return "The module only reads: use it for the input of a job.";
+    case pmrcAlreadyOpen:
+      return "The input has an open pipe already: close it before another is opened.";
+    case pmrcEOF:
+      return "The data has ended.";
+    case pmrcReportFailed:
+      return "Another failure occurred while a failure was being reported: see the module's log.";
+    case pmrcBadOpenMode:
+      return "The open mode is none of 1, 2 and 3: open for reading (1).";
+    case pmrcDelivery:
+      return "A block cannot be delivered, or the writer did not send the same data again: see the "
+             "module's log.";
+    case pmrcBadInterfaceLevel:
+      return "The interface levels are not 1001 and 2001: the host was made for another module.";
+    case pmrcEmptyOption:
+      return "An option of the initialisation string has no value: see the module's log.";
+    case pmrcUnknownOption:
+      return "The initialisation string has an option that does not exist: see the module's log.";
+    case pmrcBadOption:
+      return "An option of the initialisation string has a value out of range: see the module's "
+             "log.";
+    case pmrcUnknownRequest:
+      return "The module does not know this request: the host was made for another version.";
+    case pmrcBadPosition:
+      return "The job cannot go back to this position, or the writer sent less data than before: "
+             "see the module's log.";
+    case pmrcBadAttribute:
+      return "There is no such attribute, or the module handle is missing.";
+    case pmrcFailed:
+      return "The request failed: see the text that came with it, or the module's log.";
+    default:
+      return "The module answered with a return code that this header does not know.";
+  }
+}
+
 #ifdef __cplusplus
 }
 #endif

@@ -20,17 +20,17 @@ BLOCKS_PER_CHECKPOINT = 64
 DATA = random.Random(1).randbytes(300 * BLOCK + 1234)
 
 
-class Examples(ToolTest):
+class Example(ToolTest):
+    """Starts the programs of examples/ and the tools in a folder of its own."""
+
+    program = "minimal_host"
+
     def setUp(self):
         super().setUp()
         self.write("data.bin", DATA)
-        # The module takes longer pipe names, but this host takes 259 bytes at most.
-        self.assertLess(len(self.pipe), 260)
 
-    def start_host(self):
-        return self.start("minimal_host", self.pipe, "out.bin", "state",
-                          f"Block_size={BLOCK} Fallback_Directory=. Fallback_file=job.fbf "
-                          "Log_level=4 Log_directory=.")
+    def start_host(self, options=f"Log_directory=. Log_level=4 Block_size={BLOCK}"):
+        return self.start(self.program, self.pipe, "out.bin", ".", options)
 
     def start_writer(self, file="data.bin"):
         return self.start("minimal_writer", self.pipe, file)
@@ -59,12 +59,13 @@ class Examples(ToolTest):
         feed.stdin.close()
         feed.wait()
 
+
+class CppHost(Example):
     def kill_host_half_way(self):
-        """The minimal host, killed after three checkpoints while it waits for data."""
-        state = self.folder / "state"
-        position = (3 * BLOCKS_PER_CHECKPOINT).to_bytes(8, "little")
+        """The host, killed after three checkpoints while it waits for data."""
+        position = f"position {3 * BLOCKS_PER_CHECKPOINT}\n".encode()
         self.kill_half_way(self.start_host(), DATA[:(3 * BLOCKS_PER_CHECKPOINT + 10) * BLOCK],
-                           lambda: state.exists() and state.read_bytes()[8:16] == position)
+                           lambda: self.exists("job.note") and position in self.read("job.note"))
 
     def test_host_and_writer_move_a_file(self):
         host, writer = self.start_host(), self.start_writer()
@@ -88,7 +89,7 @@ class Examples(ToolTest):
         host, writer = self.start_host(), self.start_writer("other.bin")
         outcome = host.outcome()
         self.assertEnded(outcome, 1)
-        self.assertIn("return code 16", outcome.err)
+        self.assertIn("pmrcDelivery (16)", outcome.err)
         writer.wait()
         self.assertTrue(self.exists("job.fbf"))
         kept = len(self.output())
@@ -101,6 +102,47 @@ class Examples(ToolTest):
         self.assertEqual(self.start_host().wait(), 0)
         self.assertEqual(self.output(), DATA)
 
+    def test_host_deletes_the_file_that_a_death_before_close_has_left(self):
+        host, writer = self.start_host(), self.start_writer()
+        self.assertEqual((host.wait(), writer.wait()), (0, 0))
+        self.write("job.fbf", "left")
+        self.assertEqual(self.start_host().wait(), 0)
+        self.assertFalse(self.exists("job.fbf"))
+
+    def test_host_does_not_begin_anew_because_its_note_is_damaged(self):
+        self.kill_host_half_way()
+        before = self.output()
+        self.write("job.note", "tallow note 1\nposition ")
+        outcome = self.start_host().outcome()
+        self.assertEnded(outcome, 1)
+        self.assertIn("note", outcome.err)
+        self.assertEqual(self.output(), before)
+
+    def test_host_does_not_go_on_in_an_output_that_is_not_its_own(self):
+        self.kill_host_half_way()
+        self.write("out.bin", "short")
+        outcome = self.start_host().outcome()
+        self.assertEnded(outcome, 1)
+        self.assertIn("out", outcome.err)
+        self.assertTrue(self.exists("job.fbf"))
+
+    def test_host_says_what_is_wrong_with_its_options(self):
+        outcome = self.start_host("Nonsense=1").outcome()
+        self.assertEnded(outcome, 1)
+        self.assertIn("pmrcUnknownOption (21)", outcome.err)
+        self.assertIn("an option that does not exist", outcome.err)
+
+    def test_host_says_how_it_is_used(self):
+        outcome = self.start(self.program).outcome()
+        self.assertEnded(outcome, 2)
+        self.assertIn("PIPE OUTPUT FOLDER [OPTIONS]", outcome.err)
+
+
+class CHost(CppHost):
+    program = "minimal_host_c"
+
+
+class Guides(Example):
     def test_the_job_of_the_readme_runs_in_a_console(self):
         readme = (SOURCE / "README.md").read_text(encoding="utf-8")
         lines = re.search(r"^```bat\n(.*?)^```$", readme, re.MULTILINE | re.DOTALL).group(1)

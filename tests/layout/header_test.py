@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""The host interface compiles by itself, as C11 and as C++20, without a warning."""
+"""The headers for hosts compile by themselves, without a warning: tallow.h as C11 and C++20, the
+others as C++17."""
 import pathlib
 import subprocess
 import tempfile
@@ -9,8 +10,10 @@ from tallow_tests import SOURCE
 from tallow_tests.reports import main
 
 INCLUDE = SOURCE / "include"
-COMPILERS = {"c11": "x86_64-w64-mingw32-gcc-posix", "c++20": "x86_64-w64-mingw32-g++-posix"}
-STRICT = ["-Wall", "-Wextra", "-Wpedantic", "-Wconversion", "-Werror", "-fsyntax-only"]
+COMPILERS = {"c11": "x86_64-w64-mingw32-gcc-posix", "c++17": "x86_64-w64-mingw32-g++-posix",
+             "c++20": "x86_64-w64-mingw32-g++-posix"}
+STRICT = ["-Wall", "-Wextra", "-Wpedantic", "-Wshadow", "-Wconversion", "-Wsign-conversion",
+          "-Werror", "-fsyntax-only"]
 
 
 def compile_as(standard, text):
@@ -39,6 +42,18 @@ class Header(unittest.TestCase):
 
     def test_compiles_as_cpp20(self):
         self.check("c++20")
+
+    def test_each_cpp_header_stands_by_itself(self):
+        headers = sorted(path.name for path in (INCLUDE / "tallow").glob("*.hpp"))
+        self.assertIn("tallow.hpp", headers)
+        for header in headers:
+            with self.subTest(header=header):
+                result = compile_as("c++17", f"#include <tallow/{header}>\n" * 2)
+                self.assertEqual((result.returncode, result.stderr), (0, ""))
+
+    def test_the_cpp_headers_bear_the_macros_of_windows_h(self):
+        result = compile_as("c++20", "#include <windows.h>\n#include <tallow/tallow.hpp>\n")
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
 
     def test_a_wrong_use_is_noticed(self):
         for standard in COMPILERS:
