@@ -21,6 +21,7 @@
 #include "support/host.hpp"
 #include "support/import_hook.hpp"
 #include "support/pipe_ends.hpp"
+#include "support/scripted_pipe.hpp"
 #include "support/surroundings.hpp"
 #include "system_libraries.hpp"
 #include "watchdog.hpp"
@@ -28,7 +29,7 @@
 namespace tallow::test {
 namespace {
 
-constexpr std::uint64_t kNone = ~std::uint64_t{0};
+constexpr std::uint64_t kNoPosition = ~std::uint64_t{0};
 
 class Dice {
  public:
@@ -103,7 +104,7 @@ class Chaos {
     Hook<struct TimeTag, std::int64_t(std::int64_t*)> time{
         module.handle(), "_time64",
         [now = std::int64_t{1'700'000'000}](auto) mutable { return ++now; }};
-    std::optional<Hook<struct ReadTag, BOOL(HANDLE, void*, DWORD, DWORD*, OVERLAPPED*)>> read;
+    std::optional<ReplacedReads> reads;
   };
 
   void unload() {
@@ -116,10 +117,10 @@ class Chaos {
     unload();
     if (dice_.oneIn(2)) folder_.removeFiles();
     loaded_ = std::make_unique<Loaded>();
-    loaded_->read.emplace(loaded_->module.handle(), "ReadFile",
-                          [this](HANDLE pipe, void* data, DWORD size, DWORD* count, OVERLAPPED*) {
-                            return readPipe(pipe, data, size, count);
-                          });
+    loaded_->reads.emplace(loaded_->module.handle(),
+                           [this](HANDLE pipe, void* data, DWORD size, DWORD* count) {
+                             return readPipe(pipe, data, size, count);
+                           });
   }
 
   // The writer acts when the module reads the pipe, so that no read waits.
@@ -141,7 +142,7 @@ class Chaos {
       return dice_.oneIn(2) ? TRUE : FALSE;
     }
     if (dice_.oneIn(4)) size = 1 + static_cast<DWORD>(dice_.roll(size));
-    return loaded_->read->original(pipe, data, size, count, nullptr);
+    return loaded_->reads->original(pipe, data, size, count);
   }
 
   void write(HANDLE pipe) {
@@ -323,7 +324,7 @@ class Chaos {
     if (!stream->positions.empty() && !dice_.oneIn(4)) {
       position = dice_.oneIn(3) ? dice_.pick(stream->positions) : stream->positions.back();
     }
-    if (dice_.oneIn(30)) position = kNone - dice_.roll(2);
+    if (dice_.oneIn(30)) position = kNoPosition - dice_.roll(2);
     std::uint32_t code = 0;
     if (dice_.oneIn(40)) {
       code = host().setPosToNull().code;
@@ -404,9 +405,8 @@ TEST(Random, RequestsKeepTheRules) {
   keepSystemLibraries();
   constexpr unsigned kLongestRequest = 300;  // seconds
   startWatchdog(kLongestRequest);
-  const char* given = std::getenv("TALLOW_SEED");
   const std::uint64_t seed =
-      given != nullptr ? std::strtoull(given, nullptr, 10) : GetTickCount64() * 4001 + 1;
+      numberFromEnvironment("TALLOW_SEED").value_or(GetTickCount64() * 4001 + 1);
   const std::size_t requests = std::getenv("TALLOW_FULL") != nullptr ? 120'000 : 4'000;
   std::printf("TALLOW_SEED=%llu repeats this run of %zu requests\n",
               static_cast<unsigned long long>(seed), requests);

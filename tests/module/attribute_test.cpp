@@ -1,8 +1,8 @@
 // The four attribute requests.
 #include <array>
 
-#include "fake_pipe.hpp"
-#include "job_fixture.hpp"
+#include "support/files.hpp"
+#include "support/module_test.hpp"
 
 namespace tallow::test {
 namespace {
@@ -104,10 +104,9 @@ TEST_P(EveryRequest, TakesAValueOfAnyLength) {
 TEST_P(EveryRequest, ChangesTheTimeOut) {
   openJob("Need_Full_Block=no");
   EXPECT_EQ(send("TIMEOUT_SECONDS", "7").code, pmrcSuccess);
-  FakePipe pipe(module());
-  pipe.failEveryRead(ERROR_NO_DATA, 1);
+  ScriptedPipe pipe(module(), PipeScript().thenAlwaysError(ERROR_NO_DATA, 1));
   EXPECT_EQ(host.read().code, pmrcEOF);
-  EXPECT_EQ(pipe.reads(), 8);
+  EXPECT_EQ(pipe.script.reads(), 8u);
 }
 
 INSTANTIATE_TEST_SUITE_P(Attribute, EveryRequest, testing::ValuesIn(kRequests),
@@ -124,10 +123,9 @@ class TimeOutValue : public JobTest, public testing::WithParamInterface<TimeOut>
 TEST_P(TimeOutValue, IsReadAsAWholeNumber) {
   openJob("Need_Full_Block=no");
   ASSERT_EQ(host.attribute("TIMEOUT_SECONDS", GetParam().value).code, pmrcSuccess);
-  FakePipe pipe(module());
-  pipe.failEveryRead(ERROR_NO_DATA, 1);
+  ScriptedPipe pipe(module(), PipeScript().thenAlwaysError(ERROR_NO_DATA, 1));
   EXPECT_EQ(host.read().code, pmrcEOF);
-  EXPECT_EQ(pipe.reads(), GetParam().seconds + 1);
+  EXPECT_EQ(pipe.script.reads(), static_cast<std::size_t>(GetParam().seconds + 1));
 }
 
 INSTANTIATE_TEST_SUITE_P(Attribute, TimeOutValue,
@@ -139,10 +137,9 @@ INSTANTIATE_TEST_SUITE_P(Attribute, TimeOutValue,
 TEST_F(Attribute, ANegativeTimeOutAllowsNoRead) {
   openJob("Need_Full_Block=no");
   ASSERT_EQ(host.attribute("TIMEOUT_SECONDS", "-5").code, pmrcSuccess);
-  FakePipe pipe(module());
-  pipe.failEveryRead(ERROR_NO_DATA, 1);
+  ScriptedPipe pipe(module(), PipeScript().thenAlwaysError(ERROR_NO_DATA, 1));
   EXPECT_EQ(host.read().code, pmrcEOF);
-  EXPECT_EQ(pipe.reads(), 0);
+  EXPECT_EQ(pipe.script.reads(), 0u);
 }
 
 struct Preserve {
@@ -162,8 +159,7 @@ TEST_P(PreserveRestartInfo, IsSetByExactlyYes) {
   ASSERT_EQ(host.attribute("PRESERVE_RESTART_INFO", GetParam().first).code, pmrcSuccess);
   ASSERT_EQ(host.attribute("PRESERVE_RESTART_INFO", GetParam().second).code, pmrcSuccess);
   ASSERT_EQ(host.close().code, pmrcSuccess);
-  const bool exists = GetFileAttributesA(scratch.file("f.fbf").c_str()) != INVALID_FILE_ATTRIBUTES;
-  EXPECT_EQ(exists, GetParam().kept);
+  EXPECT_EQ(exists(scratch.file("f.fbf")), GetParam().kept);
 }
 
 INSTANTIATE_TEST_SUITE_P(Attribute, PreserveRestartInfo,

@@ -1,10 +1,8 @@
 // When the stream of a job breaks or its data changes, nothing wrong may be delivered.
-#include "module/fallback_fixture.hpp"
+#include "support/fallback_test.hpp"
 
 namespace tallow::test {
 namespace {
-
-using testing::ElementsAre;
 
 class ChangedData : public FallbackTest {
  protected:
@@ -49,7 +47,7 @@ TEST_F(ChangedData, RefusesTheDataOfTheRunBefore) {
   reload();
   data = before_;
   openJob();
-  EXPECT_EQ(host().setPos(4).code, pmrcDelivery);
+  EXPECT_EQ(host.setPos(4).code, pmrcDelivery);
 }
 
 TEST_F(ChangedData, WithoutSignaturesChangesNoCheckpoint) {
@@ -67,13 +65,13 @@ class LostBytes : public FallbackTest {
   // The system refuses to read after 10 bytes of block 3. The checkpoint is block 2.
   void loseBytes() {
     openJob();
-    script = PipeScript();
-    script.data(data.substr(0, 2 * kBlockSize + 10));
-    script.error(ERROR_OPERATION_ABORTED);
-    script.data(data.substr(2 * kBlockSize + 10));
+    script() = PipeScript()
+                   .data(data.substr(0, 2 * kBlockSize + 10))
+                   .error(ERROR_OPERATION_ABORTED)
+                   .data(data.substr(2 * kBlockSize + 10));
     deliver(2);
     checkpoint();
-    const ReadAnswer answer = host().read();
+    const ReadAnswer answer = host.read();
     ASSERT_EQ(answer.code, pmrcFailed);
     ASSERT_EQ(answer.data, data.substr(2 * kBlockSize, 10));
     log.newLines();
@@ -82,19 +80,19 @@ class LostBytes : public FallbackTest {
 
 TEST_F(LostBytes, EndReadAndSetPosUntilClose) {
   loseBytes();
-  const std::size_t reads = script.reads();
+  const std::size_t reads = script().reads();
   for (int i = 0; i < 2; ++i) {
-    const ReadAnswer read = host().read();
+    const ReadAnswer read = host.read();
     EXPECT_EQ(read.code, pmrcDelivery);
     EXPECT_EQ(read.data, "");
-    EXPECT_EQ(host().setPos(2).code, pmrcDelivery);
-    EXPECT_EQ(host().setPos(kNoBlock, 5).code, pmrcDelivery);
+    EXPECT_EQ(host.setPos(2).code, pmrcDelivery);
+    EXPECT_EQ(host.setPos(kNoBlock, 5).code, pmrcDelivery);
   }
   const LogEntry read = requestLine("pmiPIDMOptRead", 4);
   const LogEntry setPos = requestLine("pmiPIDMOptSetPos", 7);
   EXPECT_THAT(log.newEntries(), ElementsAre(read, setPos, LogEntry{6, 78, {}}, read, setPos));
-  EXPECT_EQ(script.reads(), reads);
-  EXPECT_EQ(host().close().code, pmrcSuccess);
+  EXPECT_EQ(script().reads(), reads);
+  EXPECT_EQ(host.close().code, pmrcSuccess);
   EXPECT_TRUE(exists(path()));
 }
 
@@ -102,7 +100,7 @@ TEST_F(LostBytes, LeaveTheLastWholeBlockAsACheckpoint) {
   loseBytes();
   EXPECT_EQ(checkpoint(), 2u);
   EXPECT_EQ(newer(), (SyncPoint{2, signature(2)}));
-  EXPECT_EQ(host().close().code, pmrcSuccess);
+  EXPECT_EQ(host.close().code, pmrcSuccess);
   reload();
   openJob();
   goTo(2);
@@ -111,24 +109,22 @@ TEST_F(LostBytes, LeaveTheLastWholeBlockAsACheckpoint) {
 
 TEST_F(LostBytes, LetACheckpointMakeTheFile) {
   openJob();
-  script = PipeScript();
-  script.data(data.substr(0, kBlockSize + 1));
-  script.error(ERROR_OPERATION_ABORTED);
+  script() = PipeScript().data(data.substr(0, kBlockSize + 1)).error(ERROR_OPERATION_ABORTED);
   deliver(1);
-  EXPECT_EQ(host().read().code, pmrcFailed);
+  EXPECT_EQ(host.read().code, pmrcFailed);
   EXPECT_EQ(checkpoint(), 1u);
   EXPECT_EQ(newer(), (SyncPoint{1, signature(1)}));
 }
 
 TEST_F(LostBytes, AreNoneWhenNothingWasGathered) {
   openJob();
-  script = PipeScript();
-  script.data(data.substr(0, 2 * kBlockSize));
-  script.error(ERROR_OPERATION_ABORTED);
-  script.data(data.substr(2 * kBlockSize));
+  script() = PipeScript()
+                 .data(data.substr(0, 2 * kBlockSize))
+                 .error(ERROR_OPERATION_ABORTED)
+                 .data(data.substr(2 * kBlockSize));
   deliver(2);
   checkpoint();
-  EXPECT_EQ(host().read().code, pmrcFailed);
+  EXPECT_EQ(host.read().code, pmrcFailed);
   deliver(1);
   goTo(2);
   deliver(3);
@@ -162,7 +158,7 @@ class FirstRecord : public FallbackTest {
 TEST_F(FirstRecord, LiesAtTheDataStartAfterALengthThatWasCutShort) {
   for (const std::size_t cut : {2u, 3u}) {
     takeOverCutFile(kDataStart + cut);
-    EXPECT_EQ(host().setPos(2).code, pmrcFailed);
+    EXPECT_EQ(host.setPos(2).code, pmrcFailed);
     expectAGoodReplayFromTheStart();
     reload();
     DeleteFileA(path().c_str());
@@ -172,21 +168,18 @@ TEST_F(FirstRecord, LiesAtTheDataStartAfterALengthThatWasCutShort) {
 TEST_F(FirstRecord, LiesAtTheDataStartAfterASeekBackThatFailed) {
   takeOverCutFile(std::string::npos);
   {
-    StreamFaults faults(module());
-    faults.seeksFail = true;
-    faults.seeksBefore = 1;
-    EXPECT_EQ(host().setPos(2).code, pmrcFailed);
+    StreamFaults faults(module(), StreamCall::kSeek, 1);
+    EXPECT_EQ(host.setPos(2).code, pmrcFailed);
   }
   expectAGoodReplayFromTheStart();
 }
 
 TEST_F(FirstRecord, IsGivenUpWithTheFileWhenItCannotBePlaced) {
   takeOverCutFile(kDataStart + 2);
-  EXPECT_EQ(host().setPos(2).code, pmrcFailed);
+  EXPECT_EQ(host.setPos(2).code, pmrcFailed);
   goTo(0);
   deliver(1);
-  StreamFaults faults(module());
-  faults.seeksFail = true;
+  StreamFaults faults(module(), StreamCall::kSeek);
   deliver(2);
   EXPECT_EQ(file().size(), kDataStart + 2);
 }
@@ -200,10 +193,8 @@ TEST_F(ReplayThatCannotSeek, ServesTheSameRecordNext) {
   deliver(3);
   goTo(2);
   {
-    StreamFaults faults(module());
-    faults.seeksFail = true;
-    faults.seeksBefore = 1;  // the seek to the end still succeeds
-    EXPECT_EQ(host().read().code, pmrcFailed);
+    StreamFaults faults(module(), StreamCall::kSeek, 1);  // the seek to the end still succeeds
+    EXPECT_EQ(host.read().code, pmrcFailed);
   }
   deliver(5);
 }
@@ -213,11 +204,11 @@ class ShortBlock : public FallbackTest {
   // A writer that ends block 2 with an empty write after five bytes and then continues.
   void openWithAShortBlock() {
     initialise();
-    script = PipeScript();
-    script.data(data.substr(0, kBlockSize + 5));
-    script.emptyWrite();
-    script.data(data.substr(kBlockSize + 5));
-    ASSERT_EQ(host().open(pipeName).code, pmrcSuccess);
+    script() = PipeScript()
+                   .data(data.substr(0, kBlockSize + 5))
+                   .emptyWrite()
+                   .data(data.substr(kBlockSize + 5));
+    ASSERT_EQ(host.open(pipeName).code, pmrcSuccess);
   }
   std::string shortBlock() const { return data.substr(kBlockSize, 5); }
   // The content of the blocks after the short one.
@@ -225,7 +216,7 @@ class ShortBlock : public FallbackTest {
     return data.substr(kBlockSize + 5 + (number - 3) * kBlockSize, kBlockSize);
   }
   void expectBlock(const std::string& expected) {
-    const ReadAnswer answer = host().read();
+    const ReadAnswer answer = host.read();
     EXPECT_EQ(answer.code, pmrcSuccess);
     EXPECT_EQ(answer.data, expected);
   }
@@ -252,9 +243,9 @@ TEST_F(ShortBlock, IsInTheSignatureAsLongAsItWas) {
   checkpoint();
   expectBlock(shortBlock());
   goTo(1);
-  for (int i = 0; i < 4; ++i) host().read();
+  for (int i = 0; i < 4; ++i) host.read();
   goTo(1);
-  for (int i = 0; i < 4; ++i) host().read();
+  for (int i = 0; i < 4; ++i) host.read();
   EXPECT_EQ(checkpoint(), 4u);
   const std::size_t bytes = 3 * kBlockSize + 5;
   EXPECT_EQ(newer(), (SyncPoint{4, systemMd5(data.substr(0, bytes))}));
@@ -281,14 +272,14 @@ TEST_F(ShortBlock, IsForgottenWhenTheDataAreaStartsAgain) {
 
 TEST_F(ShortBlock, IsOneOfSeveral) {
   initialise();
-  script = PipeScript();
+  script() = PipeScript();
   std::vector<std::string> blocks;
   for (std::size_t i = 0; i < 6; ++i) {
     blocks.push_back(data.substr(i * kBlockSize, 3 + 2 * i));
-    script.data(blocks.back());
-    script.emptyWrite();
+    script().data(blocks.back());
+    script().emptyWrite();
   }
-  ASSERT_EQ(host().open(pipeName).code, pmrcSuccess);
+  ASSERT_EQ(host.open(pipeName).code, pmrcSuccess);
   expectBlock(blocks[0]);
   checkpoint();
   for (std::size_t known = 1; known < blocks.size(); ++known) {

@@ -2,8 +2,8 @@
 
 # An independent second version of the rules.
 add_library(tallow_job_model STATIC model/aftermath.cpp model/careful_host.cpp
-                                    model/digest_oracle.cpp model/file_model.cpp
-                                    model/job_model.cpp model/log_model.cpp)
+                                    model/file_model.cpp model/job_model.cpp
+                                    model/log_model.cpp)
 target_link_libraries(tallow_job_model PUBLIC tallow_build tallow_test_support)
 
 tallow_add_tests(model_test SOURCES model_test.cpp LIBRARIES tallow_test_support tallow_job_model

@@ -2,7 +2,8 @@
 #include <array>
 #include <thread>
 
-#include "job_fixture.hpp"
+#include "support/module_test.hpp"
+#include "support/system_faults.hpp"
 
 namespace tallow::test {
 namespace {
@@ -27,6 +28,14 @@ constexpr std::array kRequests{
 // A failure's text as the host sees it.
 std::string hostText(const std::string& whole) {
   return whole.substr(0, 511);
+}
+
+// Throws something that is no exception class while one text is loaded.
+ReplacedTexts::Choice throwFor(int textId) {
+  return [textId](int id) -> std::optional<std::string> {
+    if (id == textId) throw id;
+    return std::nullopt;
+  };
 }
 
 class UnknownRequest : public JobTest, public testing::WithParamInterface<std::uint32_t> {};
@@ -167,11 +176,7 @@ TEST_F(Entry, FailuresWithoutAHandleShareOneTextBuffer) {
 
 TEST_F(Entry, AFailureBehindAHandlePutsItsTextIntoThatRecord) {
   openJob();
-  Hook<struct ReadTag, BOOL(HANDLE, void*, DWORD, DWORD*, OVERLAPPED*)> readFile(
-      module(), "ReadFile", [](auto...) {
-        SetLastError(ERROR_ACCESS_DENIED);
-        return FALSE;
-      });
+  ScriptedPipe pipe(module(), PipeScript().error(ERROR_ACCESS_DENIED));
   const ReadAnswer answer = host.read();
   EXPECT_EQ(answer.code, pmrcFailed);
   EXPECT_EQ(answer.textAddress, host.instance);
@@ -179,7 +184,7 @@ TEST_F(Entry, AFailureBehindAHandlePutsItsTextIntoThatRecord) {
 
 TEST_F(Entry, ReportsMessage34WhenTheFailuresTextIsMissing) {
   initialise();
-  const OtherTexts texts(module(), 44, "");
+  const ReplacedTexts texts(module(), 44, "");
   const Answer answer = host.open("");
   EXPECT_EQ(answer.code, pmrcFailed);
   EXPECT_EQ(answer.text, hostText(formattedMessage(34, messageText(60).c_str())));
@@ -188,7 +193,7 @@ TEST_F(Entry, ReportsMessage34WhenTheFailuresTextIsMissing) {
 
 TEST_F(Entry, KeepsTheReturnCodeOfAFailureWithoutAText) {
   initialise();
-  const OtherTexts texts(module(), 13, "");
+  const ReplacedTexts texts(module(), 13, "");
   const Answer answer = host.open(pipeName, 4);
   EXPECT_EQ(answer.code, pmrcBadOpenMode);
   EXPECT_THAT(log.newEntries(), ElementsAre(requestLine("pmiPIDMOptOpen", 2), message(2, 34)));
@@ -196,12 +201,10 @@ TEST_F(Entry, KeepsTheReturnCodeOfAFailureWithoutAText) {
 
 TEST_F(Entry, AnswersTwelveWhenReportingAFailureFails) {
   initialise();
-  Hook<struct LoadStringTag, int(HINSTANCE, UINT, char*, int)> loadString(
-      module(), "LoadStringA", [&](HINSTANCE library, UINT id, char* buffer, int size) -> int {
-        if (id == 34) throw 34;  // thrown while a failure is being reported
-        if (id != 44) return loadString.original(library, id, buffer, size);
-        return 0;
-      });
+  const ReplacedTexts texts(module(), [](int id) -> std::optional<std::string> {
+    if (id == 34) throw 34;  // thrown while a failure is being reported
+    return id == 44 ? std::optional<std::string>("") : std::nullopt;
+  });
   const Answer answer = host.open("");
   EXPECT_EQ(answer.code, pmrcReportFailed);
   EXPECT_FALSE(answer.text);
@@ -210,11 +213,7 @@ TEST_F(Entry, AnswersTwelveWhenReportingAFailureFails) {
 
 TEST_F(Entry, ReportsAnythingElseThatIsThrownAsMessage34) {
   initialise();
-  Hook<struct LoadStringTag, int(HINSTANCE, UINT, char*, int)> loadString(
-      module(), "LoadStringA", [&](HINSTANCE library, UINT id, char* buffer, int size) -> int {
-        if (id == 44) throw 44;
-        return loadString.original(library, id, buffer, size);
-      });
+  const ReplacedTexts texts(module(), throwFor(44));
   const Answer answer = host.open("");
   EXPECT_EQ(answer.code, pmrcFailed);
   EXPECT_EQ(answer.text, hostText(formattedMessage(34, messageText(60).c_str())));
@@ -223,11 +222,7 @@ TEST_F(Entry, ReportsAnythingElseThatIsThrownAsMessage34) {
 
 TEST_F(Entry, SaysNothingOfAnythingElseThrownBehindAReturnCode) {
   initialise();
-  Hook<struct LoadStringTag, int(HINSTANCE, UINT, char*, int)> loadString(
-      module(), "LoadStringA", [&](HINSTANCE library, UINT id, char* buffer, int size) -> int {
-        if (id == 13) throw 13;
-        return loadString.original(library, id, buffer, size);
-      });
+  const ReplacedTexts texts(module(), throwFor(13));
   EXPECT_EQ(host.open(pipeName, 4).code, pmrcBadOpenMode);
   EXPECT_THAT(log.newEntries(), ElementsAre(requestLine("pmiPIDMOptOpen", 2)));
 }
@@ -284,8 +279,7 @@ TEST_F(Entry, RefusesANullPositionInSetPos) {
 
 TEST_F(Entry, AnswersOutOfMemoryWithItsOwnText) {
   initialise();
-  Hook<struct MallocTag, void*(std::size_t)> noMemory(module(), "malloc",
-                                                      [](std::size_t) { return nullptr; });
+  const AllocationFaults noMemory(module(), [](std::size_t) { return true; });
   const Answer answer = host.init("Block_size=4096");
   EXPECT_EQ(answer.code, pmrcFailed);
   EXPECT_EQ(answer.text, hostText(formattedMessage(43)));
@@ -299,11 +293,10 @@ TEST_F(Entry, SurvivesARunOutOfMemoryAtEveryAllocationOfAJob) {
     bool failed = false;
     Answer answer;
     {
-      Hook<struct MallocTag, void*(std::size_t)> oneFails(
-          module(), "malloc", [&](std::size_t size) -> void* {
-            failed = failed || ++calls == failAt;
-            return failed ? nullptr : oneFails.original(size);
-          });
+      const AllocationFaults noneFromThere(module(), [&](std::size_t) {
+        failed = failed || ++calls == failAt;
+        return failed;
+      });
       answer = host.init("Block_size=64 No_FallBack=''");
       if (answer.code == pmrcSuccess) answer = host.open(pipeName);
       if (answer.code == pmrcSuccess) {

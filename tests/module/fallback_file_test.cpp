@@ -3,15 +3,14 @@
 #include <cstdio>
 
 #include "entry/records.hpp"
-#include "module/fallback_fixture.hpp"
+#include "support/fallback_test.hpp"
+#include "support/system_faults.hpp"
 
 namespace tallow::test {
 namespace {
 
-using testing::Contains;
-using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::Not;
+using testing::SizeIs;
 
 std::string stemOf(const std::string& pipeName) {
   unsigned sum = 0;
@@ -193,34 +192,34 @@ TEST_F(Name, WithOneNumberFreeIsStillTheLast) {
 }
 
 TEST_F(Name, IsInTheDirectoryThatTempNames) {
-  host().init("Log_level=0 Block_size=16");
-  ASSERT_EQ(host().open(pipeName).code, 0u);
-  host().getPos();
-  EXPECT_TRUE(exists(logs.file(defaultName())));
+  host.init("Log_level=0 Block_size=16");
+  ASSERT_EQ(host.open(pipeName).code, 0u);
+  host.getPos();
+  EXPECT_TRUE(exists(scratch.file(defaultName())));
 }
 
 TEST_F(Name, IsInWindirsTempWithoutTemp) {
   const ScopedEnvironment noTemp("TEMP", std::nullopt);
   const ScopedEnvironment windir("WINDIR", files.path());
   CreateDirectoryA(files.file("temp").c_str(), nullptr);
-  host().init("Block_size=16");
-  ASSERT_EQ(host().open(pipeName).code, 0u);
-  host().getPos();
+  host.init("Block_size=16");
+  ASSERT_EQ(host.open(pipeName).code, 0u);
+  host.getPos();
   EXPECT_TRUE(exists(files.file("temp") + "\\" + defaultName()));
 }
 
 TEST_F(Name, IsOnDriveCWithoutAnyVariable) {
   const ScopedEnvironment noTemp("TEMP", std::nullopt);
   const ScopedEnvironment noWindir("WINDIR", std::nullopt);
-  host().init("Log_directory='" + logs.path() + "' Log_level=6 Block_size=16");
-  ASSERT_EQ(host().open(pipeName).code, 0u);
+  host.init("Log_directory='" + scratch.path() + "' Log_level=6 Block_size=16");
+  ASSERT_EQ(host.open(pipeName).code, 0u);
   log.newLines();
-  host().getPos();
+  host.getPos();
   const std::string name = "c:\\\\" + defaultName();
   EXPECT_THAT(log.newEntries(),
               Contains(trace(6, "Creation of fallback file \"" + name + "\" succeeded.")));
   EXPECT_TRUE(exists(name));
-  host().close();
+  host.close();
   DeleteFileA(name.c_str());
 }
 
@@ -272,7 +271,7 @@ TEST_F(Search, TakesTheFileOfAnEarlierRun) {
 
 TEST_F(Search, DoesNotOpenAFileOutsideTheWorkingDirectory) {
   putFile(defaultName(), restartable());
-  const ScopedCurrentDirectory elsewhere(logs.path());
+  const ScopedCurrentDirectory elsewhere(scratch.path());
   EXPECT_THAT(openAndReadLog(), IsEmpty());
 }
 
@@ -288,7 +287,7 @@ TEST_F(Search, SkipsDirectories) {
 TEST_F(Search, PassesOverFilesOfOthersAndStopsAtTheFirstOfItsOwn) {
   const std::string stem = stemOf(pipeName);
   std::string foreign = restartable();
-  foreign[40] = 'P';  // in the pipe name
+  foreign[kPipeNameOffset + 2] = 'P';
   putFile(stem + "0000.fbf", foreign);
   putFile(stem + "0001.fbf", restartable(kBlockSize * 2));
   putFile(stem + "0002.fbf", "no fallback file, but long enough to have a header block " +
@@ -328,22 +327,22 @@ class SearchHandles {
 
 TEST_F(Search, IsEndedOnceWhenAFileIsTakenOver) {
   putFile(defaultName(), restartable());
-  const SearchHandles handles(module());
+  SearchHandles handles(module());
   EXPECT_EQ(count(openAndReadLog(), message(4, 88)), 1);
-  EXPECT_THAT(handles.begun, testing::SizeIs(1));
+  EXPECT_THAT(handles.begun, SizeIs(1));
   EXPECT_EQ(handles.ended, handles.begun);
 }
 
 TEST_F(Search, IsEndedOnceWhenNoFileIsTakenOver) {
   putFile(defaultName(), restartable(99));
-  const SearchHandles handles(module());
+  SearchHandles handles(module());
   EXPECT_EQ(count(openAndReadLog(), message(4, 88)), 0);
-  EXPECT_THAT(handles.begun, testing::SizeIs(1));
+  EXPECT_THAT(handles.begun, SizeIs(1));
   EXPECT_EQ(handles.ended, handles.begun);
 }
 
 TEST_F(Search, ThatFindsNothingEndsNothing) {
-  const SearchHandles handles(module());
+  SearchHandles handles(module());
   openAndReadLog();
   EXPECT_THAT(handles.begun, IsEmpty());
   EXPECT_THAT(handles.ended, IsEmpty());
@@ -351,7 +350,7 @@ TEST_F(Search, ThatFindsNothingEndsNothing) {
 
 TEST_F(Search, LogsWhatWasExpectedBehindARefusal) {
   std::string foreign = restartable();
-  foreign[40] = 'P';
+  foreign[kPipeNameOffset + 2] = 'P';
   putFile(defaultName(), foreign);
   std::string found = pipeName;
   found[2] = 'P';
@@ -376,7 +375,7 @@ class ExplicitFile : public FallbackTest {
   std::vector<LogEntry> openWith(const std::string& bytes) {
     putFile(path(), bytes);
     send(data);
-    EXPECT_EQ(host().open(pipeName).code, 0u);
+    EXPECT_EQ(host.open(pipeName).code, 0u);
     std::vector<LogEntry> entries = log.newEntries();
     entries.erase(entries.begin(), entries.begin() + 2);
     return entries;
@@ -386,7 +385,7 @@ class ExplicitFile : public FallbackTest {
 TEST_F(ExplicitFile, OfAnotherPipeIsRefusedAndWrittenOver) {
   initialise();
   std::string foreign = good();
-  foreign[40] = 'P';
+  foreign[kPipeNameOffset + 2] = 'P';
   std::vector<LogEntry> entries = openWith(foreign);
   ASSERT_EQ(entries.size(), 3u);
   EXPECT_EQ(entries[0], message(2, 84));
@@ -401,7 +400,7 @@ TEST_F(ExplicitFile, OfAnotherPipeIsRefusedAndWrittenOver) {
 TEST_F(ExplicitFile, WithAnotherBlockSizeIsRefused) {
   initialise();
   std::string other = good();
-  other.replace(33, 4, bytesOf32(17));
+  other.replace(kBlockSizeOffset, 4, bytesOf32(17));
   EXPECT_THAT(openWith(other),
               ElementsAre(message(2, 85), trace(5, "Expected: 16; got 17"), message(2, 75)));
 }
@@ -421,14 +420,14 @@ TEST_F(ExplicitFile, IsRefusedAtEveryLengthShortOfItsDataArea) {
   initialise();
   for (std::size_t length = 0; length < kDataStart; ++length) {
     SCOPED_TRACE(length);
-    DeleteFileA(logs.file("namedpipes.log").c_str());
+    DeleteFileA(scratch.file("namedpipes.log").c_str());
     putFile(path(), good().substr(0, length));
-    ASSERT_EQ(host().open(pipeName).code, 0u);
-    const std::vector<LogEntry> entries = entriesOf(readLog(logs.path()));
+    ASSERT_EQ(host.open(pipeName).code, 0u);
+    const std::vector<LogEntry> entries = entriesOf(readLog(scratch.path()));
     ASSERT_EQ(count(entries, message(2, 75)), 1);
     ASSERT_EQ(count(entries, message(4, 88)), 0);
-    ASSERT_EQ(host().setPos(2).code, pmrcFailed);  // there is no file
-    ASSERT_EQ(host().close().code, 0u);
+    ASSERT_EQ(host.setPos(2).code, pmrcFailed);  // there is no file
+    ASSERT_EQ(host.close().code, 0u);
   }
 }
 
@@ -437,34 +436,37 @@ TEST_F(ExplicitFile, IsTakenOverAtEveryLengthOfItsDataArea) {
   for (std::size_t length = kDataStart; length <= kDataStart + kBlockSize; ++length) {
     send(data);
     putFile(path(), good().substr(0, length));
-    ASSERT_EQ(host().open(pipeName).code, 0u);
-    ASSERT_EQ(host().setPos(2).code, 0u) << length;
-    ASSERT_EQ(host().read().data, block(2));
-    ASSERT_EQ(host().close().code, 0u);
+    ASSERT_EQ(host.open(pipeName).code, 0u);
+    ASSERT_EQ(host.setPos(2).code, 0u) << length;
+    ASSERT_EQ(host.read().data, block(2));
+    ASSERT_EQ(host.close().code, 0u);
   }
 }
 
 TEST_F(ExplicitFile, WithAChangedByteNeverBringsWrongData) {
   initialise();
-  const std::size_t nameEnd = 38 + pipeName.size() + 1;
+  const std::size_t nameEnd = kPipeNameOffset + pipeName.size() + 1;
   for (std::size_t i = 0; i < kDataStart; ++i) {
     SCOPED_TRACE(i);
     std::string bytes = good();
     bytes[i] = static_cast<char>(bytes[i] ^ 0x20);
     putFile(path(), bytes);
     send(data);
-    ASSERT_EQ(host().open(pipeName).code, 0u);
-    std::uint32_t expected = 0;
-    if (i < 32 || (i >= 33 && i < 37) || (i >= 38 && i < nameEnd)) expected = pmrcFailed;
-    if (i == 37) expected = 0;  // any flag except 0 counts as 1
-    if (i >= 322 && i < 330) expected = pmrcBadPosition;
-    if (i >= 330) expected = pmrcDelivery;
-    const Answer answer = host().setPos(2);
+    ASSERT_EQ(host.open(pipeName).code, 0u);
+    std::uint32_t expected = pmrcSuccess;
+    const bool isText = i < kBlockSizeOffset - 1;  // without its end
+    const bool isBlockSize = i >= kBlockSizeOffset && i < kSignatureFlagOffset;
+    const bool isPipeName = i >= kPipeNameOffset && i < nameEnd;
+    if (isText || isBlockSize || isPipeName) expected = pmrcFailed;
+    if (i == kSignatureFlagOffset) expected = pmrcSuccess;  // any flag except 0 counts as 1
+    if (i >= kNewerSyncPoint) expected = pmrcBadPosition;
+    if (i >= kNewerSyncPoint + kSignatureOffset) expected = pmrcDelivery;
+    const Answer answer = host.setPos(2);
     ASSERT_EQ(answer.code, expected);
-    if (expected == 0) {
-      ASSERT_EQ(host().read().data, block(2));
+    if (expected == pmrcSuccess) {
+      ASSERT_EQ(host.read().data, block(2));
     }
-    ASSERT_EQ(host().close().code, 0u);
+    ASSERT_EQ(host.close().code, 0u);
   }
 }
 
@@ -478,15 +480,15 @@ TEST_F(ExplicitFile, WithTheFlagSetMakesAJobWithoutSignatureCheckComputeThem) {
 
 TEST_F(ExplicitFile, WithoutTheFlagNeverMeetsSignatureCheck) {
   std::string unsignedFile = good();
-  unsignedFile[37] = '\0';
+  unsignedFile[kSignatureFlagOffset] = '\0';
   initialise();
   openWith(unsignedFile);
-  EXPECT_EQ(host().setPos(2).code, pmrcDelivery);
+  EXPECT_EQ(host.setPos(2).code, pmrcDelivery);
   EXPECT_EQ(count(log.newEntries(), message(2, 16)), 1);
-  host().close();
+  host.close();
   initialise("Signature_check=1");
   openWith(unsignedFile);
-  EXPECT_EQ(host().setPos(2).code, 0u);
+  EXPECT_EQ(host.setPos(2).code, 0u);
   EXPECT_EQ(count(log.newEntries(), message(3, 16)), 1);
 }
 
@@ -521,8 +523,8 @@ TEST_F(ExplicitFile, ComparesLongPipeNamesInTheirFirst259Characters) {
   initialise();
   std::string longer = good();
   longer[kHeaderSize - 1] = 'x';
-  if (host().open(pipeName).code != 0) GTEST_SKIP() << "the system refuses so long a name";
-  host().close();
+  if (host.open(pipeName).code != 0) GTEST_SKIP() << "the system refuses so long a name";
+  host.close();
   log.newLines();
   EXPECT_THAT(openWith(longer), Contains(message(4, 88)));
 }
@@ -534,11 +536,11 @@ class Trouble : public FallbackTest {
  protected:
   void expectWholeJob() {
     deliver(2);
-    EXPECT_EQ(host().getPos().position, 2u);
+    EXPECT_EQ(host.getPos().position, 2u);
     deliver(3);
-    EXPECT_EQ(host().getPos().position, 5u);
+    EXPECT_EQ(host.getPos().position, 5u);
     deliverRest();
-    EXPECT_EQ(host().close().code, 0u);
+    EXPECT_EQ(host.close().code, 0u);
   }
   int noted(int level, int id) { return count(entries_, message(level, id)); }
   void readLogNow() { entries_ = log.newEntries(); }
@@ -566,8 +568,7 @@ TEST_F(Trouble, WithAReadOnlyFileIsNoted) {
 TEST_F(Trouble, WithAFileThatCannotBeOpenedIsNoted) {
   openJob();
   {
-    StreamFaults faults(module());
-    faults.opensFail = true;
+    StreamFaults faults(module(), StreamCall::kOpen);
     expectWholeJob();
   }
   readLogNow();
@@ -592,7 +593,7 @@ TEST_F(Trouble, WithADirectoryThatHasGoneIsNoted) {
   initialise();
   send(data);
   ASSERT_TRUE(RemoveDirectoryA(files.path().c_str()));
-  ASSERT_EQ(host().open(pipeName).code, 0u);
+  ASSERT_EQ(host.open(pipeName).code, 0u);
   expectWholeJob();
   readLogNow();
   EXPECT_EQ(noted(2, 79), 2);
@@ -606,9 +607,7 @@ TEST_F(Trouble, WithAWriteDeletesTheFile) {
     SCOPED_TRACE(good);
     openJob(good % 2 != 0 ? "Need_Full_Block=no" : "");
     {
-      StreamFaults faults(module());
-      faults.shortWrites = true;
-      faults.writesBefore = good;
+      StreamFaults faults(module(), StreamCall::kWrite, good);
       expectWholeJob();
     }
     readLogNow();
@@ -622,8 +621,7 @@ TEST_F(Trouble, WithAFlushDeletesTheFile) {
   openJob();
   deliver(2);
   {
-    StreamFaults faults(module());
-    faults.flushesFail = true;
+    StreamFaults faults(module(), StreamCall::kFlush);
     EXPECT_EQ(checkpoint(), 2u);
   }
   readLogNow();
@@ -636,11 +634,10 @@ TEST_F(Trouble, WithAWriteEndsRestartability) {
   openJob();
   deliver(2);
   checkpoint();
-  StreamFaults faults(module());
-  faults.shortWrites = true;
+  StreamFaults faults(module(), StreamCall::kWrite);
   deliver(2);
   log.newLines();
-  EXPECT_EQ(host().setPos(2).code, pmrcFailed);
+  EXPECT_EQ(host.setPos(2).code, pmrcFailed);
   EXPECT_EQ(count(log.newEntries(), message(2, 52)), 1);
 }
 
@@ -649,9 +646,7 @@ TEST_F(Trouble, WithASeekLeavesTheJobAlone) {
     SCOPED_TRACE(good);
     openJob();
     {
-      StreamFaults faults(module());
-      faults.seeksFail = true;
-      faults.seeksBefore = good;
+      StreamFaults faults(module(), StreamCall::kSeek, good);
       expectWholeJob();
     }
     reload();
@@ -664,12 +659,11 @@ TEST_F(Trouble, WithTheSeekOfAReplayIsToldWithMessage75) {
   deliver(2);
   checkpoint();
   deliver(2);
-  StreamFaults faults(module());
-  faults.seeksFail = true;
+  StreamFaults faults(module(), StreamCall::kSeek);
   log.newLines();
-  EXPECT_EQ(host().setPos(2).code, pmrcFailed);
+  EXPECT_EQ(host.setPos(2).code, pmrcFailed);
   EXPECT_EQ(count(log.newEntries(), message(2, 75)), 1);
-  const ReadAnswer read = host().read();
+  const ReadAnswer read = host.read();
   EXPECT_EQ(read.code, pmrcDelivery);
   EXPECT_EQ(read.data, "");
 }
@@ -679,10 +673,9 @@ TEST_F(Trouble, WithThePositionAtACheckpointIsToldWithMessage104) {
   deliver(2);
   checkpoint();
   deliver(2);
-  StreamFaults faults(module());
-  faults.tellsFail = true;
+  StreamFaults faults(module(), StreamCall::kTell);
   log.newLines();
-  EXPECT_EQ(host().getPos().code, pmrcFailed);
+  EXPECT_EQ(host.getPos().code, pmrcFailed);
   EXPECT_EQ(count(log.newEntries(), message(2, 104)), 1);
 }
 
@@ -694,9 +687,8 @@ TEST_F(Trouble, WithThePositionInAReplayIsToldWithMessage104) {
   goTo(2);
   log.newLines();
   {
-    StreamFaults faults(module());
-    faults.tellsFail = true;
-    const ReadAnswer read = host().read();
+    StreamFaults faults(module(), StreamCall::kTell);
+    const ReadAnswer read = host.read();
     EXPECT_EQ(read.code, pmrcFailed);
     EXPECT_EQ(read.data, "");
   }
@@ -712,10 +704,8 @@ TEST_F(Trouble, WithAWayBackInAReplayIsToldWithMessage103) {
   goTo(2);
   log.newLines();
   {
-    StreamFaults faults(module());
-    faults.seeksFail = true;
-    faults.seeksBefore = 1;  // the seek to the end
-    EXPECT_EQ(host().read().code, pmrcFailed);
+    StreamFaults faults(module(), StreamCall::kSeek, 1);  // the seek to the end
+    EXPECT_EQ(host.read().code, pmrcFailed);
   }
   EXPECT_EQ(count(log.newEntries(), message(2, 103)), 1);
 }
@@ -732,13 +722,13 @@ class Closing : public FallbackTest {
     log.newLines();
   }
   config::OptionsRecord& record() {
-    return static_cast<entry::ModuleRecord*>(host().moduleHandle)->options;
+    return static_cast<entry::ModuleRecord*>(host.moduleHandle)->options;
   }
 };
 
 TEST_F(Closing, BehindTheEndDeletesTheFile) {
   runToTheEnd();
-  EXPECT_EQ(host().close().code, 0u);
+  EXPECT_EQ(host.close().code, 0u);
   EXPECT_FALSE(exists(path()));
   EXPECT_THAT(log.newEntries(), ElementsAre(requestLine("pmiPIDMOptClose", 3), message(4, 86)));
 }
@@ -748,7 +738,7 @@ TEST_F(Closing, TellsTheSizeInMillionsOfBytes) {
   runToTheEnd();
   const std::size_t size = file().size();
   ASSERT_GT(size, 6000u);
-  host().close();
+  host.close();
   const std::vector<LogLine> lines = log.newLines();
   ASSERT_EQ(lines.size(), 2u);
   EXPECT_NE(lines[1].text.find("(0.0 MB)"), std::string::npos) << lines[1].text;
@@ -759,7 +749,7 @@ TEST_F(Closing, BeforeTheEndKeepsTheFile) {
     openJob();
     deliver(2);
     checkpoint();
-    EXPECT_EQ((withR ? host().closeR() : host().close()).code, 0u);
+    EXPECT_EQ((withR ? host.closeR() : host.close()).code, 0u);
     EXPECT_TRUE(exists(path()));
     reload();
     DeleteFileA(path().c_str());
@@ -768,15 +758,15 @@ TEST_F(Closing, BeforeTheEndKeepsTheFile) {
 
 TEST_F(Closing, BehindTheEndKeepsTheFileWhenAsked) {
   runToTheEnd();
-  host().attribute("PRESERVE_RESTART_INFO", "YES");
-  EXPECT_EQ(host().closeR().code, 0u);
+  host.attribute("PRESERVE_RESTART_INFO", "YES");
+  EXPECT_EQ(host.closeR().code, 0u);
   EXPECT_TRUE(exists(path()));
 }
 
 TEST_F(Closing, AfterAReplayWasAskedForKeepsTheFile) {
   runToTheEnd();
   goTo(2);
-  host().close();
+  host.close();
   EXPECT_TRUE(exists(path()));
 }
 
@@ -784,22 +774,16 @@ TEST_F(Closing, AsksWhenTheFlagIsSet) {
   for (const int answer : {IDYES, IDNO}) {
     runToTheEnd();
     record().confirmFallbackDeletion = true;
-    std::vector<std::string> texts;
-    std::vector<unsigned> buttons;
     {
-      Hook<struct BoxTag, int(HWND, const char*, const char*, unsigned)> box(
-          module(), "MessageBoxA", [&](HWND, const char* text, const char*, unsigned type) {
-            texts.emplace_back(text);
-            buttons.push_back(type & MB_TYPEMASK);
-            return answer;
-          });
-      EXPECT_EQ(host().close().code, 0u);
+      MessageBoxes boxes(module(), answer);
+      EXPECT_EQ(host.close().code, 0u);
+      ASSERT_EQ(boxes.shown.size(), 2u);
+      EXPECT_THAT(boxes.shown[0].text, HasSubstr(pipeName));
+      EXPECT_THAT(boxes.shown[0].text, HasSubstr(path()));
+      EXPECT_EQ(boxes.shown[0].buttons, unsigned{MB_YESNO});
+      EXPECT_EQ(boxes.shown[1].text, messageText(answer == IDYES ? 56 : 55));
+      EXPECT_EQ(boxes.shown[1].buttons, unsigned{MB_OK});
     }
-    ASSERT_EQ(texts.size(), 2u);
-    EXPECT_NE(texts[0].find(pipeName), std::string::npos);
-    EXPECT_NE(texts[0].find(path()), std::string::npos);
-    EXPECT_EQ(texts[1], messageText(answer == IDYES ? 56 : 55));
-    EXPECT_THAT(buttons, ElementsAre(unsigned{MB_YESNO}, unsigned{MB_OK}));
     EXPECT_EQ(exists(path()), answer == IDNO);
     reload();
     DeleteFileA(path().c_str());
@@ -809,30 +793,19 @@ TEST_F(Closing, AsksWhenTheFlagIsSet) {
 TEST_F(Closing, WithRNeverAsks) {
   runToTheEnd();
   record().confirmFallbackDeletion = true;
-  int boxes = 0;
-  {
-    Hook<struct BoxTag, int(HWND, const char*, const char*, unsigned)> box(
-        module(), "MessageBoxA", [&](HWND, const char*, const char*, unsigned) { return ++boxes; });
-    host().closeR();
-  }
-  EXPECT_EQ(boxes, 0);
+  MessageBoxes boxes(module());
+  host.closeR();
+  EXPECT_THAT(boxes.shown, IsEmpty());
   EXPECT_FALSE(exists(path()));
 }
 
 TEST_F(Closing, AsksEvenWhenTheFileIsToBePreserved) {
   runToTheEnd();
   record().confirmFallbackDeletion = true;
-  host().attribute("PRESERVE_RESTART_INFO", "YES");
-  int boxes = 0;
-  {
-    Hook<struct BoxTag, int(HWND, const char*, const char*, unsigned)> box(
-        module(), "MessageBoxA", [&](HWND, const char*, const char*, unsigned) {
-          ++boxes;
-          return IDYES;
-        });
-    host().close();
-  }
-  EXPECT_EQ(boxes, 2);
+  host.attribute("PRESERVE_RESTART_INFO", "YES");
+  MessageBoxes boxes(module(), IDYES);
+  host.close();
+  EXPECT_THAT(boxes.shown, SizeIs(2));
   EXPECT_FALSE(exists(path()));
 }
 
@@ -840,13 +813,9 @@ TEST_F(Closing, DoesNotAskWithoutAFile) {
   openJob();
   deliverRest();
   record().confirmFallbackDeletion = true;
-  int boxes = 0;
-  {
-    Hook<struct BoxTag, int(HWND, const char*, const char*, unsigned)> box(
-        module(), "MessageBoxA", [&](HWND, const char*, const char*, unsigned) { return ++boxes; });
-    EXPECT_EQ(host().close().code, 0u);
-  }
-  EXPECT_EQ(boxes, 0);
+  MessageBoxes boxes(module());
+  EXPECT_EQ(host.close().code, 0u);
+  EXPECT_THAT(boxes.shown, IsEmpty());
 }
 
 TEST_F(Closing, ByUnloadKeepsTheFile) {
@@ -862,7 +831,7 @@ class NoFallback : public FallbackTest {};
 TEST_F(NoFallback, GivesPositionsAndSaysNothing) {
   initialise("No_FallBack=''", "");
   send(data);
-  ASSERT_EQ(host().open(pipeName).code, 0u);
+  ASSERT_EQ(host.open(pipeName).code, 0u);
   deliver(2);
   log.newLines();
   EXPECT_EQ(checkpoint(), 2u);
@@ -873,17 +842,17 @@ TEST_F(NoFallback, GivesPositionsAndSaysNothing) {
 TEST_F(NoFallback, RefusesEverySetPos) {
   initialise("No_FallBack=''");
   send(data);
-  ASSERT_EQ(host().open(pipeName).code, 0u);
+  ASSERT_EQ(host.open(pipeName).code, 0u);
   deliver(2);
   checkpoint();
   log.newLines();
-  EXPECT_EQ(host().setPos(2).code, pmrcFailed);
+  EXPECT_EQ(host.setPos(2).code, pmrcFailed);
   EXPECT_THAT(log.newEntries(), ElementsAre(requestLine("pmiPIDMOptSetPos", 7), message(2, 52)));
 }
 
 TEST_F(NoFallback, SaysWhichOptionsItMakesUseless) {
   initialise("No_FallBack=''");
-  ASSERT_EQ(host().open(pipeName).code, 0u);
+  ASSERT_EQ(host.open(pipeName).code, 0u);
   const std::vector<LogEntry> entries = log.newEntries();
   EXPECT_THAT(entries, ElementsAre(requestLine("pmiPIDMOptOpen", 2),
                                    trace(6, "Opened pipe \"" + pipeName + "\"."), message(1, 99),

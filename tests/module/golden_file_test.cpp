@@ -1,6 +1,6 @@
 // Fallback files in the repository: the module writes the same bytes again and continues from them.
 // So its writer and its reader cannot both change unnoticed.
-#include "module/fallback_fixture.hpp"
+#include "support/fallback_test.hpp"
 
 namespace tallow::test {
 namespace {
@@ -47,7 +47,7 @@ TEST_P(GoldenFile, RefusesOtherData) {
   putFile(path(), golden());
   data[7] ^= 1;
   openJob(GetParam().options);
-  EXPECT_EQ(host().setPos(3).code, pmrcDelivery);
+  EXPECT_EQ(host.setPos(3).code, pmrcDelivery);
 }
 
 INSTANTIATE_TEST_SUITE_P(Both, GoldenFile,

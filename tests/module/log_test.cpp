@@ -3,10 +3,10 @@
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 
-#include "job_fixture.hpp"
+#include "support/files.hpp"
+#include "support/module_test.hpp"
 
 namespace tallow::test {
 namespace {
@@ -20,12 +20,7 @@ std::string quoted(const std::string& value) {
 }
 
 bool hasLog(const std::string& directory) {
-  return GetFileAttributesA((directory + '\\' + kFile).c_str()) != INVALID_FILE_ATTRIBUTES;
-}
-
-std::string wholeFile(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
+  return exists(directory + '\\' + kFile);
 }
 
 TEST_F(Log, IsNotMadeUnlessSomethingAsksForIt) {
@@ -43,7 +38,7 @@ TEST_F(Log, IsNotMadeByADirectoryOptionThatIsRefused) {
 TEST_F(Log, IsSetUpAtLoadWhenTheVariableNamesItsDirectory) {
   loaded.reset();
   ScopedEnvironment variable("NPLOGDIR", scratch.path());
-  loaded.emplace();
+  loaded = std::make_unique<Module>();
   const std::vector<LogLine> lines = readLog(scratch.path());
   ASSERT_THAT(entriesOf(lines), ElementsAre(message(2, 98), message(2, 72)));
   EXPECT_EQ(lines[0].text,
@@ -70,7 +65,7 @@ TEST_F(Log, NamesTheHostByTheFirstWordOfItsCommandLine) {
 TEST_F(Log, HasEveryLineInTheFileBeforeItIsClosed) {
   std::vector<std::string> atClose;
   Hook<struct CloseTag, int(std::FILE*)> close(module(), "fclose", [&](std::FILE* file) {
-    atClose.push_back(wholeFile(scratch.file(kFile)));
+    atClose.push_back(contentOf(scratch.file(kFile)));
     return close.original(file);
   });
   ASSERT_EQ(host.init("Log_directory=" + quoted(scratch.path())).code, pmrcSuccess);
@@ -156,7 +151,7 @@ TEST_F(Log, ALevelAfterLevelZeroOpensItAgain) {
   ASSERT_EQ(host.init("Log_directory=" + quoted(other.path()) + " Log_level=0 Log_level=1").code,
             pmrcSuccess);
   EXPECT_EQ(readLog(other.path()).size(), 2u);
-  EXPECT_EQ(readLog(scratch.path()).size(), 2u) << "in TEMP, no directory being told";
+  EXPECT_EQ(readLog(scratch.path()).size(), 2u) << "in TEMP, since no option names a directory";
 }
 
 class LevelFilter : public JobTest, public testing::WithParamInterface<int> {};
@@ -193,7 +188,7 @@ TEST_F(Log, LinesCarryTimeProcessLevelAndId) {
   const std::time_t before = std::time(nullptr);
   ASSERT_EQ(host.init("Log_level=6").code, pmrcSuccess);
   const std::time_t after = std::time(nullptr);
-  const std::string file = wholeFile(scratch.file(kFile));
+  const std::string file = contentOf(scratch.file(kFile));
   const std::string first = file.substr(0, file.find("\r\n"));
   bool found = false;
   for (std::time_t time = before; time <= after && !found; ++time) {
@@ -210,7 +205,7 @@ TEST_F(Log, LinesEndInCarriageReturnAndNewline) {
   ASSERT_EQ(host.init("Log_level=6").code, pmrcSuccess);
   for (int i = 0; i < 3; ++i) host.request(pmiPIDMOptShut, nullptr);
   host.request(pmiPIDMOptWrite, nullptr);
-  const std::string file = wholeFile(scratch.file(kFile));
+  const std::string file = contentOf(scratch.file(kFile));
   std::size_t lines = 0;
   for (std::size_t i = file.find('\n'); i != std::string::npos; i = file.find('\n', i + 1)) {
     ++lines;
@@ -276,8 +271,7 @@ TEST_F(Log, HasItsNameCutWhereItsPathWouldBeTooLong) {
     EXPECT_EQ(host.request(pmiPIDMOptWrite, nullptr).code, pmrcNotSupported);
     const std::string name = whole.substr(0, kLongestPath - length - 1);
     EXPECT_EQ(name.size() == whole.size(), length == 244);
-    EXPECT_NE(GetFileAttributesA((directory + '\\' + name).c_str()), INVALID_FILE_ATTRIBUTES)
-        << length;
+    EXPECT_TRUE(exists(directory + '\\' + name)) << length;
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory), {}), 1) << length;
   }
 }

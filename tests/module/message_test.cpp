@@ -1,5 +1,6 @@
 // Message texts, and how the module finds its language library when it is loaded.
-#include "job_fixture.hpp"
+#include "support/module_test.hpp"
+#include "support/system_faults.hpp"
 
 namespace tallow::test {
 namespace {
@@ -32,7 +33,7 @@ TEST_F(Message, LongerThanTheLargestBufferIsCut) {
 TEST_F(Message, IsLoadedWhole) {
   initialise();
   for (const std::size_t length : {510u, 511u, 512u, 2047u, 2048u}) {
-    const OtherTexts texts(module(), 45, std::string(length, 't'));
+    const ReplacedTexts texts(module(), 45, std::string(length, 't'));
     EXPECT_EQ(host.open("no pipe").textLength, length);
   }
 }
@@ -52,7 +53,7 @@ bool isModule(HMODULE library) {
 FailedLoad loadWithoutLanguages(LCID locale) {
   FailedLoad result;
   std::optional<Hook<struct LibraryTag, HMODULE(LPCWSTR, HANDLE, DWORD)>> library;
-  std::optional<Hook<struct BoxTag, int(HWND, LPCSTR, LPCSTR, UINT)>> box;
+  std::optional<MessageBoxes> boxes;
   std::optional<Hook<struct LocaleTag, LCID()>> threadLocale;
   {
     const LoadWatch watch([&](HMODULE module) {
@@ -63,17 +64,17 @@ FailedLoad loadWithoutLanguages(LCID locale) {
         SetLastError(ERROR_MOD_NOT_FOUND);
         return nullptr;
       });
-      box.emplace(module, "MessageBoxA", [&](HWND owner, LPCSTR text, LPCSTR, UINT type) {
-        EXPECT_EQ(owner, nullptr);
-        EXPECT_EQ(type & MB_TYPEMASK, UINT{MB_OK});
-        result.boxes.emplace_back(text);
-        return IDOK;
-      });
+      boxes.emplace(module);
       threadLocale.emplace(module, "GetThreadLocale", [=] { return locale; });
     });
     const HMODULE module = LoadLibraryA(modulePath().c_str());
     result.loaded = module != nullptr;
     if (module != nullptr) FreeLibrary(module);
+  }
+  for (const MessageBoxes::Box& box : boxes.value().shown) {
+    EXPECT_EQ(box.owner, nullptr);
+    EXPECT_EQ(box.buttons, UINT{MB_OK});
+    result.boxes.push_back(box.text);
   }
   return result;
 }
@@ -139,16 +140,15 @@ TEST_F(LanguageLibrary, FailedLoadLeavesTheNextOneUnharmed) {
 }
 
 TEST_F(LanguageLibrary, BoxIsNotShownWhenOneIsFound) {
-  int boxes = 0;
-  std::optional<Hook<struct BoxTag, int(HWND, LPCSTR, LPCSTR, UINT)>> box;
+  std::optional<MessageBoxes> boxes;
   const LoadWatch watch([&](HMODULE module) {
-    if (!isModule(module)) return;
-    box.emplace(module, "MessageBoxA", [&](auto...) { return ++boxes; });
+    if (isModule(module)) boxes.emplace(module);
   });
   {
     const Module module;
   }
-  EXPECT_EQ(boxes, 0);
+  ASSERT_TRUE(boxes);
+  EXPECT_THAT(boxes->shown, IsEmpty());
 }
 
 }  // namespace

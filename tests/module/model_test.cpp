@@ -4,9 +4,7 @@
 #include <windows.h>
 
 #include <cstdlib>
-#include <fstream>
 #include <iostream>
-#include <iterator>
 #include <memory>
 #include <optional>
 #include <random>
@@ -19,6 +17,7 @@
 #include "module/model/careful_host.hpp"
 #include "module/model/job_model.hpp"
 #include "module/model/watched_module.hpp"
+#include "support/files.hpp"
 #include "support/log_reader.hpp"
 #include "support/pipe_ends.hpp"
 #include "support/surroundings.hpp"
@@ -27,13 +26,6 @@ namespace tallow::test {
 namespace {
 
 constexpr int kQuickSequences = 2000;
-constexpr std::size_t kDataStart = 346;
-
-std::optional<std::uint64_t> numberFromEnvironment(const char* name) {
-  const char* value = std::getenv(name);
-  if (value == nullptr) return std::nullopt;
-  return std::strtoull(value, nullptr, 10);
-}
 
 // What all sequences share.
 struct Surroundings {
@@ -225,7 +217,7 @@ std::uint64_t Sequence::choosePosition() {
   if (kind < 60 && !positions_.empty()) return positions_[between(0, positions_.size() - 1)];
   if (kind < 75) return model_->syncPointBlocks()[between(0, 1)];
   if (kind < 85) return 0;
-  if (kind < 87) return JobModel::kNone;
+  if (kind < 87) return kNoBlock;
   const std::uint64_t last = aftermath_ ? aftermath_->lastBlockNo() : model_->lastBlockNo();
   return between(0, static_cast<std::size_t>(last) + 2);
 }
@@ -239,11 +231,11 @@ void Sequence::load() {
 }
 
 void Sequence::open() {
-  around_.module->script = makeScript();
+  around_.module->script() = makeScript();
   around_.module->sent.clear();
   output_.startLife(options_.blockSize);
   const ScopedCurrentDirectory current(directory());
-  model_.emplace(disk_, log(), options_, around_.module->script);
+  model_.emplace(disk_, log(), options_, around_.module->script());
   const Answer answer = host().open(options_.pipeName);
   ASSERT_EQ(answer.code, 0u) << answer.text.value_or("");
   isOpen_ = true;
@@ -417,7 +409,7 @@ void Sequence::run() {
 void Sequence::compare(const Answer& real, const JobModel::Answer& expected) {
   EXPECT_EQ(real.code, expected.code) << real.text.value_or("");
   if (model_) {
-    EXPECT_EQ(around_.module->script.reads(), model_->pipe().reads()) << "reads of the pipe";
+    EXPECT_EQ(around_.module->script().reads(), model_->pipe().reads()) << "reads of the pipe";
   }
   compareFiles();
   if (testing::Test::HasFailure()) compareLog();
@@ -431,9 +423,8 @@ void Sequence::judge(const Answer& real, const std::string& problem) {
 }
 
 std::optional<std::string> Sequence::realFile(const std::string& name) const {
-  std::ifstream file(around_.files.file(name), std::ios::binary);
-  if (name.empty() || !file.is_open()) return std::nullopt;
-  return std::string{std::istreambuf_iterator<char>(file), {}};
+  if (name.empty() || !exists(around_.files.file(name))) return std::nullopt;
+  return contentOf(around_.files.file(name));
 }
 
 void Sequence::compareFiles() {
@@ -441,12 +432,11 @@ void Sequence::compareFiles() {
   for (const auto& [name, file] : disk_) names.push_back(name);
   if (options_.file && !disk_.contains(*options_.file)) names.push_back(*options_.file);
   for (const std::string& name : names) {
-    std::ifstream real(around_.files.file(name), std::ios::binary);
+    const std::optional<std::string> real = realFile(name);
     const auto expected = disk_.find(name);
-    ASSERT_EQ(real.is_open(), expected != disk_.end()) << name;
-    if (!real.is_open()) continue;
-    const std::string bytes{std::istreambuf_iterator<char>(real), {}};
-    EXPECT_EQ(expected->second.differenceTo(bytes), "") << name;
+    ASSERT_EQ(real.has_value(), expected != disk_.end()) << name;
+    if (!real) continue;
+    EXPECT_EQ(expected->second.differenceTo(*real), "") << name;
   }
 }
 

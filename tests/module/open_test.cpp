@@ -1,7 +1,8 @@
 // Open: the pipe's name, and which end of the pipe the module becomes.
 #include <sys/stat.h>
 
-#include "job_fixture.hpp"
+#include "support/module_test.hpp"
+#include "support/system_faults.hpp"
 
 namespace tallow::test {
 namespace {
@@ -21,7 +22,7 @@ TEST_F(Open, AnswersTheHandleAndTheBlockSize) {
   EXPECT_NE(host.instance, nullptr);
   EXPECT_EQ(host.moduleHandleAfterOpen, moduleHandle);
   EXPECT_EQ(host.blockSize, 4096u);
-  EXPECT_EQ(host.wordBehindMode, 0u);
+  EXPECT_EQ(host.wordAfterMode, 0u);
   EXPECT_THAT(log.newEntries(),
               ElementsAre(requestLine("pmiPIDMOptOpen", 2),
                           trace(6, "Opened pipe \"" + pipeName + "\"."), message(1, 101)));
@@ -444,7 +445,7 @@ TEST_F(Open, ConnectsToAPipeWithAWideName) {
 TEST_F(Open, ReportsANameThatTheConverterHasNoRoomFor) {
   initialise();
   ASSERT_EQ(host.attribute("CHARSET_NAME", "UTF8").code, pmrcSuccess);
-  const OtherTexts reasonAlone(module(), 45, "%.0s%s");
+  const ReplacedTexts reasonAlone(module(), 45, "%.0s%s");
   SystemCalls calls(module());
   // 65,534 bytes of UTF-16: the converter warns that there is no room for a terminator.
   constexpr std::size_t kTooLong = 32767;
@@ -457,15 +458,9 @@ TEST_F(Open, ReportsANameThatTheConverterHasNoRoomFor) {
 }
 
 TEST_F(Open, NeedsMemoryForABlock) {
-  initialise("Block_size=16777216");
-  Hook<struct MallocTag, void*(std::size_t)> noLargeBlock(
-      module(), "malloc", [&](std::size_t size) -> void* {
-        return size >= 16777216 ? nullptr : noLargeBlock.original(size);
-      });
-  Hook<struct CallocTag, void*(std::size_t, std::size_t)> noLargeZeroedBlock(
-      module(), "calloc", [&](std::size_t count, std::size_t size) -> void* {
-        return count * size >= 16777216 ? nullptr : noLargeZeroedBlock.original(count, size);
-      });
+  constexpr std::size_t kBlockSize = 16'777'216;
+  initialise("Block_size=" + std::to_string(kBlockSize));
+  const AllocationFaults noBlock(module(), [](std::size_t bytes) { return bytes >= kBlockSize; });
   const Answer answer = host.open(pipeName);
   EXPECT_EQ(answer.code, pmrcFailed);
   EXPECT_EQ(answer.text, formattedMessage(43));

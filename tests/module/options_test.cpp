@@ -1,7 +1,7 @@
 // The initialisation string, as Init reads it.
 #include <array>
 
-#include "job_fixture.hpp"
+#include "support/module_test.hpp"
 
 namespace tallow::test {
 namespace {

@@ -1,11 +1,10 @@
 // Read of live data, in both ways of reading the pipe.
-#include <fstream>
-#include <iterator>
-
-#include "fake_pipe.hpp"
-#include "fallback/md5.hpp"
-#include "job_fixture.hpp"
+#include "support/fallback_layout.hpp"
+#include "support/files.hpp"
+#include "support/module_test.hpp"
 #include "support/semaphore.hpp"
+#include "support/system_faults.hpp"
+#include "support/system_md5.hpp"
 
 namespace tallow::test {
 namespace {
@@ -85,10 +84,7 @@ TEST_F(FullBlocks, AreNumberedFromOneInTheLog) {
 
 TEST_F(FullBlocks, AreGatheredFromWhatTheWriterSends) {
   openJob("Block_size=10");
-  FakePipe pipe(module());
-  pipe.deliver("abcd");
-  pipe.deliver("efg");
-  pipe.deliver("hij");
+  ScriptedPipe pipe(module(), PipeScript().data("abcd").data("efg").data("hij"));
   EXPECT_EQ(host.read().data, "abcdefghij");
   EXPECT_THAT(pipe.wanted(), ElementsAre(10, 6, 3));
   EXPECT_THAT(pipe.pauses(), ElementsAre(1, 1, 1));
@@ -99,13 +95,9 @@ TEST_F(FullBlocks, AreGatheredFromWhatTheWriterSends) {
 TEST_F(FullBlocks, WaitForTheRestOfABlock) {
   openJob("Block_size=10");
   BinarySemaphore firstHalfRead;
-  Hook<struct ReadTag, BOOL(HANDLE, void*, DWORD, DWORD*, OVERLAPPED*)> readFile(
-      module(), "ReadFile",
-      [&](HANDLE pipe, void* buffer, DWORD size, DWORD* count, OVERLAPPED* overlapped) {
-        const BOOL result = readFile.original(pipe, buffer, size, count, overlapped);
-        if (result && *count == 5) firstHalfRead.release();
-        return result;
-      });
+  const ObservedPipe pipe(module(), [&](const PipeScript::Outcome& got) {
+    if (got.data == "first") firstHalfRead.release();
+  });
   PipeEnd end = PipeEnd::connect(pipeName);
   const WriterThread writer([&] {
     end.write("first");
@@ -117,9 +109,9 @@ TEST_F(FullBlocks, WaitForTheRestOfABlock) {
 
 TEST_F(FullBlocks, PollEveryMillisecondUntilAWriterConnects) {
   openJob("Block_size=4");
-  FakePipe pipe(module());
-  for (int i = 0; i < 5; ++i) pipe.fail(ERROR_PIPE_LISTENING);
-  pipe.deliver("data");
+  ScriptedPipe pipe(module());
+  for (int i = 0; i < 5; ++i) pipe.script.error(ERROR_PIPE_LISTENING);
+  pipe.script.data("data");
   EXPECT_EQ(host.read().data, "data");
   EXPECT_EQ(pipe.pauses(), std::vector<DWORD>(6, 1));
 }
@@ -128,19 +120,13 @@ TEST_F(FullBlocks, WaitForARealWriter) {
   openJob("Block_size=4");
   BinarySemaphore polled;
   bool released = false;
-  Hook<struct ReadTag, BOOL(HANDLE, void*, DWORD, DWORD*, OVERLAPPED*)> readFile(
-      module(), "ReadFile",
-      [&](HANDLE pipe, void* buffer, DWORD size, DWORD* count, OVERLAPPED* overlapped) {
-        const BOOL result = readFile.original(pipe, buffer, size, count, overlapped);
-        if (!released) {
-          EXPECT_FALSE(result);
-          EXPECT_EQ(GetLastError(), DWORD{ERROR_PIPE_LISTENING});
-          released = true;
-          polled.release();
-          SetLastError(ERROR_PIPE_LISTENING);
-        }
-        return result;
-      });
+  const ObservedPipe pipe(module(), [&](const PipeScript::Outcome& got) {
+    if (released) return;
+    EXPECT_THAT(got.data, IsEmpty());
+    EXPECT_EQ(got.error, unsigned{ERROR_PIPE_LISTENING});
+    released = true;
+    polled.release();
+  });
   const WriterThread writer([&] {
     polled.acquire();
     PipeEnd::connect(pipeName).write("data");
@@ -151,29 +137,26 @@ TEST_F(FullBlocks, WaitForARealWriter) {
 TEST_F(FullBlocks, HaveNoTimeOut) {
   openJob("Block_size=4");
   ASSERT_EQ(host.attribute("TIMEOUT_SECONDS", "1").code, pmrcSuccess);
-  FakePipe pipe(module());
-  for (int i = 0; i < 10; ++i) pipe.fail(ERROR_PIPE_LISTENING, 100);
-  pipe.deliver("data");
+  ScriptedPipe pipe(module());
+  for (int i = 0; i < 10; ++i) pipe.script.error(ERROR_PIPE_LISTENING, 100);
+  pipe.script.data("data");
   EXPECT_EQ(host.read().data, "data");
   EXPECT_EQ(host.read().code, pmrcEOF);  // the pipe itself has ended
 }
 
 TEST_F(FullBlocks, EndWithWhatAZeroByteReadLeft) {
   openJob("Block_size=1000");
-  FakePipe pipe(module());
-  pipe.deliver(std::string(100, 'x'));
-  pipe.deliver("");
+  ScriptedPipe pipe(module(), PipeScript().data(std::string(100, 'x')).emptyWrite());
   EXPECT_EQ(host.read().data, std::string(100, 'x'));
   EXPECT_THAT(log.newEntries(),
               ElementsAre(request(), pipeLine(100, 1), pipeLine(0, 1), blockLine(100, 1)));
   expectEnd(host.read());
-  EXPECT_EQ(pipe.reads(), 2);
+  EXPECT_EQ(pipe.script.reads(), 2u);
 }
 
 TEST_F(FullBlocks, EndAtOnceWithAZeroByteRead) {
   openJob("Block_size=1000");
-  FakePipe pipe(module());
-  pipe.deliver("");
+  ScriptedPipe pipe(module(), PipeScript().emptyWrite());
   expectEnd(host.read());
   EXPECT_THAT(log.newEntries(), ElementsAre(request(), pipeLine(0, 1), endLine()));
 }
@@ -186,9 +169,7 @@ TEST_F(FullBlocks, EndWithoutDataWhenTheWriterSentNone) {
 
 TEST_F(FullBlocks, FailWhenThePipeListensAgainInsideABlock) {
   openJob("Block_size=1000");
-  FakePipe pipe(module());
-  pipe.deliver(std::string(50, 'x'));
-  pipe.fail(ERROR_PIPE_LISTENING);
+  ScriptedPipe pipe(module(), PipeScript().data(std::string(50, 'x')).error(ERROR_PIPE_LISTENING));
   const ReadAnswer answer = host.read();
   EXPECT_EQ(answer.code, pmrcFailed);
   EXPECT_EQ(answer.data, std::string(50, 'x')) << "the bytes gathered so far";
@@ -200,8 +181,7 @@ class PipeFailure : public JobTest, public testing::WithParamInterface<DWORD> {}
 
 TEST_P(PipeFailure, IsToldWithTheSystemsText) {
   openJob();
-  FakePipe pipe(module());
-  pipe.fail(GetParam());
+  ScriptedPipe pipe(module(), PipeScript().error(GetParam()));
   const ReadAnswer answer = host.read();
   EXPECT_EQ(answer.code, pmrcFailed);
   EXPECT_EQ(answer.data, "");
@@ -216,9 +196,7 @@ INSTANTIATE_TEST_SUITE_P(Read, PipeFailure,
 
 TEST_F(FullBlocks, GoOnAfterAFailureThatPasses) {
   openJob("Block_size=4");
-  FakePipe pipe(module());
-  pipe.fail(ERROR_ACCESS_DENIED);
-  pipe.deliver("data");
+  ScriptedPipe pipe(module(), PipeScript().error(ERROR_ACCESS_DENIED).data("data"));
   EXPECT_EQ(host.read().code, pmrcFailed);
   log.newLines();
   EXPECT_EQ(host.read().data, "data");
@@ -248,15 +226,14 @@ TEST_F(FullBlocks, ComeFromAServerThatCloses) {
 
 TEST_F(FullBlocks, SayTheEndAgainWithoutTouchingThePipe) {
   openJob("Block_size=10");
-  FakePipe pipe(module());
-  pipe.deliver("data");
+  ScriptedPipe pipe(module(), PipeScript().data("data"));
   EXPECT_EQ(host.read().data, "data");
-  EXPECT_EQ(pipe.reads(), 2);
+  EXPECT_EQ(pipe.script.reads(), 2u);
   log.newLines();
   expectEnd(host.read());
   EXPECT_THAT(log.newEntries(), ElementsAre(request(), endLine()));
   for (int i = 0; i < 3; ++i) expectEnd(host.read());
-  EXPECT_EQ(pipe.reads(), 2);
+  EXPECT_EQ(pipe.script.reads(), 2u);
 }
 
 TEST_F(FullBlocks, OfOneByte) {
@@ -298,13 +275,13 @@ TEST_F(FullBlocks, OfTwoInputsDoNotMix) {
 
 TEST_F(FullBlocks, TakeNoMemoryPerRead) {
   openJob("Block_size=4");
-  FakePipe pipe(module());
-  for (int i = 0; i < 20; ++i) pipe.deliver("data");
+  ScriptedPipe pipe(module());
+  for (int i = 0; i < 20; ++i) pipe.script.data("data");
   host.read();
   int allocations = 0;
-  Hook<struct MallocTag, void*(std::size_t)> malloc(module(), "malloc", [&](std::size_t size) {
+  const AllocationFaults counted(module(), [&](std::size_t) {
     ++allocations;
-    return malloc.original(size);
+    return false;
   });
   for (int i = 0; i < 10; ++i) EXPECT_EQ(host.read().data, "data");
   EXPECT_EQ(allocations, 0);
@@ -324,9 +301,7 @@ class AvailableData : public JobTest {
 
 TEST_F(AvailableData, IsDeliveredAsItComes) {
   openAvailable();
-  FakePipe pipe(module());
-  pipe.deliver("abc");
-  pipe.deliver("defghijklm");
+  ScriptedPipe pipe(module(), PipeScript().data("abc").data("defghijklm"));
   EXPECT_EQ(host.read().data, "abc");
   EXPECT_THAT(log.newEntries(), ElementsAre(request(), pipeLine(3, 1), blockLine(3, 1)));
   EXPECT_EQ(host.read().data, "defghijklm");
@@ -365,13 +340,13 @@ class GrowingPause : public JobTest, public testing::WithParamInterface<Pauses> 
 
 TEST_P(GrowingPause, FollowsEachEmptyRead) {
   openJob(std::string("Need_Full_Block=no Block_size=4 Pipe_Wait=") + GetParam().pipeWait);
-  FakePipe pipe(module());
+  ScriptedPipe pipe(module());
   std::vector<DWORD> expected;
   for (const DWORD pause : GetParam().growing) {
-    pipe.fail(ERROR_NO_DATA);
+    pipe.script.error(ERROR_NO_DATA);
     expected.insert(expected.end(), {1, pause});
   }
-  pipe.deliver("data");
+  pipe.script.data("data");
   expected.push_back(1);
   EXPECT_EQ(host.read().data, "data");
   EXPECT_EQ(pipe.pauses(), expected);
@@ -386,20 +361,20 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(AvailableData, PausesUpToTenMillisecondsByDefault) {
   openAvailable("Block_size=4");
-  FakePipe pipe(module());
-  for (int i = 0; i < 6; ++i) pipe.fail(ERROR_PIPE_LISTENING);
-  pipe.deliver("data");
+  ScriptedPipe pipe(module());
+  for (int i = 0; i < 6; ++i) pipe.script.error(ERROR_PIPE_LISTENING);
+  pipe.script.data("data");
   EXPECT_EQ(host.read().data, "data");
   EXPECT_THAT(pipe.pauses(), ElementsAre(1, 1, 1, 2, 1, 4, 1, 8, 1, 10, 1, 10, 1));
 }
 
 TEST_F(AvailableData, BeginsWithAShortPauseAtEachRead) {
   openAvailable("Block_size=4");
-  FakePipe pipe(module());
+  ScriptedPipe pipe(module());
   for (int block = 0; block < 2; ++block) {
-    pipe.fail(ERROR_NO_DATA);
-    pipe.fail(ERROR_NO_DATA);
-    pipe.deliver("data");
+    pipe.script.error(ERROR_NO_DATA);
+    pipe.script.error(ERROR_NO_DATA);
+    pipe.script.data("data");
     EXPECT_EQ(host.read().data, "data");
   }
   EXPECT_THAT(pipe.pauses(), ElementsAre(1, 1, 1, 2, 1, 1, 1, 1, 2, 1));
@@ -407,63 +382,58 @@ TEST_F(AvailableData, BeginsWithAShortPauseAtEachRead) {
 
 TEST_F(AvailableData, WaitsOutEveryFailureButTheEnd) {
   openAvailable("Block_size=4");
-  FakePipe pipe(module());
+  ScriptedPipe pipe(module());
   for (const DWORD error : std::initializer_list<DWORD>{
            ERROR_NO_DATA, ERROR_PIPE_LISTENING, ERROR_ACCESS_DENIED, ERROR_PIPE_NOT_CONNECTED,
            ERROR_INVALID_HANDLE, ERROR_OPERATION_ABORTED, ERROR_HANDLE_EOF}) {
-    pipe.fail(error);
+    pipe.script.error(error);
   }
-  pipe.deliver("data");
+  pipe.script.data("data");
   EXPECT_EQ(host.read().data, "data");
   EXPECT_THAT(log.newEntries(), ElementsAre(request(), pipeLine(4, 1), blockLine(4, 1)));
 }
 
 TEST_F(AvailableData, EndsWithAZeroByteRead) {
   openAvailable();
-  FakePipe pipe(module());
-  pipe.deliver("");
+  ScriptedPipe pipe(module(), PipeScript().emptyWrite());
   expectEnd(host.read());
   EXPECT_THAT(log.newEntries(), ElementsAre(request(), pipeLine(0, 1), endLine()));
 }
 
 TEST_F(AvailableData, HasNoTimeOutUnlessOneIsSet) {
   openAvailable("Block_size=4");
-  FakePipe pipe(module());
-  for (int i = 0; i < 20; ++i) pipe.fail(ERROR_NO_DATA, 1000);
-  pipe.deliver("data");
+  ScriptedPipe pipe(module());
+  for (int i = 0; i < 20; ++i) pipe.script.error(ERROR_NO_DATA, 1000);
+  pipe.script.data("data");
   EXPECT_EQ(host.read().data, "data");
 }
 
 TEST_F(AvailableData, WithATimeOutEndsWithAnIdlePipe) {
   openAvailable();
   setTimeOut("1");
-  FakePipe pipe(module());
-  pipe.failEveryRead(ERROR_NO_DATA, 1);
+  ScriptedPipe pipe(module(), PipeScript().thenAlwaysError(ERROR_NO_DATA, 1));
   expectEnd(host.read());
-  EXPECT_EQ(pipe.reads(), 2) << "more than one second must have passed";
+  EXPECT_EQ(pipe.script.reads(), 2u) << "more than one second must have passed";
   EXPECT_THAT(log.newEntries(), ElementsAre(request(), endLine()));
   expectEnd(host.read());
-  EXPECT_EQ(pipe.reads(), 2);
+  EXPECT_EQ(pipe.script.reads(), 2u);
 }
 
 TEST_F(AvailableData, WithATimeOutEndsWithAnythingButAFullBlock) {
   openAvailable();
   setTimeOut("100");
-  FakePipe pipe(module());
-  pipe.deliver("half");
-  pipe.deliver("never read");
+  ScriptedPipe pipe(module(), PipeScript().data("half").data("never read"));
   EXPECT_EQ(host.read().data, "half");
   expectEnd(host.read());
-  EXPECT_EQ(pipe.reads(), 1);
+  EXPECT_EQ(pipe.script.reads(), 1u);
 }
 
 TEST_F(AvailableData, WithATimeOutGoesOnAfterABlockThatCameInOnePiece) {
   openAvailable();
   setTimeOut("100");
-  FakePipe pipe(module());
-  pipe.deliver("0123456789");
-  pipe.deliver("9876543210");
-  pipe.failEveryRead(ERROR_NO_DATA, 60);
+  ScriptedPipe pipe(
+      module(),
+      PipeScript().data("0123456789").data("9876543210").thenAlwaysError(ERROR_NO_DATA, 60));
   EXPECT_EQ(host.read().data, "0123456789");
   EXPECT_EQ(host.read().data, "9876543210");
   expectEnd(host.read());
@@ -472,10 +442,10 @@ TEST_F(AvailableData, WithATimeOutGoesOnAfterABlockThatCameInOnePiece) {
 TEST_F(AvailableData, CountsItsTimeFromTheBeginningOfEachRead) {
   openAvailable();
   setTimeOut("5");
-  FakePipe pipe(module());
+  ScriptedPipe pipe(module());
   for (int block = 0; block < 3; ++block) {
-    pipe.fail(ERROR_NO_DATA, 4);
-    pipe.deliver("0123456789");
+    pipe.script.error(ERROR_NO_DATA, 4);
+    pipe.script.data("0123456789");
     EXPECT_EQ(host.read().data, "0123456789");
   }
 }
@@ -483,17 +453,14 @@ TEST_F(AvailableData, CountsItsTimeFromTheBeginningOfEachRead) {
 TEST_F(AvailableData, WithATimeOutStillEndsWithTheWriter) {
   openAvailable();
   setTimeOut("100");
-  FakePipe pipe(module());
-  pipe.fail(ERROR_BROKEN_PIPE);
+  ScriptedPipe pipe(module(), PipeScript().error(ERROR_BROKEN_PIPE));
   expectEnd(host.read());
-  EXPECT_EQ(pipe.reads(), 1);
+  EXPECT_EQ(pipe.script.reads(), 1u);
 }
 
 // Which bytes a signature covers, as the sync point of a checkpoint shows.
 class Signature : public ModuleTest {
  protected:
-  using Digest = fallback::Md5Digest;
-
   void openWithFallbackFile(const std::string& options) {
     ASSERT_EQ(
         host.init("Fallback_file=f.fbf Fallback_Directory='" + scratch.path() + "' " + options)
@@ -503,76 +470,50 @@ class Signature : public ModuleTest {
   }
 
   // The signature of a checkpoint taken now.
-  Digest checkpoint() {
+  std::string checkpoint() {
     EXPECT_EQ(host.getPos().code, pmrcSuccess);
     host.close();  // flushes the file, which stays: Read has not returned the end
-    std::ifstream file(scratch.file("f.fbf"), std::ios::binary);
-    const std::string content{std::istreambuf_iterator<char>(file), {}};
-    constexpr std::size_t kNewestSignature = 298 + 24 + 8;
-    Digest digest{};
-    EXPECT_GE(content.size(), kNewestSignature + digest.size());
-    if (content.size() >= kNewestSignature + digest.size()) {
-      std::copy_n(content.begin() + kNewestSignature, digest.size(), digest.begin());
-    }
-    return digest;
-  }
-
-  static Digest digestOf(const std::string& data) {
-    fallback::Md5Context context;
-    fallback::md5Init(context);
-    fallback::md5Update(context, data.data(), data.size());
-    return fallback::md5Final(context);
+    return syncPointAt(contentOf(scratch.file("f.fbf")), kNewerSyncPoint).signature;
   }
 };
 
 TEST_F(Signature, CoversEveryFullBlock) {
   openWithFallbackFile("Block_size=10");
-  FakePipe pipe(module());
-  pipe.deliver("01234");
-  pipe.deliver("56789");
-  pipe.deliver("abcdefghij");
+  ScriptedPipe pipe(module(), PipeScript().data("01234").data("56789").data("abcdefghij"));
   host.read();
   host.read();
-  EXPECT_EQ(checkpoint(), digestOf("0123456789abcdefghij"));
+  EXPECT_EQ(checkpoint(), systemMd5("0123456789abcdefghij"));
 }
 
 TEST_F(Signature, CoversALastBlockThatEndsWithAZeroByteRead) {
   openWithFallbackFile("Block_size=1000");
-  FakePipe pipe(module());
-  pipe.deliver(std::string(100, 'x'));
-  pipe.deliver("");
+  ScriptedPipe pipe(module(), PipeScript().data(std::string(100, 'x')).emptyWrite());
   host.read();
-  EXPECT_EQ(checkpoint(), digestOf(std::string(100, 'x')));
+  EXPECT_EQ(checkpoint(), systemMd5(std::string(100, 'x')));
 }
 
 TEST_F(Signature, LeavesOutALastBlockThatEndsWithABrokenPipe) {
   openWithFallbackFile("Block_size=1000");
-  FakePipe pipe(module());
-  pipe.deliver(std::string(100, 'x'));
-  pipe.fail(ERROR_BROKEN_PIPE);
+  ScriptedPipe pipe(module(), PipeScript().data(std::string(100, 'x')).error(ERROR_BROKEN_PIPE));
   EXPECT_EQ(host.read().data.size(), 100u);
-  EXPECT_EQ(checkpoint(), digestOf(""));
+  EXPECT_EQ(checkpoint(), systemMd5(""));
 }
 
 TEST_F(Signature, CoversAvailableData) {
   openWithFallbackFile("Block_size=10 Need_Full_Block=no");
-  FakePipe pipe(module());
-  pipe.deliver("abc");
-  pipe.deliver("de");
+  ScriptedPipe pipe(module(), PipeScript().data("abc").data("de"));
   host.read();
   host.read();
-  EXPECT_EQ(checkpoint(), digestOf("abcde"));
+  EXPECT_EQ(checkpoint(), systemMd5("abcde"));
 }
 
 TEST_F(Signature, LeavesOutABlockThatATimeOutEnded) {
   openWithFallbackFile("Block_size=10 Need_Full_Block=no");
   ASSERT_EQ(host.attribute("TIMEOUT_SECONDS", "100").code, pmrcSuccess);
-  FakePipe pipe(module());
-  pipe.deliver("0123456789");
-  pipe.deliver("half");
+  ScriptedPipe pipe(module(), PipeScript().data("0123456789").data("half"));
   host.read();
   EXPECT_EQ(host.read().data, "half");
-  EXPECT_EQ(checkpoint(), digestOf("0123456789"));
+  EXPECT_EQ(checkpoint(), systemMd5("0123456789"));
 }
 
 }  // namespace

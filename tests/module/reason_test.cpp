@@ -1,5 +1,5 @@
 // A message ends with the reason of the operation that failed, and of no other.
-#include "module/fallback_fixture.hpp"
+#include "support/fallback_test.hpp"
 
 namespace tallow::test {
 namespace {
@@ -36,7 +36,7 @@ class Reason : public FallbackTest {
 
 TEST_F(Reason, OfALengthThatIsCutShortIsTheEndOfTheFile) {
   takeOverAFileCutShort();
-  expectFailure(host().setPos(2), 105, ERROR_HANDLE_EOF);
+  expectFailure(host.setPos(2), 105, ERROR_HANDLE_EOF);
 }
 
 TEST_F(Reason, OfALengthThatCannotBeReadIsTheSystems) {
@@ -46,43 +46,41 @@ TEST_F(Reason, OfALengthThatCannotBeReadIsTheSystems) {
     SetLastError(ERROR_CRC);
     return std::size_t{0};
   };
-  expectFailure(host().setPos(2), 105, ERROR_CRC);
+  expectFailure(host.setPos(2), 105, ERROR_CRC);
 }
 
 TEST_F(Reason, OfASeekWithoutASystemErrorIsNoOlderOne) {
   startReplay();
-  StreamFaults faults(module());
-  faults.seeksFail = true;
+  StreamFaults faults(module(), StreamCall::kSeek);
   SetLastError(ERROR_FILE_EXISTS);
-  expectFailure(host().read(), 103, ERROR_SEEK);
+  expectFailure(host.read(), 103, ERROR_SEEK);
 }
 
 TEST_F(Reason, OfAPositionWithoutASystemErrorIsNoOlderOne) {
   startReplay();
-  StreamFaults faults(module());
-  faults.tellsFail = true;
+  const auto isTell = [](StreamCall call) { return call == StreamCall::kTell; };
+  StreamFaults faults(module(), isTell);
   SetLastError(ERROR_FILE_EXISTS);
-  expectFailure(host().read(), 104, ERROR_SEEK);
+  expectFailure(host.read(), 104, ERROR_SEEK);
   checkpoint();  // its position is still that of the newest sync point
-  faults.tellsFail = false;
+  faults.setRule(nullptr);
   deliver(3);
-  faults.tellsFail = true;
+  faults.setRule(isTell);
   SetLastError(ERROR_FILE_EXISTS);
-  expectFailure(host().getPos(), 104, ERROR_SEEK);
+  expectFailure(host.getPos(), 104, ERROR_SEEK);
 }
 
 TEST_F(Reason, OfAFileThatCannotBeMadeIsTheSystems) {
   openJob();
-  StreamFaults faults(module());
-  faults.opensFail = true;
+  StreamFaults faults(module(), StreamCall::kOpen);
+  faults.systemError = ERROR_ACCESS_DENIED;
   checkpoint();
   EXPECT_EQ(noFileLine(), noFile(ERROR_ACCESS_DENIED));
 }
 
 TEST_F(Reason, OfAFileThatCannotBeMadeWithoutASystemErrorIsNoOlderOne) {
   openJob();
-  Hook<struct OpenTag, std::FILE*(const char*, const char*, int)> open(
-      module(), "_fsopen", [](const char*, const char*, int) { return nullptr; });
+  StreamFaults faults(module(), StreamCall::kOpen);
   SetLastError(ERROR_FILE_EXISTS);
   checkpoint();
   EXPECT_EQ(noFileLine(), noFile(ERROR_TOO_MANY_OPEN_FILES));
@@ -90,8 +88,7 @@ TEST_F(Reason, OfAFileThatCannotBeMadeWithoutASystemErrorIsNoOlderOne) {
 
 TEST_F(Reason, OfAHeaderThatCannotBeWrittenIsNoOlderOne) {
   openJob();
-  StreamFaults faults(module());
-  faults.shortWrites = true;
+  StreamFaults faults(module(), StreamCall::kWrite);
   SetLastError(ERROR_FILE_EXISTS);
   checkpoint();
   EXPECT_EQ(noFileLine(), noFile(ERROR_WRITE_FAULT));

@@ -1,10 +1,8 @@
 // What keeps the data of a restarted job safe: if two rules meet, the safe one holds.
-#include "module/fallback_fixture.hpp"
+#include "support/fallback_test.hpp"
 
 namespace tallow::test {
 namespace {
-
-using testing::ElementsAre;
 
 class Replay : public FallbackTest {
  protected:
@@ -34,14 +32,14 @@ TEST_F(Replay, CountsTheLengthOfEachRecordThatHasOne) {
 TEST_F(Replay, OfALastBlockAsksThePipeForMore) {
   data.resize(kBlockSize + 5);
   openJob();
-  script.emptyWrite();
-  script.data("more");
+  script().emptyWrite();
+  script().data("more");
   deliver(1);
   checkpoint();
   deliver(1);  // ended by the empty write
   goTo(1);
   deliver(2);
-  EXPECT_EQ(host().read().data, "more");
+  EXPECT_EQ(host.read().data, "more");
 }
 
 class Signature : public FallbackTest {};
@@ -117,7 +115,7 @@ TEST_F(Signature, LeavesOutALastBlockThatABrokenPipeEnded) {
 TEST_F(Signature, CountsALastBlockThatAnEmptyWriteEnded) {
   data.resize(kBlockSize * 2 + 5);
   openJob();
-  script.emptyWrite();
+  script().emptyWrite();
   deliver(1);
   checkpoint();
   deliverRest();
@@ -130,7 +128,7 @@ TEST_F(Signature, CountsALastBlockThatAnEmptyWriteEnded) {
 TEST_F(Signature, LeavesOutABlockThatATimeOutEnded) {
   data.resize(kBlockSize + 5);
   openJob("Need_Full_Block=no");
-  host().attribute("TIMEOUT_SECONDS", "5");
+  host.attribute("TIMEOUT_SECONDS", "5");
   deliver(1);
   checkpoint();
   deliverRest();
@@ -246,7 +244,7 @@ class ReplayedRecord : public FallbackTest {
   }
   // A Read is refused, and then, without `faults`, delivers the same record.
   void expectRefusedThenServed(StreamFaults& faults) {
-    const ReadAnswer answer = host().read();
+    const ReadAnswer answer = host.read();
     EXPECT_EQ(answer.code, pmrcDelivery);
     EXPECT_EQ(answer.data, "");
     EXPECT_THAT(log.newEntries(), ElementsAre(requestLine("pmiPIDMOptRead", 4), message(2, 53)));
@@ -289,7 +287,7 @@ class RestartPoint : public FallbackTest {
  protected:
   void expectRefused(std::uint64_t position) {
     log.newLines();
-    EXPECT_EQ(host().setPos(position).code, pmrcBadPosition);
+    EXPECT_EQ(host.setPos(position).code, pmrcBadPosition);
     EXPECT_THAT(log.newEntries(),
                 ElementsAre(requestLine("pmiPIDMOptSetPos", 7),
                             trace(6, "SetPos to block no. " + std::to_string(position) + '.'),
@@ -303,7 +301,7 @@ TEST_F(RestartPoint, ZeroIsBlockOneWhileThatIsInTheFile) {
   checkpoint();
   deliver(3);
   goTo(0);
-  EXPECT_EQ(host().getPos().position, 1u);
+  EXPECT_EQ(host.getPos().position, 1u);
   deliver(5);
 }
 
@@ -368,8 +366,8 @@ TEST_F(RestartPoint, RefusalClearsTheEndAlone) {
   const std::string before = file();
   expectRefused(2);
   EXPECT_EQ(file(), before);
-  EXPECT_EQ(host().close().code, 0u);
-  EXPECT_TRUE(exists(path())) << "the end has not been told since";
+  EXPECT_EQ(host.close().code, 0u);
+  EXPECT_TRUE(exists(path())) << "the end has not been reported since";
 }
 
 class SetPosition : public FallbackTest {};
@@ -397,24 +395,24 @@ class FailedRestart : public FallbackTest {
  protected:
   // Read, GetPos and SetPos are refused without a further message, and Close keeps the file.
   void expectUsedUp() {
-    const std::size_t reads = script.reads();
+    const std::size_t reads = script().reads();
     const std::string before = file();
     log.newLines();
     for (int i = 0; i < 2; ++i) {
-      const ReadAnswer read = host().read();
+      const ReadAnswer read = host.read();
       EXPECT_EQ(read.code, pmrcDelivery);
       EXPECT_EQ(read.data, "");
-      EXPECT_EQ(host().getPos().code, pmrcDelivery);
-      EXPECT_EQ(host().setPos(3).code, pmrcDelivery);
-      EXPECT_EQ(host().setPos(kNoBlock, 5).code, pmrcDelivery);
+      EXPECT_EQ(host.getPos().code, pmrcDelivery);
+      EXPECT_EQ(host.setPos(3).code, pmrcDelivery);
+      EXPECT_EQ(host.setPos(kNoBlock, 5).code, pmrcDelivery);
     }
     const LogEntry read = requestLine("pmiPIDMOptRead", 4);
     const LogEntry getPos = requestLine("pmiPIDMOptGetPos", 6);
     const LogEntry setPos = requestLine("pmiPIDMOptSetPos", 7);
     EXPECT_THAT(log.newEntries(),
                 ElementsAre(read, getPos, setPos, LogEntry{6, 78, {}}, read, getPos, setPos));
-    EXPECT_EQ(script.reads(), reads);
-    EXPECT_EQ(host().close().code, 0u);
+    EXPECT_EQ(script().reads(), reads);
+    EXPECT_EQ(host.close().code, 0u);
     EXPECT_EQ(file(), before);
   }
 };
@@ -423,7 +421,7 @@ TEST_F(FailedRestart, WithChangedDataIsUsedUp) {
   leaveFile(3);
   data[20] ^= 1;
   openJob();
-  EXPECT_EQ(host().setPos(3).code, pmrcDelivery);
+  EXPECT_EQ(host.setPos(3).code, pmrcDelivery);
   expectUsedUp();
 }
 
@@ -431,7 +429,7 @@ TEST_F(FailedRestart, WithTooLittleDataIsUsedUp) {
   leaveFile(3);
   data.resize(kBlockSize * 2);
   openJob();
-  EXPECT_EQ(host().setPos(3).code, pmrcBadPosition);
+  EXPECT_EQ(host.setPos(3).code, pmrcBadPosition);
   expectUsedUp();
 }
 
@@ -439,24 +437,22 @@ TEST_F(FailedRestart, WithDataThatEndsInsideAnEarlierBlockIsUsedUp) {
   leaveFile(3, 1, "Signature_check=0");
   data.resize(kBlockSize + 3);
   openJob("Signature_check=0");
-  EXPECT_EQ(host().setPos(3).code, pmrcBadPosition);
+  EXPECT_EQ(host.setPos(3).code, pmrcBadPosition);
   expectUsedUp();
 }
 
 TEST_F(FailedRestart, WithABrokenPipeIsUsedUp) {
   leaveFile(3);
   openJob();
-  script = PipeScript();
-  script.data(block(1) + "half");
-  script.error(ERROR_PIPE_NOT_CONNECTED);
-  EXPECT_EQ(host().setPos(3).code, pmrcFailed);
+  script() = PipeScript().data(block(1) + "half").error(ERROR_PIPE_NOT_CONNECTED);
+  EXPECT_EQ(host.setPos(3).code, pmrcFailed);
   expectUsedUp();
 }
 
 TEST_F(FailedRestart, WithoutTheLengthOfALaterBlockIsUsedUp) {
   leaveFile(3, 2, "Need_Full_Block=no");  // the file holds one record
   openJob("Need_Full_Block=no");
-  EXPECT_EQ(host().setPos(3).code, pmrcFailed);
+  EXPECT_EQ(host.setPos(3).code, pmrcFailed);
   expectUsedUp();
 }
 
@@ -465,11 +461,11 @@ TEST_F(FailedRestart, LeavesTheFileForTheNextJob) {
   const std::string good = data;
   data[20] ^= 1;
   openJob();
-  EXPECT_EQ(host().setPos(3).code, pmrcDelivery);
-  host().close();
+  EXPECT_EQ(host.setPos(3).code, pmrcDelivery);
+  host.close();
   data = good;
   send(data);
-  ASSERT_EQ(host().open(pipeName).code, 0u);
+  ASSERT_EQ(host.open(pipeName).code, 0u);
   goTo(3);
   deliver(2);
 }
@@ -479,10 +475,10 @@ class RefusedRestart : public FallbackTest {};
 TEST_F(RefusedRestart, BeforeThePipeIsAskedMayBeTriedAgain) {
   leaveFile(3);
   openJob();
-  EXPECT_EQ(host().setPos(7).code, pmrcBadPosition);
-  EXPECT_EQ(host().setPos(3, 4).code, pmrcFailed);
-  EXPECT_EQ(host().setPos(kNoBlock).code, pmrcBadPosition);
-  EXPECT_EQ(script.reads(), 0u);
+  EXPECT_EQ(host.setPos(7).code, pmrcBadPosition);
+  EXPECT_EQ(host.setPos(3, 4).code, pmrcFailed);
+  EXPECT_EQ(host.setPos(kNoBlock).code, pmrcBadPosition);
+  EXPECT_EQ(script().reads(), 0u);
   goTo(3);
   deliver(3);
 }
@@ -491,10 +487,10 @@ TEST_F(RefusedRestart, WithoutTheFirstRecordMayBeTriedAgain) {
   leaveFile(3, 0, "Need_Full_Block=no");  // no record at all
   openJob("Need_Full_Block=no");
   log.newLines();
-  EXPECT_EQ(host().setPos(3).code, pmrcFailed);
+  EXPECT_EQ(host.setPos(3).code, pmrcFailed);
   EXPECT_EQ(count(log.newEntries(), message(2, 105)), 1);
-  EXPECT_EQ(script.reads(), 0u);
-  EXPECT_EQ(host().setPos(3).code, pmrcFailed);
+  EXPECT_EQ(script().reads(), 0u);
+  EXPECT_EQ(host.setPos(3).code, pmrcFailed);
   deliver(2);  // the job starts over
 }
 
@@ -506,7 +502,7 @@ TEST_F(RefusedRestart, LeavesTheFirstRecordAtTheDataStart) {
   reload();
   putFile(path(), file().substr(0, kDataStart));
   openJob("Need_Full_Block=no");
-  EXPECT_EQ(host().setPos(2).code, pmrcFailed);
+  EXPECT_EQ(host.setPos(2).code, pmrcFailed);
   goTo(0);
   deliver(2);
   EXPECT_EQ(file().substr(kDataStart + 4, kBlockSize), block(1));
@@ -519,8 +515,7 @@ TEST_F(FileMadeInARunningJob, HasItsSyncArea) {
   deliver(2);
   checkpoint();
   {
-    StreamFaults faults(module());
-    faults.shortWrites = true;
+    StreamFaults faults(module(), StreamCall::kWrite);
     deliver(1);
   }
   EXPECT_FALSE(exists(path()));
@@ -539,14 +534,11 @@ TEST_F(FileMadeInARunningJob, HasItsSyncAreaAlsoForTheCheckpointOfTheLostOne) {
   deliver(2);
   checkpoint();
   {
-    StreamFaults faults(module());
-    faults.shortWrites = true;
+    StreamFaults faults(module(), StreamCall::kWrite);
     deliver(1);
   }
   {
-    StreamFaults faults(module());
-    faults.shortWrites = true;
-    faults.writesBefore = 1;  // the write of the header still succeeds
+    StreamFaults faults(module(), StreamCall::kWrite, 1);  // the write of the header still succeeds
     EXPECT_EQ(checkpoint(), 3u);
   }
   EXPECT_FALSE(exists(path()));
@@ -588,17 +580,17 @@ TEST_F(LiveFile, KeepsASecondJobOut) {
   checkpoint();
   deliver(1);
   const std::string before = file();
-  void* const first = host().instance;
+  void* const first = host.instance;
   initialise();
-  ASSERT_EQ(host().open(uniquePipeName()).code, 0u);
+  ASSERT_EQ(host.open(uniquePipeName()).code, 0u);
   log.newLines();
-  ASSERT_EQ(host().getPos().code, 0u);
+  ASSERT_EQ(host.getPos().code, 0u);
   const std::vector<LogEntry> entries = log.newEntries();
   EXPECT_EQ(count(entries, message(2, 79)), 1);
   EXPECT_EQ(count(entries, message(4, 80)), 0);
   EXPECT_EQ(file(), before);
-  host().close();
-  host().instance = first;
+  host.close();
+  host.instance = first;
   goTo(2);
   deliver(3);
 }
@@ -614,7 +606,7 @@ TEST_F(LiveFile, IsNoSearchCandidate) {
       CreateFileA(name.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
   ASSERT_NE(other, INVALID_HANDLE_VALUE);
   initialise({}, "");
-  ASSERT_EQ(host().open(pipeName).code, 0u);
+  ASSERT_EQ(host.open(pipeName).code, 0u);
   EXPECT_THAT(log.newEntries(), ElementsAre(requestLine("pmiPIDMOptOpen", 2),
                                             trace(6, "Opened pipe \"" + pipeName + "\".")));
   CloseHandle(other);
@@ -626,49 +618,44 @@ TEST_F(ShortBlocks, AreRefusedByARestart) {
   leaveFile(2, 2, "Need_Full_Block=no");
   data.resize(kBlockSize + 3);
   openJob("Need_Full_Block=no");
-  EXPECT_EQ(host().setPos(2).code, pmrcBadPosition);
-  EXPECT_EQ(host().read().code, pmrcDelivery);
+  EXPECT_EQ(host.setPos(2).code, pmrcBadPosition);
+  EXPECT_EQ(host.read().code, pmrcDelivery);
 }
 
 TEST_F(ShortBlocks, FailTheSignatureOfARestart) {
   initialise("Need_Full_Block=no");
-  script = PipeScript();
-  script.data(data.substr(0, 7));
-  script.data(data.substr(7, 7));
-  script.data(data.substr(14, 32));
-  ASSERT_EQ(host().open(pipeName).code, 0u);
-  EXPECT_EQ(host().read().data, data.substr(0, 7));
+  script() = PipeScript().data(data.substr(0, 7)).data(data.substr(7, 7)).data(data.substr(14, 32));
+  ASSERT_EQ(host.open(pipeName).code, 0u);
+  EXPECT_EQ(host.read().data, data.substr(0, 7));
   checkpoint();
-  EXPECT_EQ(host().read().data, data.substr(7, 7));
+  EXPECT_EQ(host.read().data, data.substr(7, 7));
   checkpoint();
-  host().read();
+  host.read();
   reload();
   openJob("Need_Full_Block=no");
-  EXPECT_EQ(host().setPos(1).code, pmrcDelivery);
+  EXPECT_EQ(host.setPos(1).code, pmrcDelivery);
 }
 
 TEST_F(ShortBlocks, OfASlowWriterEndARestartOfTheServersEnd) {
   leaveFile(2, 1, "Need_Full_Block=no");
   openJob("Need_Full_Block=no");
-  script = PipeScript();
-  script.data(data.substr(0, 5));
-  script.error(ERROR_NO_DATA);
+  script() = PipeScript().data(data.substr(0, 5)).error(ERROR_NO_DATA);
   log.newLines();
-  EXPECT_EQ(host().setPos(2).code, pmrcFailed);
+  EXPECT_EQ(host.setPos(2).code, pmrcFailed);
   EXPECT_EQ(count(log.newEntries(), message(2, 61)), 1);
 }
 
 TEST_F(ShortBlocks, AreReplayedInTheRun) {
   initialise("Need_Full_Block=no");
-  script = PipeScript();
-  for (std::size_t at = 0; at < 42; at += 7) script.data(data.substr(at, 7));
-  ASSERT_EQ(host().open(pipeName).code, 0u);
-  EXPECT_EQ(host().read().data, data.substr(0, 7));
+  script() = PipeScript();
+  for (std::size_t at = 0; at < 42; at += 7) script().data(data.substr(at, 7));
+  ASSERT_EQ(host.open(pipeName).code, 0u);
+  EXPECT_EQ(host.read().data, data.substr(0, 7));
   checkpoint();
-  host().read();
-  host().read();
+  host.read();
+  host.read();
   goTo(1);
-  for (std::size_t at = 0; at < 42; at += 7) EXPECT_EQ(host().read().data, data.substr(at, 7));
+  for (std::size_t at = 0; at < 42; at += 7) EXPECT_EQ(host.read().data, data.substr(at, 7));
 }
 
 class Checkpoints : public FallbackTest {};
@@ -699,7 +686,7 @@ TEST_F(Checkpoints, ThatAHostMissedTwiceAreRefused) {
   checkpoint();
   reload();
   openJob();
-  EXPECT_EQ(host().setPos(2).code, pmrcBadPosition);
+  EXPECT_EQ(host.setPos(2).code, pmrcBadPosition);
   deliver(3);  // the job starts over
 }
 
@@ -717,12 +704,12 @@ TEST_F(Checkpoints, AreGoneWithTheFileOfAFinishedJob) {
   deliver(2);
   checkpoint();
   deliverRest();
-  host().close();
+  host.close();
   EXPECT_FALSE(exists(path()));
   reload();
   openJob();
   log.newLines();
-  EXPECT_EQ(host().setPos(2).code, pmrcFailed);
+  EXPECT_EQ(host.setPos(2).code, pmrcFailed);
   EXPECT_EQ(count(log.newEntries(), message(2, 52)), 1);
 }
 

@@ -1,23 +1,24 @@
 // Memory runs out while a message is being formatted. What the message reports still happens.
-#include "module/fallback_fixture.hpp"
+#include <utility>
+
+#include "support/fallback_test.hpp"
+#include "support/system_faults.hpp"
 
 namespace tallow::test {
 namespace {
 
-// Refuses the allocations after the look-up of one message's text, until the next look-up.
+// Refuses the first allocation after each look-up of one message's text.
 class NoMemoryForMessage {
  public:
   NoMemoryForMessage(HMODULE module, int id)
-      : text_(module, "LoadStringA",
-              [this, id](HINSTANCE library, UINT wanted, char* buffer, int size) {
-                refuses_ = static_cast<int>(wanted) == id;
-                return text_.original(library, wanted, buffer, size);
-              }),
-        memory_(module, "malloc", [this](std::size_t size) -> void* {
-          if (!refuses_) return memory_.original(size);
-          refuses_ = false;
-          refused_ = true;
-          return nullptr;
+      : texts_(module,
+               [this, id](int wanted) {
+                 refuses_ = wanted == id;
+                 return std::nullopt;
+               }),
+        allocations_(module, [this](std::size_t) {
+          refused_ = refused_ || refuses_;
+          return std::exchange(refuses_, false);
         }) {}
 
   bool hasRefused() const { return refused_; }
@@ -25,8 +26,8 @@ class NoMemoryForMessage {
  private:
   bool refuses_ = false;
   bool refused_ = false;
-  Hook<struct TextTag, int(HINSTANCE, UINT, char*, int)> text_;
-  Hook<struct MemoryTag, void*(std::size_t)> memory_;
+  ReplacedTexts texts_;
+  AllocationFaults allocations_;
 };
 
 class ShortMemory : public FallbackTest {
@@ -34,19 +35,19 @@ class ShortMemory : public FallbackTest {
   // Runs a request in which memory runs out in a message.
   template <class Request>
   auto without(int id, Request request) {
-    const NoMemoryForMessage noMemory(module(), id);
+    NoMemoryForMessage noMemory(module(), id);
     auto answer = request();
     EXPECT_TRUE(noMemory.hasRefused()) << "message " << id << " was not formatted";
     return answer;
   }
   auto without(int id, ReadAnswer (Host::*request)()) {
-    return without(id, [this, request] { return (host().*request)(); });
+    return without(id, [this, request] { return (host.*request)(); });
   }
 };
 
 TEST_F(ShortMemory, InTheNoteOfTheNewFileLeavesRoomForItsSyncArea) {
   openJob();
-  EXPECT_EQ(without(80, [this] { return host().getPos(); }).code, pmrcSuccess);
+  EXPECT_EQ(without(80, [this] { return host.getPos(); }).code, pmrcSuccess);
   EXPECT_EQ(file().size(), kDataStart);
   checkpoint();
   deliver(3);
@@ -61,11 +62,10 @@ TEST_F(ShortMemory, InTheNoteOfAFileMadeInARunningJobLeavesRoomForItsSyncArea) {
   deliver(2);
   checkpoint();
   {
-    StreamFaults faults(module());
-    faults.shortWrites = true;
+    StreamFaults faults(module(), StreamCall::kWrite);
     deliver(1);
   }
-  EXPECT_EQ(without(80, [this] { return host().getPos(); }).code, pmrcSuccess);
+  EXPECT_EQ(without(80, [this] { return host.getPos(); }).code, pmrcSuccess);
   EXPECT_EQ(newer(), (SyncPoint{3, signature(3)}));
   deliver(2);
   goTo(3);
@@ -77,16 +77,14 @@ TEST_F(ShortMemory, InAWriteFailureGivesTheFileUpAllTheSame) {
   deliver(2);
   checkpoint();
   {
-    StreamFaults faults(module());
-    faults.shortWrites = true;
-    faults.writesBefore = 1;  // the write of the length still succeeds
+    StreamFaults faults(module(), StreamCall::kWrite, 1);  // the write of the length still succeeds
     const ReadAnswer answer = without(51, &Host::read);
     EXPECT_EQ(answer.code, pmrcSuccess);
     EXPECT_EQ(answer.data, block(3));
   }
   EXPECT_FALSE(exists(path()));
-  EXPECT_EQ(host().setPos(2).code, pmrcFailed);
-  EXPECT_EQ(host().read().data, block(4));
+  EXPECT_EQ(host.setPos(2).code, pmrcFailed);
+  EXPECT_EQ(host.read().data, block(4));
 }
 
 TEST_F(ShortMemory, InAWriteFailureOfACheckpointGivesTheFileUpAllTheSame) {
@@ -95,9 +93,8 @@ TEST_F(ShortMemory, InAWriteFailureOfACheckpointGivesTheFileUpAllTheSame) {
   checkpoint();
   deliver(1);
   {
-    StreamFaults faults(module());
-    faults.shortWrites = true;
-    EXPECT_EQ(without(51, [this] { return host().getPos(); }).code, pmrcSuccess);
+    StreamFaults faults(module(), StreamCall::kWrite);
+    EXPECT_EQ(without(51, [this] { return host.getPos(); }).code, pmrcSuccess);
   }
   EXPECT_FALSE(exists(path()));
   deliver(1);
@@ -126,23 +123,23 @@ TEST_F(ShortMemory, InTheEndOfAJobDeletesItsFile) {
   deliver(1);
   checkpoint();
   deliverRest();
-  EXPECT_EQ(without(86, [this] { return host().close(); }).code, pmrcSuccess);
+  EXPECT_EQ(without(86, [this] { return host.close(); }).code, pmrcSuccess);
   EXPECT_FALSE(exists(path()));
 }
 
 TEST_F(ShortMemory, InAnAcceptedRestartLeavesItAccepted) {
   leaveFile(3);
   openJob();
-  EXPECT_EQ(without(95, [this] { return host().setPos(3); }).code, pmrcSuccess);
-  EXPECT_EQ(host().read().data, block(3));
+  EXPECT_EQ(without(95, [this] { return host.setPos(3); }).code, pmrcSuccess);
+  EXPECT_EQ(host.read().data, block(3));
 }
 
 TEST_F(ShortMemory, InAWarningOfChangedDataLeavesTheRestartAccepted) {
   leaveFile(3);
   data[5] ^= 1;
   openJob("Signature_check=1");
-  EXPECT_EQ(without(16, [this] { return host().setPos(3); }).code, pmrcSuccess);
-  EXPECT_EQ(host().read().data, block(3));
+  EXPECT_EQ(without(16, [this] { return host.setPos(3); }).code, pmrcSuccess);
+  EXPECT_EQ(host.read().data, block(3));
 }
 
 TEST_F(ShortMemory, InTheRefusalOfAPositionLeavesItRefused) {
@@ -150,7 +147,7 @@ TEST_F(ShortMemory, InTheRefusalOfAPositionLeavesItRefused) {
   deliver(2);
   checkpoint();
   log.newLines();
-  const Answer answer = without(32, [this] { return host().setPos(9); });
+  const Answer answer = without(32, [this] { return host.setPos(9); });
   EXPECT_EQ(answer.code, pmrcBadPosition);
   EXPECT_EQ(answer.text, std::nullopt);
   EXPECT_EQ(count(log.newEntries(), message(2, 43)), 1);
@@ -160,7 +157,7 @@ TEST_F(ShortMemory, InTheRefusalOfAPositionLeavesItRefused) {
 TEST_F(ShortMemory, InTheRefusalOfAPositionAfterANewLoadLeavesItRefused) {
   leaveFile(3);
   openJob();
-  EXPECT_EQ(without(32, [this] { return host().setPos(7); }).code, pmrcBadPosition);
+  EXPECT_EQ(without(32, [this] { return host.setPos(7); }).code, pmrcBadPosition);
   goTo(3);
   deliver(2);
 }
@@ -169,9 +166,8 @@ TEST_F(ShortMemory, InTheLossOfTheFileAfterChangedDataLeavesTheReturnCode) {
   leaveFile(3);
   data[5] ^= 1;
   openJob("Signature_check=2");
-  StreamFaults faults(module());
-  faults.seeksFail = true;
-  const Answer answer = without(75, [this] { return host().setPos(3); });
+  StreamFaults faults(module(), StreamCall::kSeek);
+  const Answer answer = without(75, [this] { return host.setPos(3); });
   EXPECT_EQ(answer.code, pmrcDelivery);
   EXPECT_EQ(answer.text, std::nullopt);
 }
@@ -179,7 +175,7 @@ TEST_F(ShortMemory, InTheLossOfTheFileAfterChangedDataLeavesTheReturnCode) {
 TEST_F(ShortMemory, InALineOfTheLogLeavesTheLineWithoutItsText) {
   openJob();
   log.newLines();
-  without(80, [this] { return host().getPos(); });
+  without(80, [this] { return host.getPos(); });
   std::vector<LogLine> lines = log.newLines();
   std::erase_if(lines, [](const LogLine& line) { return line.id != 80; });
   ASSERT_EQ(lines.size(), 1u);
@@ -188,13 +184,13 @@ TEST_F(ShortMemory, InALineOfTheLogLeavesTheLineWithoutItsText) {
 
 TEST_F(ShortMemory, InAnUnknownRequestLeavesItUnknown) {
   initialise();
-  EXPECT_EQ(without(60, [this] { return host().request(99, nullptr); }).code, pmrcUnknownRequest);
-  EXPECT_EQ(without(24, [this] { return host().request(99, nullptr); }).code, pmrcUnknownRequest);
+  EXPECT_EQ(without(60, [this] { return host.request(99, nullptr); }).code, pmrcUnknownRequest);
+  EXPECT_EQ(without(24, [this] { return host.request(99, nullptr); }).code, pmrcUnknownRequest);
 }
 
 TEST_F(ShortMemory, InARefusedWriteLeavesItRefused) {
   initialise();
-  const auto write = [this] { return host().request(pmiPIDMOptWrite, nullptr); };
+  const auto write = [this] { return host.request(pmiPIDMOptWrite, nullptr); };
   EXPECT_EQ(without(60, write).code, pmrcNotSupported);
   EXPECT_EQ(without(6, write).code, pmrcNotSupported);
 }
@@ -211,16 +207,14 @@ TEST_F(ShortMemory, InTheSetUpOfTheLogLeavesALog) {
     failed = false;
     {
       int calls = 0;
-      Hook<struct MemoryTag, void*(std::size_t)> oneFails(module(), "malloc",
-                                                          [&](std::size_t size) -> void* {
-                                                            if (++calls != failAt)
-                                                              return oneFails.original(size);
-                                                            failed = true;
-                                                            return nullptr;
-                                                          });
-      host().init("Log_level=3");
+      const AllocationFaults oneFails(module(), [&](std::size_t) {
+        const bool isDue = ++calls == failAt;
+        failed = failed || isDue;
+        return isDue;
+      });
+      host.init("Log_level=3");
     }
-    ASSERT_EQ(host().init("Log_level=6").code, pmrcSuccess);
+    ASSERT_EQ(host.init("Log_level=6").code, pmrcSuccess);
     const std::vector<LogLine> lines = log.newLines();
     ASSERT_FALSE(lines.empty());
     EXPECT_EQ(lines.back().text, "New Log Level = 6");

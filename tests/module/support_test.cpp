@@ -18,8 +18,8 @@ namespace {
 
 const ChildWork kTouchGuardPage("touch guard page", [](const std::vector<std::string>&) {
   const GuardedMemory block(10);
-  auto* behind = const_cast<volatile std::uint8_t*>(block.data() + block.size());
-  *behind = 1;
+  auto* after = const_cast<volatile std::uint8_t*>(block.data() + block.size());
+  *after = 1;
   return 0;
 });
 

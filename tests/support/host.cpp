@@ -32,7 +32,7 @@ std::string messageAt(const char* area) {
   const std::size_t end = whole.find('\0');
   EXPECT_NE(end, std::string_view::npos) << "the failure text has no end";
   EXPECT_EQ(whole.substr(end).find_first_not_of('\0'), std::string_view::npos)
-      << "the message area behind the failure text is not zero";
+      << "the message area after the failure text is not zero";
   return std::string(whole.substr(0, end));
 }
 
@@ -146,7 +146,7 @@ Answer Host::open(std::string_view pipeName, std::int16_t openMode) {
   if (answer.code == pmrcSuccess) writable.push_back({44, 6});
   expectUntouched(block, writable, "Open block");
   moduleHandleAfterOpen = block.get<void*>(34);
-  wordBehindMode = block.get<std::uint16_t>(44);
+  wordAfterMode = block.get<std::uint16_t>(44);
   instance = block.get<void*>(50);
   if (answer.code == pmrcSuccess) {
     blockSize = block.get<std::uint32_t>(46);

@@ -92,6 +92,12 @@ ScopedEnvironment::~ScopedEnvironment() {
   setVariable(name_, before_);
 }
 
+std::optional<std::uint64_t> numberFromEnvironment(const char* name) {
+  const char* value = std::getenv(name);
+  if (value == nullptr) return std::nullopt;
+  return std::strtoull(value, nullptr, 10);
+}
+
 ScopedCurrentDirectory::ScopedCurrentDirectory(const std::string& path) {
   std::array<char, MAX_PATH> before{};
   GetCurrentDirectoryA(static_cast<DWORD>(before.size()), before.data());

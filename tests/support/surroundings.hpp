@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -47,6 +48,9 @@ class ScopedEnvironment {
   std::string name_;
   std::optional<std::string> before_;
 };
+
+// The number in an environment variable, if that is set.
+std::optional<std::uint64_t> numberFromEnvironment(const char* name);
 
 // Changes the current directory until the end of the scope.
 class ScopedCurrentDirectory {

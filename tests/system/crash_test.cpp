@@ -4,19 +4,17 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <fstream>
 #include <iostream>
-#include <iterator>
 #include <optional>
 #include <random>
 #include <string>
 #include <vector>
 
-#include "module/model/digest_oracle.hpp"
-#include "module/model/file_model.hpp"
+#include "support/fallback_layout.hpp"
+#include "support/files.hpp"
 #include "support/pipe_ends.hpp"
 #include "support/surroundings.hpp"
+#include "support/system_md5.hpp"
 #include "system/feeding_pipe.hpp"
 
 namespace tallow::test {
@@ -24,7 +22,6 @@ namespace {
 
 constexpr std::uint64_t kQuickJobs = 50;
 constexpr int kMostDeaths = 8;
-constexpr std::uint64_t kNoBlock = ~std::uint64_t{0};
 
 struct Totals {
   int jobs = 0;
@@ -34,15 +31,6 @@ struct Totals {
   int filesChecked = 0;
   int signaturesChecked = 0;
 };
-
-std::string contentOf(const std::string& name) {
-  std::ifstream file(name, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-bool exists(const std::string& name) {
-  return GetFileAttributesA(name.c_str()) != INVALID_FILE_ATTRIBUTES;
-}
 
 class CrashingJob {
  public:
@@ -132,15 +120,14 @@ class CrashingJob {
   // life or an earlier one.
   void checkFile() {
     const std::string bytes = contentOf(file());
-    if (bytes.size() < 346) return;
+    if (bytes.size() < kDataStart) return;
     ++totals_.filesChecked;
-    const bool hasSignatures = bytes[37] != '\0';
+    const bool hasSignatures = bytes[kSignatureFlagOffset] != '\0';
     EXPECT_EQ(hasSignatures, signatureCheck_ != 0);
-    for (const std::size_t at : {std::size_t{298}, std::size_t{322}}) {
-      const std::uint64_t block = numberOf64(std::string_view(bytes).substr(at));
-      const std::string signature = bytes.substr(at + 8, 16);
+    for (const std::size_t at : {kOlderSyncPoint, kNewerSyncPoint}) {
+      const auto [block, signature] = syncPointAt(bytes, at);
       if (!hasSignatures || block == kNoBlock) {
-        EXPECT_EQ(signature, std::string(16, '\0')) << "sync point of block " << block;
+        EXPECT_EQ(signature, SyncPoint().signature) << "sync point of block " << block;
         continue;
       }
       const bool isRight =
@@ -170,12 +157,6 @@ class CrashingJob {
   std::vector<std::string> sentBefore_;
 };
 
-std::optional<std::uint64_t> numberFromEnvironment(const char* name) {
-  const char* value = std::getenv(name);
-  if (value == nullptr) return std::nullopt;
-  return std::strtoull(value, nullptr, 10);
-}
-
 TEST(CrashingHost, EndsWithEveryByteInItsPlace) {
   const auto given = numberFromEnvironment("TALLOW_SEED");
   const std::uint64_t first = given ? *given : std::random_device()() * std::uint64_t{1000000};
@@ -188,7 +169,7 @@ TEST(CrashingHost, EndsWithEveryByteInItsPlace) {
   }
   std::cout << totals.jobs << " jobs, " << totals.deaths << " deaths, " << totals.restarts
             << " restarts, " << totals.changes << " with other data; " << totals.signaturesChecked
-            << " signatures right in " << totals.filesChecked << " files left behind\n";
+            << " signatures right in " << totals.filesChecked << " files that were left\n";
 }
 
 }  // namespace

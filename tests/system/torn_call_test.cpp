@@ -3,20 +3,19 @@
 // refused, even if the writer sends other data.
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <fstream>
+#include <cstdlib>
 #include <iostream>
-#include <iterator>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "module/model/file_model.hpp"
 #include "support/child_process.hpp"
+#include "support/fallback_layout.hpp"
+#include "support/files.hpp"
 #include "support/host.hpp"
-#include "support/import_hook.hpp"
 #include "support/pipe_ends.hpp"
 #include "support/scripted_pipe.hpp"
+#include "support/stream_faults.hpp"
 #include "support/surroundings.hpp"
 
 namespace tallow::test {
@@ -34,68 +33,43 @@ std::string jobData(std::size_t changedAt = std::string::npos) {
   return data;
 }
 
-enum class Moment { kBefore, kHalf, kBehind };
+enum class Moment { kBefore, kHalf, kAfter };
 
 // Ends the process in the N-th call that changes one of the module's files.
 class Death {
-  template <typename Call>
-  auto around(Call call) {
-    const bool isLast = left_ > 0 && --left_ == 0;
-    if (isLast && moment_ == Moment::kBefore) die();
-    const auto result = call();
-    if (isLast) die();
-    return result;
+ public:
+  Death(HMODULE module, int call, Moment moment)
+      : left_(call),
+        moment_(moment),
+        calls_(module, [this](StreamCall kind) { return isCutInHalf(kind); }) {
+    calls_.onDone = [this] {
+      if (isLast_) die();
+    };
+  }
+
+ private:
+  static bool changesAFile(StreamCall call) {
+    return call != StreamCall::kRead && call != StreamCall::kSeek && call != StreamCall::kTell;
+  }
+  bool isCutInHalf(StreamCall call) {
+    if (!changesAFile(call)) return false;
+    isLast_ = left_ > 0 && --left_ == 0;
+    if (isLast_ && moment_ == Moment::kBefore) die();
+    return isLast_ && moment_ == Moment::kHalf && call == StreamCall::kWrite;
   }
   [[noreturn]] static void die() {
     TerminateProcess(GetCurrentProcess(), kDied);
     std::abort();
   }
 
- public:
-  Death(HMODULE module, int call, Moment moment)
-      : left_(call),
-        moment_(moment),
-        open_(module, "_fsopen",
-              [this](const char* name, const char* mode, int share) {
-                return around([&] { return open_.original(name, mode, share); });
-              }),
-        write_(module, "fwrite",
-               [this](const void* data, std::size_t size, std::size_t items, std::FILE* stream) {
-                 const bool isHalf = moment_ == Moment::kHalf && left_ == 1;
-                 return around([&] {
-                   return write_.original(data, size, isHalf ? items / 2 : items, stream);
-                 });
-               }),
-        flush_(
-            module, "fflush",
-            [this](std::FILE* stream) { return around([&] { return flush_.original(stream); }); }),
-        close_(
-            module, "fclose",
-            [this](std::FILE* stream) { return around([&] { return close_.original(stream); }); }),
-        remove_(module, "remove", [this](const char* name) {
-          return around([&] { return remove_.original(name); });
-        }) {}
-
- private:
   int left_;
   Moment moment_;
-  Hook<struct OpenTag, std::FILE*(const char*, const char*, int)> open_;
-  Hook<struct WriteTag, std::size_t(const void*, std::size_t, std::size_t, std::FILE*)> write_;
-  Hook<struct FlushTag, int(std::FILE*)> flush_;
-  Hook<struct CloseTag, int(std::FILE*)> close_;
-  Hook<struct RemoveTag, int(const char*)> remove_;
+  bool isLast_ = false;
+  StreamFaults calls_;
 };
 
-std::string contentOf(const std::string& name) {
-  std::ifstream file(name, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
 void replaceContent(const std::string& name, const std::string& content) {
-  {
-    std::ofstream file(name + ".new", std::ios::binary);
-    file << content;
-  }
+  putFile(name + ".new", content);
   MoveFileExA((name + ".new").c_str(), name.c_str(), MOVEFILE_REPLACE_EXISTING);
 }
 
@@ -111,7 +85,7 @@ class SmallHost {
         diesAfter_(std::stoi(arguments[5])) {}
 
   int run() {
-    script_.data(data_);
+    pipe_.script.data(data_);
     if (host_
             .init("Block_size=64 Fallback_Directory='" + folder_ + "' Fallback_file=job.fbf " +
                   options_)
@@ -166,8 +140,7 @@ class SmallHost {
   std::string options_;
   Module module_;
   Host host_{module_};
-  PipeScript script_;
-  ScriptedPipe pipe_{module_.handle(), script_};
+  ScriptedPipe pipe_{module_.handle()};
   Death death_;
   std::string data_;
   int diesAfter_;  // after this many new blocks of this life; 0: at the end of the job
@@ -201,14 +174,13 @@ class TornCall : public testing::TestWithParam<const char*> {
     }
     ASSERT_EQ(code, 0u);
     ASSERT_TRUE(contentOf(folder.file("out")) == jobData(changedAt)) << "the output differs";
-    EXPECT_EQ(GetFileAttributesA(folder.file("job.fbf").c_str()), INVALID_FILE_ATTRIBUTES);
+    EXPECT_FALSE(exists(folder.file("job.fbf")));
   }
 
   // The block of the newer sync point in the file that a host has left.
   static std::uint64_t newestBlock(const ScratchDirectory& folder) {
-    constexpr std::size_t kOffset = 322;
     const std::string bytes = contentOf(folder.file("job.fbf"));
-    return bytes.size() < kOffset + 8 ? 0 : numberOf64(std::string_view(bytes).substr(kOffset));
+    return bytes.size() < kDataStart ? 0 : syncPointAt(bytes, kNewerSyncPoint).block;
   }
 
   int refused_ = 0;
@@ -216,7 +188,7 @@ class TornCall : public testing::TestWithParam<const char*> {
 
 TEST_P(TornCall, NeverBringsWrongData) {
   int deaths = 0;
-  for (const Moment moment : {Moment::kBefore, Moment::kHalf, Moment::kBehind}) {
+  for (const Moment moment : {Moment::kBefore, Moment::kHalf, Moment::kAfter}) {
     for (int call = 1;; ++call) {
       SCOPED_TRACE("death in call " + std::to_string(call) + ", moment " +
                    std::to_string(static_cast<int>(moment)));
@@ -245,7 +217,7 @@ TEST_P(TornCall, NeverMixesTheDataOfTwoLives) {
   for (int call = 1;; ++call) {
     SCOPED_TRACE("death after call " + std::to_string(call));
     const ScratchDirectory folder;
-    if (runHost(folder, call, Moment::kBehind) == 0) break;
+    if (runHost(folder, call, Moment::kAfter) == 0) break;
     const std::string state = contentOf(folder.file("state"));
     // Otherwise the file has no checkpoint that the second life could also reach.
     if (state.empty() || newestBlock(folder) == std::stoull(state)) continue;

@@ -2,14 +2,11 @@
 
 #include <algorithm>
 
-#include "module/model/digest_oracle.hpp"
+#include "support/system_md5.hpp"
 
 namespace tallow::test {
 namespace {
 
-constexpr std::size_t kHeaderSize = 298;
-constexpr std::size_t kSyncPointSize = 24;
-constexpr std::size_t kDataStart = 346;
 constexpr std::uint32_t kDone = 0;
 constexpr std::uint32_t kEof = 9;
 constexpr std::uint32_t kReportFailed = 12;
@@ -147,11 +144,11 @@ std::string Aftermath::content(const std::string& bytes) const {
   if (bytes.substr(0, kHeaderSize) != header_) return "its header differs";
   if (bytes.size() == kHeaderSize) return checkpoint_ ? "it has no sync area" : "";
   if (bytes.size() < kDataStart) return "its sync area is cut";
-  for (const std::size_t at : {kHeaderSize, kHeaderSize + kSyncPointSize}) {
+  for (const std::size_t at : {kOlderSyncPoint, kNewerSyncPoint}) {
     const std::string problem = syncPoint(bytes.substr(at, kSyncPointSize));
     if (!problem.empty()) return problem;
   }
-  if (checkpoint_ && numberOf64(bytes.substr(kHeaderSize + kSyncPointSize)) != *checkpoint_) {
+  if (checkpoint_ && numberOf64(bytes.substr(kNewerSyncPoint)) != *checkpoint_) {
     return "it lacks the sync point of the checkpoint";
   }
   const std::size_t size = options_.blockSize + (options_.fullBlocks ? 0 : 4);
@@ -166,14 +163,14 @@ std::string Aftermath::content(const std::string& bytes) const {
 
 std::string Aftermath::syncPoint(std::string_view bytes) const {
   if (before_ && before_->size() >= kDataStart) {
-    for (const std::size_t at : {kHeaderSize, kHeaderSize + kSyncPointSize}) {
+    for (const std::size_t at : {kOlderSyncPoint, kNewerSyncPoint}) {
       if (before_->substr(at, kSyncPointSize) == bytes) return {};
     }
   }
   const std::uint64_t block = numberOf64(bytes);
   const std::string_view signature = bytes.substr(8);
-  const bool isSigned = hasSignatures_ && block != JobModel::kNone;
-  if (block != JobModel::kNone && block > blocks_.size()) {
+  const bool isSigned = hasSignatures_ && block != kNoBlock;
+  if (block != kNoBlock && block > blocks_.size()) {
     return "its sync point for block " + std::to_string(block) + " is not the job's";
   }
   if (signature == (isSigned ? signatureOf(block) : std::string(16, '\0'))) return {};

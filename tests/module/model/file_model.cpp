@@ -1,24 +1,6 @@
 #include "module/model/file_model.hpp"
 
 namespace tallow::test {
-namespace {
-
-std::string littleEndian(std::uint64_t number, int bytes) {
-  std::string text;
-  for (int i = 0; i < bytes; ++i) text += static_cast<char>((number >> (8 * i)) & 0xff);
-  return text;
-}
-
-std::uint64_t fromLittleEndian(std::string_view bytes) {
-  std::uint64_t number = 0;
-  for (std::size_t i = bytes.size(); i > 0; --i) {
-    number = (number << 8) | static_cast<unsigned char>(bytes[i - 1]);
-  }
-  return number;
-}
-
-}  // namespace
-
 void FileModel::write(std::size_t offset, std::string_view bytes) {
   const std::size_t end = offset + bytes.size();
   if (bytes_.size() < end) {
@@ -51,19 +33,6 @@ std::string FileModel::differenceTo(std::string_view real) const {
     }
   }
   return {};
-}
-
-std::string bytesOf32(std::uint32_t number) {
-  return littleEndian(number, 4);
-}
-std::string bytesOf64(std::uint64_t number) {
-  return littleEndian(number, 8);
-}
-std::uint32_t numberOf32(std::string_view bytes) {
-  return static_cast<std::uint32_t>(fromLittleEndian(bytes.substr(0, 4)));
-}
-std::uint64_t numberOf64(std::string_view bytes) {
-  return fromLittleEndian(bytes.substr(0, 8));
 }
 
 }  // namespace tallow::test

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <map>
 #include <string>
 #include <string_view>
@@ -36,11 +35,5 @@ class FileModel {
 
 // By file name, without the directory.
 using DiskModel = std::map<std::string, FileModel>;
-
-// Little-endian.
-std::string bytesOf32(std::uint32_t number);
-std::string bytesOf64(std::uint64_t number);
-std::uint32_t numberOf32(std::string_view bytes);
-std::uint64_t numberOf64(std::string_view bytes);
 
 }  // namespace tallow::test

@@ -2,16 +2,13 @@
 
 #include <algorithm>
 
-#include "module/model/digest_oracle.hpp"
+#include "support/system_md5.hpp"
 
 namespace tallow::test {
 namespace {
 
 const std::string kHeaderText = "Varnholt Fallback File 01.03.00\n";
-constexpr std::size_t kHeaderSize = 298;
-constexpr std::size_t kSyncAreaSize = 48;
-constexpr std::size_t kDataStart = 346;
-constexpr std::size_t kFlagOffset = 37;
+constexpr std::size_t kSyncAreaSize = kDataStart - kOlderSyncPoint;
 constexpr std::uint32_t kEof = 9;
 constexpr std::uint32_t kDelivery = 16;
 constexpr std::uint32_t kBadPosition = 32;
@@ -104,8 +101,8 @@ bool JobModel::takeOver(const std::string& file, bool named) {
   log_.trace("Validated fallback file " + quoted(name_) + " for recovery.");
   isOpen_ = true;
   headerImage_ = bytes.substr(0, kHeaderSize);
-  older_ = {numberOf64(bytes.substr(298)), bytes.substr(306, 16)};
-  newer_ = {numberOf64(bytes.substr(322)), bytes.substr(330, 16)};
+  older_ = syncPointAt(bytes, kOlderSyncPoint);
+  newer_ = syncPointAt(bytes, kNewerSyncPoint);
   logSyncPoints("Read fallback sync point for block ");
   seek(kDataStart);
   mode_ = Mode::kRestartable;
@@ -150,13 +147,13 @@ bool JobModel::create() {
   isOpen_ = true;
   at_ = 0;
   put(headerImage_);
-  fileFirst_ = fileLast_ = kNone;
+  fileFirst_ = fileLast_ = kNoBlock;
   log_.message(4, 80, name_);
   return true;
 }
 
 bool JobModel::hasSignatures() const {
-  return headerImage_[kFlagOffset] != '\0';
+  return headerImage_[kSignatureFlagOffset] != '\0';
 }
 
 std::string JobModel::signatureOf(std::uint64_t block) const {
@@ -168,16 +165,16 @@ std::string JobModel::signatureOf(std::uint64_t block) const {
   return systemMd5(all);
 }
 
-JobModel::SyncPoint JobModel::syncPointOf(std::uint64_t block) const {
+SyncPoint JobModel::syncPointOf(std::uint64_t block) const {
   SyncPoint point;
   point.block = block;
-  if (hasSignatures() && block != kNone) point.signature = signatureOf(block);
+  if (hasSignatures() && block != kNoBlock) point.signature = signatureOf(block);
   return point;
 }
 
 void JobModel::writeSyncPoint(std::uint64_t block) {
   const SyncPoint point = syncPointOf(block);
-  if (block == kNone || block == 0) {
+  if (block == kNoBlock || block == 0) {
     older_ = newer_ = point;
   } else {
     if (block != newer_.block) older_ = newer_;
@@ -203,12 +200,12 @@ std::size_t JobModel::offsetOf(std::uint64_t block) const {
 }
 
 void JobModel::writePending(Start start) {
-  if (!isOpen_ || pending_ == kNone || checkpoint_ == kNone) return;
-  if (fileFirst_ != kNone && pending_ != fileLast_ + 1) return;
+  if (!isOpen_ || pending_ == kNoBlock || checkpoint_ == kNoBlock) return;
+  if (fileFirst_ != kNoBlock && pending_ != fileLast_ + 1) return;
   const bool afresh = start == Start::kMayStartAfresh && pending_ == checkpoint_;
   if (afresh) {
     seek(kDataStart);
-  } else if (fileFirst_ == kNone) {
+  } else if (fileFirst_ == kNoBlock) {
     at_ = kDataStart;  // where a file's first record always is
   }
   const std::string& data = blocks_[pending_ - 1].data;
@@ -227,15 +224,15 @@ void JobModel::writePending(Start start) {
   disk_[file_].writeAnything(at_, options_.blockSize - data.size());
   at_ += options_.blockSize - data.size();
   expectedAt_ += recordSize();
-  if (afresh || fileFirst_ == kNone) fileFirst_ = pending_;
+  if (afresh || fileFirst_ == kNoBlock) fileFirst_ = pending_;
   fileLast_ = pending_;
-  pending_ = kNone;
+  pending_ = kNoBlock;
 }
 
 void JobModel::dropRecovery(int messageId) {
   log_.message(4, messageId, name_);
   seek(kHeaderSize);
-  writeSyncPoint(kNone);
+  writeSyncPoint(kNoBlock);
   mode_ = Mode::kLive;
 }
 
@@ -332,7 +329,7 @@ JobModel::Answer JobModel::getPos() {
     createPending_ = false;
     if (create()) {
       seek(kHeaderSize);
-      writeSyncPoint(kNone);
+      writeSyncPoint(kNoBlock);
     }
   }
   if (mode_ == Mode::kRestartable) dropRecovery(94);
@@ -357,14 +354,14 @@ JobModel::Answer JobModel::setPos(std::uint64_t position, std::uint32_t length) 
   if (!isOpen_) return raise(52);
   if (length != 8) return raise(23);
   log_.trace("SetPos to block no. " + number(position) + '.');
-  if (position == kNone) return raise(32, kBadPosition);
+  if (position == kNoBlock) return raise(32, kBadPosition);
   return mode_ == Mode::kRestartable ? restart(position) : goBack(position);
 }
 
 bool JobModel::canServe(std::uint64_t block) const {
-  if (fileFirst_ != kNone && fileFirst_ <= block && block <= fileLast_) return true;
+  if (fileFirst_ != kNoBlock && fileFirst_ <= block && block <= fileLast_) return true;
   return mode_ == Mode::kLive && pending_ == block &&
-         (fileFirst_ == kNone || pending_ == fileLast_ + 1);
+         (fileFirst_ == kNoBlock || pending_ == fileLast_ + 1);
 }
 
 JobModel::Answer JobModel::goBack(std::uint64_t position) {
@@ -374,7 +371,7 @@ JobModel::Answer JobModel::goBack(std::uint64_t position) {
     next_ = 1;
     return {};
   }
-  const bool known = position == 0 ? fileFirst_ == kNone || fileFirst_ == 1 || checkpoint_ == 1
+  const bool known = position == 0 ? fileFirst_ == kNoBlock || fileFirst_ == 1 || checkpoint_ == 1
                                    : position == checkpoint_ || position == fileFirst_;
   const std::uint64_t block = position == 0 ? 1 : position;
   if (!known || !canServe(block)) return raise(32, kBadPosition);
@@ -413,8 +410,8 @@ JobModel::Answer JobModel::restart(std::uint64_t position) {
   mode_ = Mode::kLive;
   checkpoint_ = last_ = position;
   next_ = position == 0 ? 1 : position;
-  pending_ = position == 0 ? kNone : position;
-  fileFirst_ = fileLast_ = kNone;
+  pending_ = position == 0 ? kNoBlock : position;
+  fileFirst_ = fileLast_ = kNoBlock;
   log_.message(4, 95);
   return {};
 }

@@ -11,6 +11,7 @@
 
 #include "module/model/file_model.hpp"
 #include "module/model/log_model.hpp"
+#include "support/fallback_layout.hpp"
 #include "support/pipe_script.hpp"
 
 namespace tallow::test {
@@ -29,8 +30,6 @@ struct ModelOptions {
 
 class JobModel {
  public:
-  static constexpr std::uint64_t kNone = ~std::uint64_t{0};
-
   struct Answer {
     std::uint32_t code = 0;
     std::string data;            // Read
@@ -72,11 +71,6 @@ class JobModel {
  private:
   enum class Mode { kLive, kRestartable, kReplaying };
   enum class Start { kMayStartAfresh, kAppend };
-  struct SyncPoint {
-    std::uint64_t block = kNone;
-    std::string signature = std::string(16, '\0');
-    bool operator==(const SyncPoint&) const = default;
-  };
   struct PipeBlock {
     std::string data;
     bool end = false;
@@ -129,7 +123,7 @@ class JobModel {
   std::string headerImage_;
   SyncPoint older_;
   SyncPoint newer_;
-  std::size_t expectedAt_ = 346;
+  std::size_t expectedAt_ = kDataStart;
 
   Mode mode_ = Mode::kLive;
   bool lost_ = false;          // a restart has consumed the re-sent data
@@ -137,10 +131,10 @@ class JobModel {
   std::vector<Block> blocks_;  // all that has been delivered, or dropped by a restart
   std::uint64_t last_ = 0;
   std::uint64_t next_ = 1;
-  std::uint64_t fileFirst_ = kNone;
-  std::uint64_t fileLast_ = kNone;
-  std::uint64_t checkpoint_ = kNone;
-  std::uint64_t pending_ = kNone;
+  std::uint64_t fileFirst_ = kNoBlock;
+  std::uint64_t fileLast_ = kNoBlock;
+  std::uint64_t checkpoint_ = kNoBlock;
+  std::uint64_t pending_ = kNoBlock;
   bool pipeEnded_ = false;
   bool endTold_ = false;
 };

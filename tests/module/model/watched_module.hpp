@@ -1,5 +1,5 @@
 // The module that random jobs run against. Its pipe is a script, what each request reads from it is
-// noted, and its calls can be made to fail.
+// noted, and its calls can be made to fail. All of that is undone before the module is unloaded.
 #pragma once
 
 #include <windows.h>
@@ -18,8 +18,8 @@ class WatchedModule {
  public:
   Host& host() { return host_; }
   FailingCalls& calls() { return calls_; }
+  PipeScript& script() { return pipe_.script; }
 
-  PipeScript script;
   PipeTake take;     // of the latest request
   std::string sent;  // all that was taken from this pipe
   LogModel log;
@@ -36,8 +36,7 @@ class WatchedModule {
   Module module_;
   Host host_{module_};
   FailingCalls calls_{module_.handle()};
-  ScriptedPipe pipe_{module_.handle(), script,
-                     [this](const PipeScript::Outcome& got) { note(got); }};
+  ScriptedPipe pipe_{module_.handle(), {}, [this](const PipeScript::Outcome& got) { note(got); }};
 };
 
 }  // namespace tallow::test

@@ -1,4 +1,4 @@
-#include "module/model/digest_oracle.hpp"
+#include "support/system_md5.hpp"
 
 #include <windows.h>
 
