@@ -110,7 +110,7 @@ void JobRun::load() {
 }
 
 void JobRun::unload() {
-  feed_.end();
+  writer_.end();
   host_.reset();
   module_.reset();
   initialised_ = false;
@@ -135,16 +135,16 @@ void JobRun::attribute(std::string_view name, std::string_view value) {
 }
 
 // If a fault made the module take the other end of the pipe, the writer changes ends too.
-void JobRun::connectFeed() {
-  if (plan_.role == PipeRole::kClient && feed_.isConnected()) return;
-  feed_.end();
-  if (!feed_.connect(pipeName_)) problem("the module has no end of the pipe open");
+void JobRun::connectWriter() {
+  if (plan_.role == PipeRole::kClient && writer_.isConnected()) return;
+  writer_.end();
+  if (!writer_.connect(pipeName_)) problem("the module has no end of the pipe open");
 }
 
 void JobRun::open() {
   if (!initialised_) return;
-  feed_.end();
-  if (plan_.role == PipeRole::kClient) feed_.serve(pipeName_);
+  writer_.end();
+  if (plan_.role == PipeRole::kClient) writer_.serve(pipeName_);
   const Answer answer = host_->open(pipeNameUtf8_);
   const bool pipeFails = fault_ != nullptr && fault_->kind != FaultKind::kFile;
   if (pipeFails) {
@@ -163,14 +163,14 @@ void JobRun::open() {
   streamAt_ = 0;
   starts_.clear();
   if (open_) {
-    connectFeed();
+    connectWriter();
   } else {
-    feed_.end();
+    writer_.end();
   }
 }
 
 void JobRun::readOne() {
-  feed_.give(data_, plan_.chunk);
+  writer_.give(data_, plan_.chunk);
   const ReadAnswer answer = host_->read();
   if (hasLostBytes_) {
     judge("Read", answer.code, {pmrcDelivery});
@@ -240,7 +240,7 @@ void JobRun::setPos(std::uint64_t position) {
   if (!open_) return;
   askedToGoBack_ = true;
   // A restart reads whole blocks of what is sent again.
-  if (starts_.empty()) feed_.giveAllBeside(data_);
+  if (starts_.empty()) writer_.giveAllBeside(data_);
   const Answer answer = host_->setPos(position);
   judge("SetPos", answer.code, {pmrcSuccess, pmrcDelivery, pmrcBadPosition, pmrcFailed});
   if (answer.code != pmrcSuccess) return;
@@ -259,7 +259,7 @@ void JobRun::close(std::uint32_t request) {
   open_ = false;
   judge("Close", (request == pmiPIDMOptClose ? host_->close() : host_->closeR()).code,
         {pmrcSuccess});
-  feed_.end();
+  writer_.end();
 }
 
 void JobRun::startAgain() {
@@ -279,7 +279,7 @@ bool JobRun::fallbackFileExists() const {
 
 void JobRun::finishInPeace() {
   data_ = sampleData(plan_.size);
-  feed_.end();
+  writer_.end();
   if (!module_) load();
   if (!module_) return;
   init();

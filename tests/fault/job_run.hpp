@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "faults.hpp"
-#include "feed.hpp"
+#include "non_blocking_writer.hpp"
 #include "support/host.hpp"
 #include "support/surroundings.hpp"
 
@@ -75,7 +75,7 @@ class JobRun {
   void problem(const std::string& text);
   void readOne();
   bool fallbackFileExists() const;
-  void connectFeed();
+  void connectWriter();
 
   const JobPlan& plan_;
   const Fault* fault_;
@@ -86,7 +86,7 @@ class JobRun {
 
   std::optional<Module> module_;
   std::optional<Host> host_;
-  Feed feed_;
+  NonBlockingWriter writer_;
   bool initialised_ = false;
   bool open_ = false;
   bool askedToGoBack_ = false;  // a SetPos was sent to this instance

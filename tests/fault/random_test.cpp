@@ -17,7 +17,7 @@
 #include <string>
 #include <vector>
 
-#include "feed.hpp"
+#include "non_blocking_writer.hpp"
 #include "support/host.hpp"
 #include "support/import_hook.hpp"
 #include "support/pipe_ends.hpp"
@@ -69,7 +69,7 @@ struct Stream {
   std::string pipe;
   // If several streams share a pipe's name, its reader may belong to another stream. So the writer
   // never waits.
-  std::unique_ptr<Feed> writer = nullptr;
+  std::unique_ptr<NonBlockingWriter> writer = nullptr;
   bool mayConnect = true;                // the writer may connect to the module's end
   std::vector<std::uint64_t> positions;  // that GetPos returned
 };
@@ -147,9 +147,9 @@ class Chaos {
 
   void write(HANDLE pipe) {
     if (reading_ == nullptr) return;
-    std::unique_ptr<Feed>& writer = reading_->writer;
+    std::unique_ptr<NonBlockingWriter>& writer = reading_->writer;
     if (!writer && reading_->mayConnect) {
-      auto connecting = std::make_unique<Feed>();
+      auto connecting = std::make_unique<NonBlockingWriter>();
       if (!connecting->connect(wide(reading_->pipe))) return;  // not the server's end, or nobody's
       writer = std::move(connecting);
     }
@@ -266,7 +266,7 @@ class Chaos {
     stream.pipe = randomPipeName();
     if (stream.pipe.starts_with(R"(\\.\pipe\tallow)") && dice_.oneIn(2)) {
       try {
-        auto serving = std::make_unique<Feed>();
+        auto serving = std::make_unique<NonBlockingWriter>();
         serving->serve(wide(stream.pipe));
         stream.writer = std::move(serving);
         stream.mayConnect = false;
@@ -391,7 +391,7 @@ class Chaos {
 // If the writer waited here, the thread that has to read would wait.
 TEST(Writer, NeverWaitsForRoom) {
   const std::wstring name = wide(uniquePipeName());
-  Feed writer;
+  NonBlockingWriter writer;
   writer.serve(name);
   EXPECT_FALSE(writer.offer("nobody reads"));
   const HANDLE reader =

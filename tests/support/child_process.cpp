@@ -5,15 +5,14 @@
 
 #include <array>
 #include <map>
-#include <stdexcept>
 #include <string_view>
+
+#include "support/process.hpp"
 
 namespace tallow::test {
 namespace {
 
 constexpr std::string_view kChildSwitch = "--child";
-constexpr DWORD kChildMilliseconds = 120'000;
-constexpr unsigned kChildHung = 0xdead;
 
 std::map<std::string, ChildWork::Function>& allWork() {
   static std::map<std::string, ChildWork::Function> work;
@@ -32,40 +31,12 @@ ChildWork::ChildWork(const std::string& name, Function work) {
   allWork().emplace(name, std::move(work));
 }
 
-PROCESS_INFORMATION startProcess(const std::string& command, STARTUPINFOA& startup) {
-  constexpr int kTries = 3;
-  DWORD error = 0;
-  for (int i = 0; i < kTries; ++i) {
-    std::string line = command;
-    PROCESS_INFORMATION process{};
-    // Standard handles must be inherited if they are given.
-    const BOOL inherits = (startup.dwFlags & STARTF_USESTDHANDLES) != 0 ? TRUE : FALSE;
-    if (CreateProcessA(nullptr, line.data(), nullptr, nullptr, inherits, 0, nullptr, nullptr,
-                       &startup, &process)) {
-      return process;
-    }
-    error = GetLastError();
-  }
-  throw std::runtime_error(std::to_string(error) + ": cannot start " + command);
-}
-
 unsigned runChild(const std::string& name, const std::vector<std::string>& arguments) {
   std::array<char, MAX_PATH> program{};
   GetModuleFileNameA(nullptr, program.data(), static_cast<DWORD>(program.size()));
-  std::string command = '"' + std::string(program.data()) + "\" --child \"" + name + '"';
-  for (const std::string& argument : arguments) command += " \"" + argument + '"';
-  STARTUPINFOA startup{};
-  startup.cb = sizeof(startup);
-  const PROCESS_INFORMATION process = startProcess(command, startup);
-  if (WaitForSingleObject(process.hProcess, kChildMilliseconds) != WAIT_OBJECT_0) {
-    TerminateProcess(process.hProcess, kChildHung);
-    WaitForSingleObject(process.hProcess, INFINITE);
-  }
-  DWORD code = 0;
-  GetExitCodeProcess(process.hProcess, &code);
-  CloseHandle(process.hThread);
-  CloseHandle(process.hProcess);
-  return code;
+  std::vector<std::string> words{program.data(), std::string(kChildSwitch), name};
+  words.insert(words.end(), arguments.begin(), arguments.end());
+  return Process(words).exitCode();
 }
 
 int runTests(int argc, char** argv) {

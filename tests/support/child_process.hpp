@@ -2,8 +2,6 @@
 // it.
 #pragma once
 
-#include <windows.h>
-
 #include <functional>
 #include <string>
 #include <vector>
@@ -20,11 +18,6 @@ class ChildWork {
 // Runs the work in a new process and returns its exit code, or the exception code if it crashes. A
 // child that does not end within two minutes is ended, with the result 0xdead.
 unsigned runChild(const std::string& name, const std::vector<std::string>& arguments = {});
-
-// Starts a program; the caller owns its handles. With a random layout of the address space (see
-// scripts/lib.sh), Wine fails to start about one in a few thousand programs, so it tries again.
-// Throws std::runtime_error with the system's error number.
-PROCESS_INFORMATION startProcess(const std::string& command, STARTUPINFOA& startup);
 
 // The main function of all programs that use this library.
 int runTests(int argc, char** argv);

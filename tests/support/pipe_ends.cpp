@@ -32,6 +32,12 @@ PipeEnd PipeEnd::serve(const std::string& name, std::uint32_t bufferSize) {
 PipeEnd::PipeEnd(PipeEnd&& other) noexcept
     : handle_(std::exchange(other.handle_, INVALID_HANDLE_VALUE)) {}
 
+void PipeEnd::waitForReader() {
+  if (!ConnectNamedPipe(handle_, nullptr) && GetLastError() != ERROR_PIPE_CONNECTED) {
+    fail("wait for a reader");
+  }
+}
+
 void PipeEnd::write(std::string_view bytes) {
   while (!bytes.empty()) {
     DWORD written = 0;

@@ -26,6 +26,8 @@ class PipeEnd {
   PipeEnd& operator=(PipeEnd&&) = delete;
   ~PipeEnd() { close(); }
 
+  // Server end only: waits until the reader has connected.
+  void waitForReader();
   void write(std::string_view bytes);
   // Waits until the reader has taken everything.
   void flush();

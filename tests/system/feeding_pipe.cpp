@@ -4,79 +4,40 @@
 #include <array>
 #include <stdexcept>
 
-#include "support/child_process.hpp"
-
 namespace tallow::test {
 
-Process::Process(const std::vector<std::string>& words, const std::string& said) {
-  std::string command;
-  for (const std::string& word : words) command += '"' + word + "\" ";
-  SECURITY_ATTRIBUTES inherited{sizeof(inherited), nullptr, TRUE};
-  const HANDLE output = CreateFileA(said.c_str(), GENERIC_WRITE, FILE_SHARE_READ, &inherited,
-                                    CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-  STARTUPINFOA startup{};
-  startup.cb = sizeof(startup);
-  startup.dwFlags = STARTF_USESTDHANDLES;
-  startup.hStdOutput = output;
-  startup.hStdError = output;
-  const PROCESS_INFORMATION process = startProcess(command, startup);
-  CloseHandle(output);
-  CloseHandle(process.hThread);
-  handle_ = process.hProcess;
-}
-
-Process::~Process() {
-  end();
-  waitFor(INFINITE);
-  CloseHandle(handle_);
-}
-
-unsigned Process::exitCode() {
-  constexpr DWORD kLongest = 120'000;
-  if (!waitFor(kLongest)) end();
-  waitFor(INFINITE);
-  DWORD code = 0;
-  GetExitCodeProcess(handle_, &code);
-  return code;
-}
-
 FeedingPipe::FeedingPipe(std::string name, std::uint32_t bufferSize)
-    : name_(std::move(name)),
-      handle_(CreateNamedPipeA(name_.c_str(), PIPE_ACCESS_OUTBOUND, PIPE_TYPE_BYTE, 1, bufferSize,
-                               bufferSize, 100, nullptr)) {
-  if (handle_ == INVALID_HANDLE_VALUE) throw std::runtime_error("cannot serve " + name_);
-}
+    : name_(std::move(name)), end_(PipeEnd::serve(name_, bufferSize)) {}
 
 FeedingPipe::~FeedingPipe() {
-  if (!isFeeding_) CloseHandle(handle_);
   join();
   CloseHandle(allGiven_);
 }
 
 void FeedingPipe::feed(std::string_view data, std::size_t piece, std::optional<std::size_t> at,
                        std::function<void()> onByte) {
-  isFeeding_ = true;  // the thread closes the handle
-  thread_ = std::thread([this, data, piece, at, onByte = std::move(onByte)] {
-    ConnectNamedPipe(handle_, nullptr);
-    std::size_t done = 0;
-    bool told = !at;
-    while (done < data.size()) {
-      std::size_t count = std::min(piece, data.size() - done);
-      if (!told) count = std::min(count, *at - done);
-      DWORD written = 0;
-      if (count != 0 &&
-          !WriteFile(handle_, data.data() + done, static_cast<DWORD>(count), &written, nullptr)) {
-        break;  // the reader has gone
-      }
-      done += written;
-      if (!told && done >= *at) {
-        told = true;
-        onByte();
-      }
+  thread_.emplace([this, data, piece, at, onByte = std::move(onByte)] {
+    try {
+      end_.waitForReader();
+      write(data, piece, at, onByte);
+    } catch (const std::runtime_error&) {
+      // The reader has gone, perhaps before it was seen.
     }
-    CloseHandle(handle_);
+    end_.close();
     SetEvent(allGiven_);
   });
+}
+
+void FeedingPipe::write(std::string_view data, std::size_t piece, std::optional<std::size_t> at,
+                        const std::function<void()>& onByte) {
+  if (at == 0) onByte();
+  for (std::size_t done = 0; done < data.size();) {
+    std::size_t count = std::min(piece, data.size() - done);
+    if (at && done < *at) count = std::min(count, *at - done);
+    end_.write(data.substr(done, count));
+    done += count;
+    if (done == at) onByte();
+  }
 }
 
 void FeedingPipe::waitUntilGivenTo(const Process& reader) const {
@@ -86,12 +47,12 @@ void FeedingPipe::waitUntilGivenTo(const Process& reader) const {
 }
 
 void FeedingPipe::join() {
-  if (!thread_.joinable()) return;
+  if (!thread_) return;
   // If no reader ever came, the thread still waits for one.
   const HANDLE reader =
       CreateFileA(name_.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
   if (reader != INVALID_HANDLE_VALUE) CloseHandle(reader);
-  thread_.join();
+  thread_.reset();
 }
 
 }  // namespace tallow::test

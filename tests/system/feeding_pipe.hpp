@@ -4,45 +4,16 @@
 
 #include <windows.h>
 
-#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <thread>
-#include <vector>
+
+#include "support/pipe_ends.hpp"
+#include "support/process.hpp"
 
 namespace tallow::test {
-
-// A program that runs beside the test. The destructor ends it if it still runs.
-class Process {
- public:
-  static constexpr unsigned kEnded = 0xdead;
-
-  // Its output goes to the file `said`.
-  Process(const std::vector<std::string>& words, const std::string& said);
-  ~Process();
-  Process(const Process&) = delete;
-  Process& operator=(const Process&) = delete;
-
-  void end() {
-    if (TerminateProcess(handle_, kEnded)) ended_ = true;
-  }
-  // True if end() found it alive. Its exit code need not show this, if it was just about to end.
-  bool wasEnded() const { return ended_; }
-  HANDLE handle() const { return handle_; }
-  // False if it still runs after that time.
-  bool waitFor(DWORD milliseconds) const {
-    return WaitForSingleObject(handle_, milliseconds) == WAIT_OBJECT_0;
-  }
-  // Waits for its end; a program that takes two minutes is ended.
-  unsigned exitCode();
-
- private:
-  HANDLE handle_ = nullptr;
-  std::atomic<bool> ended_ = false;
-};
 
 // Serves the pipe as soon as it is constructed; feed() begins to write.
 class FeedingPipe {
@@ -52,8 +23,8 @@ class FeedingPipe {
   FeedingPipe(const FeedingPipe&) = delete;
   FeedingPipe& operator=(const FeedingPipe&) = delete;
 
-  // Writes in pieces of at most `piece` bytes and closes the pipe. Calls `onByte` once `at` bytes
-  // have been written, if ever. `data` must live as long as the pipe.
+  // Writes in pieces of at most `piece` bytes and closes the pipe, beside the test. Calls `onByte`
+  // once `at` bytes have been written, if ever. `data` must live as long as the pipe.
   void feed(std::string_view data, std::size_t piece, std::optional<std::size_t> at,
             std::function<void()> onByte);
   // Waits until everything has been written and the pipe closed, or the reader has ended.
@@ -62,11 +33,13 @@ class FeedingPipe {
   void join();
 
  private:
+  void write(std::string_view data, std::size_t piece, std::optional<std::size_t> at,
+             const std::function<void()>& onByte);
+
   std::string name_;
-  HANDLE handle_;
-  bool isFeeding_ = false;
+  PipeEnd end_;
   HANDLE allGiven_ = CreateEventA(nullptr, TRUE, FALSE, nullptr);
-  std::thread thread_;
+  std::optional<WriterThread> thread_;
 };
 
 }  // namespace tallow::test

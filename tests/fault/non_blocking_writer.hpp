@@ -1,4 +1,6 @@
-// A writer that needs no thread: it writes without waiting, between the host's requests.
+// A writer that needs no thread of its own: it writes between the host's requests and never waits
+// for the reader. (PipeEnd in support/pipe_ends.hpp waits, and so cannot serve a job in which
+// anything may fail.)
 #pragma once
 
 #include <windows.h>
@@ -9,12 +11,13 @@
 
 namespace tallow::test {
 
-class Feed {
+// Owns its end of the pipe. The destructor cancels what has not been taken and closes the end.
+class NonBlockingWriter {
  public:
-  Feed() = default;
-  ~Feed() { end(); }
-  Feed(const Feed&) = delete;
-  Feed& operator=(const Feed&) = delete;
+  NonBlockingWriter() = default;
+  ~NonBlockingWriter() { end(); }
+  NonBlockingWriter(const NonBlockingWriter&) = delete;
+  NonBlockingWriter& operator=(const NonBlockingWriter&) = delete;
 
   // Creates the server end of a pipe, for the module to connect to.
   void serve(const std::wstring& name);

@@ -1,4 +1,4 @@
-#include "feed.hpp"
+#include "non_blocking_writer.hpp"
 
 #include <algorithm>
 #include <stdexcept>
@@ -6,7 +6,7 @@
 
 namespace tallow::test {
 
-void Feed::serve(const std::wstring& name) {
+void NonBlockingWriter::serve(const std::wstring& name) {
   given_ = 0;
   constexpr DWORD kBuffer = 65536;
   pipe_ = CreateNamedPipeW(name.c_str(), PIPE_ACCESS_OUTBOUND | FILE_FLAG_OVERLAPPED,
@@ -16,14 +16,14 @@ void Feed::serve(const std::wstring& name) {
   }
 }
 
-bool Feed::connect(const std::wstring& name) {
+bool NonBlockingWriter::connect(const std::wstring& name) {
   given_ = 0;
   pipe_ = CreateFileW(name.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED,
                       nullptr);
   return pipe_ != INVALID_HANDLE_VALUE;
 }
 
-bool Feed::isConnected() {
+bool NonBlockingWriter::isConnected() {
   OVERLAPPED connecting = {};
   if (ConnectNamedPipe(pipe_, &connecting) || GetLastError() == ERROR_PIPE_CONNECTED) return true;
   if (GetLastError() == ERROR_IO_PENDING) {
@@ -34,7 +34,7 @@ bool Feed::isConnected() {
   return false;
 }
 
-bool Feed::isTaken() {
+bool NonBlockingWriter::isTaken() {
   if (!underway_) return true;
   DWORD written = 0;
   if (!GetOverlappedResult(pipe_, &writing_, &written, FALSE)) {
@@ -46,7 +46,7 @@ bool Feed::isTaken() {
   return true;
 }
 
-void Feed::give(std::string_view data, std::size_t chunk) {
+void NonBlockingWriter::give(std::string_view data, std::size_t chunk) {
   if (pipe_ == INVALID_HANDLE_VALUE || beside_ != nullptr || !isTaken()) return;
   if (given_ == data.size()) {
     end();
@@ -62,10 +62,11 @@ void Feed::give(std::string_view data, std::size_t chunk) {
   if (isTaken() && given_ == data.size()) end();
 }
 
-bool Feed::offer(std::string_view data) {
+bool NonBlockingWriter::offer(std::string_view data) {
   OVERLAPPED writing = {};
-  if (WriteFile(pipe_, data.data(), static_cast<DWORD>(data.size()), nullptr, &writing))
+  if (WriteFile(pipe_, data.data(), static_cast<DWORD>(data.size()), nullptr, &writing)) {
     return true;
+  }
   if (GetLastError() != ERROR_IO_PENDING) return false;
   CancelIo(pipe_);
   DWORD written = 0;
@@ -73,7 +74,7 @@ bool Feed::offer(std::string_view data) {
          GetLastError() == ERROR_OPERATION_ABORTED;
 }
 
-void Feed::writeLeft() {
+void NonBlockingWriter::writeLeft() {
   OVERLAPPED writing = {};
   writing.hEvent = CreateEventA(nullptr, TRUE, FALSE, nullptr);
   DWORD written = 0;
@@ -85,18 +86,18 @@ void Feed::writeLeft() {
   CloseHandle(pipe_);
 }
 
-void Feed::giveAllBeside(std::string_view data) {
+void NonBlockingWriter::giveAllBeside(std::string_view data) {
   if (pipe_ == INVALID_HANDLE_VALUE || beside_ != nullptr || !isTaken()) return;
   left_ = data.substr(given_);
   given_ = data.size();
-  const auto run = [](void* feed) -> DWORD {
-    static_cast<Feed*>(feed)->writeLeft();
+  const auto run = [](void* writer) -> DWORD {
+    static_cast<NonBlockingWriter*>(writer)->writeLeft();
     return 0;
   };
   beside_ = CreateThread(nullptr, 0, run, this, 0, nullptr);
 }
 
-void Feed::end() {
+void NonBlockingWriter::end() {
   if (beside_ != nullptr) {
     // Repeatedly, since the thread may not have begun to write yet.
     constexpr DWORD kLook = 5;  // milliseconds
