@@ -74,7 +74,7 @@ TEST_P(EveryRequest, RefusesAnUnknownName) {
   }
 }
 
-TEST_P(EveryRequest, LogsANullHandleAndGoesOnToTheName) {
+TEST_P(EveryRequest, LogsANullHandleAndContinuesWithTheName) {
   initialise();
   host.moduleHandle = nullptr;
   EXPECT_EQ(send("WRITE_BOM", "").code, pmrcBadAttribute);

@@ -115,7 +115,7 @@ TEST_F(Entry, RefusesEveryThreadButTheLoadingOne) {
   EXPECT_THAT(log.newEntries(), ElementsAre(message(2, 38)));
 }
 
-TEST_F(Entry, TellsTheWholeLengthOfATextThatItCuts) {
+TEST_F(Entry, ReportsTheWholeLengthOfATextThatItCuts) {
   initialise();
   const std::string name(2000, 'n');
   const std::string whole =
@@ -157,7 +157,7 @@ TEST_F(Entry, ReportsAStandardExceptionByItsBareDescription) {
   EXPECT_THAT(lines.at(1).text, HasSubstr("invalid string position"));
 }
 
-TEST_F(Entry, DoesNotLogAStandardExceptionBehindAReturnCode) {
+TEST_F(Entry, DoesNotLogAStandardExceptionAfterAReturnCode) {
   initialise();
   const Answer answer = host.init("Bogus=1 Fallback_file='abc");
   EXPECT_EQ(answer.code, pmrcUnknownOption);
@@ -174,7 +174,7 @@ TEST_F(Entry, FailuresWithoutAHandleShareOneTextBuffer) {
   EXPECT_NE(first.text, second.text);
 }
 
-TEST_F(Entry, AFailureBehindAHandlePutsItsTextIntoThatRecord) {
+TEST_F(Entry, AFailureWithAHandlePutsItsTextIntoThatRecord) {
   openJob();
   ScriptedPipe pipe(module(), PipeScript().error(ERROR_ACCESS_DENIED));
   const ReadAnswer answer = host.read();
@@ -220,7 +220,7 @@ TEST_F(Entry, ReportsAnythingElseThatIsThrownAsMessage34) {
   EXPECT_THAT(log.newEntries(), ElementsAre(requestLine("pmiPIDMOptOpen", 2), message(2, 34)));
 }
 
-TEST_F(Entry, SaysNothingOfAnythingElseThrownBehindAReturnCode) {
+TEST_F(Entry, LogsNothingElseThatIsThrownAfterAReturnCode) {
   initialise();
   const ReplacedTexts texts(module(), throwFor(13));
   EXPECT_EQ(host.open(pipeName, 4).code, pmrcBadOpenMode);

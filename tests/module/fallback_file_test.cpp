@@ -348,7 +348,7 @@ TEST_F(Search, ThatFindsNothingEndsNothing) {
   EXPECT_THAT(handles.ended, IsEmpty());
 }
 
-TEST_F(Search, LogsWhatWasExpectedBehindARefusal) {
+TEST_F(Search, LogsWhatWasExpectedAfterARefusal) {
   std::string foreign = restartable();
   foreign[kPipeNameOffset + 2] = 'P';
   putFile(defaultName(), foreign);
@@ -654,7 +654,7 @@ TEST_F(Trouble, WithASeekLeavesTheJobAlone) {
   }
 }
 
-TEST_F(Trouble, WithTheSeekOfAReplayIsToldWithMessage75) {
+TEST_F(Trouble, WithTheSeekOfAReplayIsReportedWithMessage75) {
   openJob();
   deliver(2);
   checkpoint();
@@ -668,7 +668,7 @@ TEST_F(Trouble, WithTheSeekOfAReplayIsToldWithMessage75) {
   EXPECT_EQ(read.data, "");
 }
 
-TEST_F(Trouble, WithThePositionAtACheckpointIsToldWithMessage104) {
+TEST_F(Trouble, WithThePositionAtACheckpointIsReportedWithMessage104) {
   openJob();
   deliver(2);
   checkpoint();
@@ -679,7 +679,7 @@ TEST_F(Trouble, WithThePositionAtACheckpointIsToldWithMessage104) {
   EXPECT_EQ(count(log.newEntries(), message(2, 104)), 1);
 }
 
-TEST_F(Trouble, WithThePositionInAReplayIsToldWithMessage104) {
+TEST_F(Trouble, WithThePositionInAReplayIsReportedWithMessage104) {
   openJob();
   deliver(2);
   checkpoint();
@@ -696,7 +696,7 @@ TEST_F(Trouble, WithThePositionInAReplayIsToldWithMessage104) {
   deliver(4);
 }
 
-TEST_F(Trouble, WithAWayBackInAReplayIsToldWithMessage103) {
+TEST_F(Trouble, WithTheSeekBackInAReplayIsReportedWithMessage103) {
   openJob();
   deliver(2);
   checkpoint();
@@ -726,14 +726,14 @@ class Closing : public FallbackTest {
   }
 };
 
-TEST_F(Closing, BehindTheEndDeletesTheFile) {
+TEST_F(Closing, AfterTheEndDeletesTheFile) {
   runToTheEnd();
   EXPECT_EQ(host.close().code, 0u);
   EXPECT_FALSE(exists(path()));
   EXPECT_THAT(log.newEntries(), ElementsAre(requestLine("pmiPIDMOptClose", 3), message(4, 86)));
 }
 
-TEST_F(Closing, TellsTheSizeInMillionsOfBytes) {
+TEST_F(Closing, ReportsTheSizeInMillionsOfBytes) {
   data = sampleData(400 * kBlockSize);
   runToTheEnd();
   const std::size_t size = file().size();
@@ -756,7 +756,7 @@ TEST_F(Closing, BeforeTheEndKeepsTheFile) {
   }
 }
 
-TEST_F(Closing, BehindTheEndKeepsTheFileWhenAsked) {
+TEST_F(Closing, AfterTheEndKeepsTheFileWhenAsked) {
   runToTheEnd();
   host.attribute("PRESERVE_RESTART_INFO", "YES");
   EXPECT_EQ(host.closeR().code, 0u);

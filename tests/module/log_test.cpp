@@ -378,7 +378,7 @@ TEST_F(Repeats, BeginAnewWithEachText) {
   EXPECT_THAT(log.newEntries(), ElementsAre(shutLine, summary, otherLine, shutLine, otherLine));
 }
 
-TEST_F(Repeats, SummaryBearsTheLevelOfTheLineBehindIt) {
+TEST_F(Repeats, SummaryHasTheLevelOfTheLineAfterIt) {
   ASSERT_EQ(host.init("No_FallBack='' Log_level=2").code, pmrcSuccess);
   log.newLines();
   for (int i = 0; i < 3; ++i) host.request(pmiPIDMOptWrite, nullptr);

@@ -109,7 +109,7 @@ TEST_F(LanguageLibrary, IsNeeded) {
   EXPECT_EQ(load.boxes.size(), 1u);
 }
 
-TEST_F(LanguageLibrary, BoxTellsThreeAttempts) {
+TEST_F(LanguageLibrary, BoxNamesThreeAttempts) {
   const FailedLoad load = loadWithoutLanguages(kGermanAustria);
   EXPECT_THAT(
       load.boxes,
@@ -118,7 +118,7 @@ TEST_F(LanguageLibrary, BoxTellsThreeAttempts) {
                   "), and \"tallowinenu\" (English (United States)))."));
 }
 
-TEST_F(LanguageLibrary, BoxTellsTwoAttempts) {
+TEST_F(LanguageLibrary, BoxNamesTwoAttempts) {
   const FailedLoad load = loadWithoutLanguages(kGerman);
   EXPECT_THAT(
       load.boxes,
@@ -126,7 +126,7 @@ TEST_F(LanguageLibrary, BoxTellsTwoAttempts) {
                   languageName(kGerman) + ") and \"tallowinenu\" (English (United States)))."));
 }
 
-TEST_F(LanguageLibrary, BoxTellsOneAttempt) {
+TEST_F(LanguageLibrary, BoxNamesOneAttempt) {
   const FailedLoad load = loadWithoutLanguages(kEnglish);
   EXPECT_THAT(load.boxes, ElementsAre("Cannot load language specific resources (tried "
                                       "\"tallowinenu\" (English (United States)))."));

@@ -210,7 +210,7 @@ struct Unreported {
 
 class UnreportedOption : public JobTest, public testing::WithParamInterface<Unreported> {};
 
-TEST_P(UnreportedOption, IsToldByItsReturnCodeAlone) {
+TEST_P(UnreportedOption, IsReportedByItsReturnCodeAlone) {
   initialise();
   const Answer answer = host.init(GetParam().options);
   EXPECT_EQ(answer.code, GetParam().code);
@@ -350,7 +350,7 @@ TEST_F(LogDirectoryVariable, IsNotLookedAtWhileTheLevelsAreWrong) {
   EXPECT_EQ(host.init("", input).code, pmrcBadInterfaceLevel);
 }
 
-TEST_F(LogDirectoryVariable, LetsInitGoOnWhenItIsAWritableDirectory) {
+TEST_F(LogDirectoryVariable, LetsInitContinueWhenItIsAWritableDirectory) {
   ScopedEnvironment variable("NPLOGDIR", scratch.path());
   EXPECT_EQ(host.init("Block_size=5").code, pmrcSuccess);
 }

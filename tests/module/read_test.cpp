@@ -179,7 +179,7 @@ TEST_F(FullBlocks, FailWhenThePipeListensAgainInsideABlock) {
 
 class PipeFailure : public JobTest, public testing::WithParamInterface<DWORD> {};
 
-TEST_P(PipeFailure, IsToldWithTheSystemsText) {
+TEST_P(PipeFailure, IsReportedWithTheSystemsText) {
   openJob();
   ScriptedPipe pipe(module(), PipeScript().error(GetParam()));
   const ReadAnswer answer = host.read();
@@ -194,7 +194,7 @@ INSTANTIATE_TEST_SUITE_P(Read, PipeFailure,
                                          ERROR_PIPE_NOT_CONNECTED, ERROR_OPERATION_ABORTED,
                                          ERROR_INVALID_HANDLE, ERROR_HANDLE_EOF));
 
-TEST_F(FullBlocks, GoOnAfterAFailureThatPasses) {
+TEST_F(FullBlocks, ContinueAfterAFailureThatPasses) {
   openJob("Block_size=4");
   ScriptedPipe pipe(module(), PipeScript().error(ERROR_ACCESS_DENIED).data("data"));
   EXPECT_EQ(host.read().code, pmrcFailed);
@@ -224,7 +224,7 @@ TEST_F(FullBlocks, ComeFromAServerThatCloses) {
   expectEnd(host.read());
 }
 
-TEST_F(FullBlocks, SayTheEndAgainWithoutTouchingThePipe) {
+TEST_F(FullBlocks, ReportTheEndAgainWithoutTouchingThePipe) {
   openJob("Block_size=10");
   ScriptedPipe pipe(module(), PipeScript().data("data"));
   EXPECT_EQ(host.read().data, "data");
@@ -428,7 +428,7 @@ TEST_F(AvailableData, WithATimeOutEndsWithAnythingButAFullBlock) {
   EXPECT_EQ(pipe.script.reads(), 1u);
 }
 
-TEST_F(AvailableData, WithATimeOutGoesOnAfterABlockThatCameInOnePiece) {
+TEST_F(AvailableData, WithATimeOutContinuesAfterABlockThatCameInOnePiece) {
   openAvailable();
   setTimeOut("100");
   ScriptedPipe pipe(

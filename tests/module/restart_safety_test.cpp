@@ -7,7 +7,7 @@ namespace {
 class Replay : public FallbackTest {
  protected:
   // A replay of three records of that size ends where the fourth belongs.
-  void expectEndBehindThree(std::string_view options, std::size_t recordSize) {
+  void expectEndAfterThree(std::string_view options, std::size_t recordSize) {
     openJob(options);
     deliver(2);
     checkpoint();
@@ -22,11 +22,11 @@ class Replay : public FallbackTest {
 };
 
 TEST_F(Replay, GoesToWhereTheNextRecordBelongs) {
-  expectEndBehindThree({}, kBlockSize);
+  expectEndAfterThree({}, kBlockSize);
 }
 
 TEST_F(Replay, CountsTheLengthOfEachRecordThatHasOne) {
-  expectEndBehindThree("Need_Full_Block=no", kBlockSize + 4);
+  expectEndAfterThree("Need_Full_Block=no", kBlockSize + 4);
 }
 
 TEST_F(Replay, OfALastBlockAsksThePipeForMore) {
@@ -58,7 +58,7 @@ TEST_F(Signature, CountsReplayedBlocksOnce) {
   EXPECT_EQ(newer(), (SyncPoint{7, signature(7)}));
 }
 
-TEST_F(Signature, IsRightBehindAReplayFromTheFilesFirstBlock) {
+TEST_F(Signature, IsRightAfterAReplayFromTheFilesFirstBlock) {
   openJob();
   deliver(1);
   checkpoint();
@@ -70,7 +70,7 @@ TEST_F(Signature, IsRightBehindAReplayFromTheFilesFirstBlock) {
   EXPECT_EQ(newer(), (SyncPoint{2, signature(2)}));
 }
 
-TEST_F(Signature, IsRightBehindAReplayFromAFirstBlockInTheMiddleOfTheData) {
+TEST_F(Signature, IsRightAfterAReplayFromAFirstBlockInTheMiddleOfTheData) {
   openJob();
   deliver(2);
   checkpoint();
@@ -159,7 +159,7 @@ TEST_F(Signature, IsRightAfterARestartAndAReplay) {
 
 class Hashing : public FallbackTest {};
 
-TEST_F(Hashing, GoesOnInAFileWithSignaturesWithoutSignatureCheck) {
+TEST_F(Hashing, ContinuesInAFileWithSignaturesWithoutSignatureCheck) {
   leaveFile(3);
   openJob("Signature_check=0");
   goTo(3);

@@ -72,14 +72,14 @@ TEST(Explain, SuggestsTheOptionThatWasMeant) {
             "\"Block_sze\" is not an option; did you mean Block_size?");
 }
 
-TEST(Explain, TellsAMissingQuote) {
+TEST(Explain, ReportsAMissingQuote) {
   const InitStringReport report = explainInitString("b=5 Ff='abc");
   EXPECT_FALSE(report.accepted());
   EXPECT_EQ(report.effective.blockSize, 5U);
   EXPECT_THAT(report.firstComplaint(), HasSubstr("Ff has no closing quote"));
 }
 
-TEST(Explain, TellsWhatIsIgnoredBehindALoneEqualsSign) {
+TEST(Explain, ReportsWhatIsIgnoredAfterALoneEqualsSign) {
   const InitStringReport report = explainInitString("b=5 =6 b=7");
   EXPECT_TRUE(report.accepted());
   EXPECT_EQ(report.effective.blockSize, 5U);

@@ -133,7 +133,7 @@ TEST(ReadFallbackFile, TakesTheUsersWordForBoth) {
   EXPECT_EQ(file.first.certainty, Certainty::kGiven);
 }
 
-TEST(ReadFallbackFile, SaysOfEveryTruncationWhatIsMissing) {
+TEST(ReadFallbackFile, ReportsWhatIsMissingForEveryTruncation) {
   const std::string whole = killedJob(inputOf(9500)).make();
   for (std::size_t length = 0; length < whole.size(); ++length) {
     const FallbackFile file = read(whole.substr(0, length));
@@ -191,7 +191,7 @@ TEST(ReadFallbackFile, HasNoFirstBlockWithoutASyncPoint) {
   EXPECT_EQ(read(FileMaker("").make()).first.blockNo, kNoBlock);
 }
 
-TEST(ReadFallbackFile, StartsAtBlockOneBehindTheBeginning) {
+TEST(ReadFallbackFile, StartsAtBlockOneAfterTheBeginning) {
   EXPECT_EQ(read(FileMaker("").syncPoint(0, 0, 0).syncPoint(1, 0, 0).make()).first.blockNo, 1U);
 }
 
@@ -272,7 +272,7 @@ TEST(Verify, DisprovesSignaturesOfOtherData) {
   EXPECT_FALSE(result.slots[3].has_value());
 }
 
-TEST(Verify, DisprovesACheckpointBehindTheData) {
+TEST(Verify, DisprovesACheckpointAfterTheData) {
   const std::string input = inputOf(9500);
   const Verification result = verified(killedJob(input).make(), input.substr(0, 4000));
   EXPECT_EQ(result.syncPoints[1].signature, SignatureProof::kDiffers);
@@ -355,7 +355,7 @@ TEST(Verify, TellsManyEqualBlocksApart) {
   EXPECT_EQ(result.slots.back()->blockNo, kBlocks);
 }
 
-TEST(Verify, FindsRecordsWithLengthsBehindTheirSyncPoint) {
+TEST(Verify, FindsRecordsWithLengthsAfterTheirSyncPoint) {
   const std::string input = inputOf(4000);
   FileMaker maker(input);
   maker.syncPoint(1, 2, 1500);
