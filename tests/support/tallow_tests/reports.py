@@ -23,9 +23,10 @@ class _Result(unittest.TextTestResult):
         self._case = None
 
     def _new_case(self, test):
-        parts = test.id().split(".")
-        return xml.etree.ElementTree.SubElement(self.suite, "testcase", classname=parts[-2],
-                                                name=parts[-1], status="run", result="completed")
+        group, _, name = test.id().rpartition(".")
+        return xml.etree.ElementTree.SubElement(
+            self.suite, "testcase", classname=group.removeprefix("__main__."), name=name,
+            status="run", result="completed")
 
     def _mark(self, test, kind, text):
         """Notes an outcome other than success; outside a case it belongs to the whole class."""
