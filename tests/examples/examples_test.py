@@ -9,7 +9,7 @@ import subprocess
 import threading
 
 from tallow_tests import BIN, LIMIT, SOURCE
-from tallow_tests.machine import node
+from tallow_tests.machine import koffi, node
 from tallow_tests.programs import Program
 from tallow_tests.reports import main
 from tallow_tests.tools import ToolTest
@@ -29,8 +29,11 @@ class Example(ToolTest):
         super().setUp()
         self.write("data.bin", DATA)
 
+    def start_program(self, *arguments):
+        return self.start(self.program, *arguments)
+
     def start_host(self, options=f"Log_directory=. Log_level=4 Block_size={BLOCK}"):
-        return self.start(self.program, self.pipe, "out.bin", ".", options)
+        return self.start_program(self.pipe, "out.bin", ".", options)
 
     def start_writer(self, file="data.bin"):
         return self.start("minimal_writer", self.pipe, file)
@@ -61,6 +64,8 @@ class Example(ToolTest):
 
 
 class CppHost(Example):
+    said_of_a_bad_option = r"pmrcUnknownOption \(21\): .*an option that does not exist"
+
     def kill_host_half_way(self):
         """The host, killed after three checkpoints while it waits for data."""
         position = f"position {3 * BLOCKS_PER_CHECKPOINT}\n".encode()
@@ -89,7 +94,7 @@ class CppHost(Example):
         host, writer = self.start_host(), self.start_writer("other.bin")
         outcome = host.outcome()
         self.assertEnded(outcome, 1)
-        self.assertIn("pmrcDelivery (16)", outcome.err)
+        self.assertRegex(outcome.err, r"failed with.*\b16\b")
         writer.wait()
         self.assertTrue(self.exists("job.fbf"))
         kept = len(self.output())
@@ -129,17 +134,25 @@ class CppHost(Example):
     def test_host_says_what_is_wrong_with_its_options(self):
         outcome = self.start_host("Nonsense=1").outcome()
         self.assertEnded(outcome, 1)
-        self.assertIn("pmrcUnknownOption (21)", outcome.err)
-        self.assertIn("an option that does not exist", outcome.err)
+        self.assertRegex(outcome.err, self.said_of_a_bad_option)
 
     def test_host_says_how_it_is_used(self):
-        outcome = self.start(self.program).outcome()
+        outcome = self.start_program().outcome()
         self.assertEnded(outcome, 2)
         self.assertIn("PIPE OUTPUT FOLDER [OPTIONS]", outcome.err)
 
 
 class CHost(CppHost):
     program = "minimal_host_c"
+
+
+class JavaScriptHost(CppHost):
+    said_of_a_bad_option = r"failed with 21: see the module's log"
+
+    def start_program(self, *arguments):
+        module = [f"Z:{BIN / 'tallowin.dll'}"] if arguments else []
+        return Program(node(self), SOURCE / "examples" / "minimal_host.js", *module, *arguments,
+                       cwd=self.folder, NODE_PATH=f"Z:{koffi(self)}")
 
 
 class Guides(Example):

@@ -9,6 +9,7 @@ from .programs import environment
 
 _CACHE = os.environ.get("XDG_CACHE_HOME") or pathlib.Path.home() / ".cache"
 _NODE = pathlib.Path(_CACHE, "tallow", "node", "node.exe")
+_KOFFI = pathlib.Path(_CACHE, "tallow", "koffi", "node_modules")
 
 
 def small_disk(test, size):
@@ -36,3 +37,10 @@ def node(test):
                     "Version", "/d", "win10", "/f"], env=environment(), check=True, timeout=LIMIT,
                    stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
     return _NODE
+
+
+def koffi(test):
+    """The folder of modules in which Node finds its foreign function interface."""
+    if not _KOFFI.exists():
+        test.skipTest("koffi is not here; scripts/setup node fetches it with npm")
+    return _KOFFI
