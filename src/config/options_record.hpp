@@ -1,8 +1,6 @@
-// What a module handle stands for: the options of the initialisation string, the attributes, and
-// what a read with a time-out leaves there.
+// What a module handle stands for: the options of the initialisation string and the attributes.
 #pragma once
 
-#include <cstdint>
 #include <string>
 
 #include "config/options.hpp"
@@ -17,10 +15,6 @@ struct OptionsRecord : Options {
   bool preserveRestartInfo = false;
   bool timeoutEnabled = false;
   double timeoutSeconds = 1.0;
-
-  // Set by the latest read of available data while a time-out was set.
-  bool timedOut = false;           // it did not fill a block, for whatever reason
-  std::int64_t readStartTime = 0;  // calendar time, seconds
 };
 
 // True if pipe names are UTF-8, as they are with both character sets, and may need the wide calls.

@@ -29,18 +29,22 @@ void coverReplayedBlock(Job& job, std::uint64_t blockNo, const void* data, std::
   if (blockNo > job.state.md5Running.coveredBlockNo) cover(job, blockNo, data, length);
 }
 
-void writePending(Job& job, fallback::PendingWrite mode) {
-  if (fallback::writePendingBlock(job.fallback, job.options, job.pending,
-                                  job.state.checkpointBlockNo, mode)) {
-    job.state.md5AtFileFirst = job.state.md5Running;
-  }
+void writePending(Job& job, PendingWrite mode) {
+  PendingBlock& pending = job.pending;
+  const std::uint64_t checkpoint = job.state.checkpointBlockNo;
+  if (pending.blockNo == kNoBlock || checkpoint == kNoBlock) return;
+  if (!job.fallback.canAppend(pending.blockNo)) return;
+  const bool startsArea = mode == PendingWrite::kMayStartArea && pending.blockNo == checkpoint;
+  const bool isFirst =
+      job.fallback.append({pending.blockNo, pending.data.get(), pending.length},
+                          startsArea ? fallback::Place::kStart : fallback::Place::kAfterLast);
+  pending.blockNo = kNoBlock;  // even if it could not be written
+  if (isFirst) job.state.md5AtFileFirst = job.state.md5Running;
 }
 
 void dropRecovery(Job& job) {
-  if (fallback::seek(job.fallback, fallback::kSyncAreaOffset)) {
-    fallback::writeSyncArea(job.fallback, kNoBlock, job.state.md5Running.md5);
-  }
-  job.state.deliveryMode = DeliveryMode::kLive;
+  job.fallback.dropRecovery();
+  job.state.mode = DeliveryMode::kLive;
 }
 
 }  // namespace tallow::delivery

@@ -2,11 +2,11 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 #include "config/options_record.hpp"
-#include "delivery/running_digest.hpp"
 #include "fallback/fallback_file.hpp"
-#include "fallback/write.hpp"
+#include "fallback/md5.hpp"
 #include "pipe/pipe_input.hpp"
 #include "pipe/pipe_read.hpp"
 
@@ -28,8 +28,29 @@ enum class StreamState : std::uint8_t {
           // stream is unknown
 };
 
+// The MD5 of the data delivered so far. Remembers the last block that it covers, so that a block
+// that is sent again is never added twice.
+struct RunningDigest {
+  fallback::Md5Context md5;
+  std::uint64_t coveredBlockNo = 0;
+
+  RunningDigest() { fallback::md5Init(md5); }
+};
+
+// The latest block read from the pipe. It is kept until the next request, so the fallback file is
+// always one block behind the host.
+struct PendingBlock {
+  // blockSize bytes, filled with zeros so that no other data in memory reaches a file.
+  explicit PendingBlock(std::uint64_t blockSize)
+      : data(std::make_unique<std::uint8_t[]>(blockSize)) {}
+
+  std::unique_ptr<std::uint8_t[]> data;
+  std::uint32_t length = 0;          // valid bytes
+  std::uint64_t blockNo = kNoBlock;  // kNoBlock: nothing to write
+};
+
 struct DeliveryState {
-  DeliveryMode deliveryMode = DeliveryMode::kLive;
+  DeliveryMode mode = DeliveryMode::kLive;
   std::uint64_t nextBlockNo = 1;  // the block that the next Read delivers
   std::uint64_t lastBlockNo = 0;  // the block delivered last; the position that GetPos hands out
   std::uint64_t checkpointBlockNo = kNoBlock;  // of the latest GetPos, or accepted by SetPos
@@ -47,13 +68,13 @@ struct DeliveryState {
 };
 
 struct Job {
-  explicit Job(config::OptionsRecord& jobOptions)
-      : options(jobOptions), pending(jobOptions.blockSize) {}
+  explicit Job(const config::OptionsRecord& jobOptions)
+      : options(jobOptions), fallback(jobOptions), pending(jobOptions.blockSize) {}
 
-  config::OptionsRecord& options;
+  const config::OptionsRecord& options;
   pipe::PipeInput pipe;
   fallback::FallbackFile fallback;
-  fallback::PendingBlock pending;
+  PendingBlock pending;
   DeliveryState state;
 };
 
@@ -65,8 +86,15 @@ void coverPipeBlock(Job& job, std::uint64_t blockNo, const void* data, std::uint
 // already has it.
 void coverReplayedBlock(Job& job, std::uint64_t blockNo, const void* data, std::uint32_t length);
 
-// Writes the pending block. If it becomes the file's first block, keeps the digest up to it.
-void writePending(Job& job, fallback::PendingWrite mode);
+// What a write of the pending block may do to the file's data area.
+enum class PendingWrite {
+  kMayStartArea,  // the block of the latest checkpoint starts it anew
+  kOnlyAppend     // it is appended whatever its number: the first block is about to be replayed
+};
+
+// Writes the pending block if a checkpoint was taken and the file can continue with the block. If
+// it becomes the file's first block, keeps the digest up to it.
+void writePending(Job& job, PendingWrite mode);
 
 // Gives up the restart from a file that was taken over, because the host does not ask for it. The
 // file's sync points are overwritten and the job continues as a new one.

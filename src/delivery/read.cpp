@@ -1,6 +1,6 @@
 #include <cstring>
+#include <optional>
 
-#include "delivery/replay.hpp"
 #include "delivery/requests.hpp"
 #include "diag/log.hpp"
 #include "diag/messages.hpp"
@@ -28,9 +28,9 @@ void logPipeBlock(std::uint32_t length, std::uint64_t blockNo) {
 // Delivers the block that a restart has left in the pending buffer. It stays pending.
 void deliverPending(Job& job, TallowReadBlock& block) {
   DeliveryState& state = job.state;
-  std::memcpy(block.dataBuffer, job.pending.pendingData.get(), job.pending.pendingLength);
-  block.dataLength = job.pending.pendingLength;
-  logPipeBlock(job.pending.pendingLength, state.nextBlockNo);
+  std::memcpy(block.dataBuffer, job.pending.data.get(), job.pending.length);
+  block.dataLength = job.pending.length;
+  logPipeBlock(job.pending.length, state.nextBlockNo);
   state.lastBlockNo = state.nextBlockNo++;
 }
 
@@ -62,34 +62,48 @@ std::uint32_t deliverFromPipe(Job& job, TallowReadBlock& block) {
   const std::uint64_t blockNo = state.nextBlockNo++;
   coverPipeBlock(job, blockNo, block.dataBuffer, length, read);
   state.lastBlockNo = blockNo;
-  std::memcpy(job.pending.pendingData.get(), block.dataBuffer, length);
-  job.pending.pendingLength = length;
-  job.pending.pendingBlockNo = blockNo;
+  std::memcpy(job.pending.data.get(), block.dataBuffer, length);
+  job.pending.length = length;
+  job.pending.blockNo = blockNo;
   logPipeBlock(length, blockNo);
   return pmrcSuccess;
 }
 
 std::uint32_t deliverLive(Job& job, TallowReadBlock& block) {
-  if (job.pending.pendingBlockNo == job.state.nextBlockNo) {
+  if (job.pending.blockNo == job.state.nextBlockNo) {
     deliverPending(job, block);
     return pmrcSuccess;
   }
-  writePending(job, fallback::PendingWrite::kMayStartArea);
+  writePending(job, PendingWrite::kMayStartArea);
   if (job.state.pipeEof) return returnEof(job.state, block);
   return deliverFromPipe(job, block);
+}
+
+// Delivers the next block from the fallback file. After the file's last block, the job reads from
+// the pipe again. If the record cannot be read, the next call tries the same record again.
+std::uint32_t replay(Job& job, TallowReadBlock& block) {
+  DeliveryState& state = job.state;
+  const std::optional<std::uint32_t> length =
+      job.fallback.readBlock(state.nextBlockNo, block.dataBuffer);
+  if (!length) return pmrcDelivery;
+  block.dataLength = *length;
+  const std::uint64_t blockNo = state.nextBlockNo++;
+  state.lastBlockNo = blockNo;
+  coverReplayedBlock(job, blockNo, block.dataBuffer, *length);
+  if (job.fallback.endReplayAt(blockNo)) state.mode = DeliveryMode::kLive;
+  return pmrcSuccess;
 }
 
 }  // namespace
 
 std::uint32_t read(Job& job, TallowReadBlock& block) {
   if (job.state.stream != StreamState::kWhole) return pmrcDelivery;
-  if (job.state.deliveryMode == DeliveryMode::kRestartable) {
+  if (job.state.mode == DeliveryMode::kRestartable) {
     diag::logMessage<MessageId::kReadDropsRecovery>(LogLevel::kPosition,
-                                                    job.fallback.fallbackName.c_str());
+                                                    job.fallback.name().c_str());
     dropRecovery(job);
   }
-  return job.state.deliveryMode == DeliveryMode::kReplaying ? replay(job, block)
-                                                            : deliverLive(job, block);
+  return job.state.mode == DeliveryMode::kReplaying ? replay(job, block) : deliverLive(job, block);
 }
 
 }  // namespace tallow::delivery

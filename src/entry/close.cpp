@@ -18,9 +18,9 @@ bool moveOut(InstanceList& from, const ModuleInstance& instance, InstanceList& t
 
 void tearDown(delivery::Job& job, fallback::CloseKind kind) {
   job.pipe.close();
-  job.fallback.fallbackFile.close();
+  job.fallback.close();
   // If the host did not reach the end of the data, the file is kept for a restart.
-  if (job.state.eofReturned) fallback::removeFinished(job.fallback, job.options, kind);
+  if (job.state.eofReturned) job.fallback.removeFinished(kind);
 }
 
 }  // namespace

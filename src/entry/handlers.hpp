@@ -3,7 +3,7 @@
 #pragma once
 
 #include "entry/records.hpp"
-#include "fallback/remove.hpp"
+#include "fallback/fallback_file.hpp"
 #include "tallow/tallow.h"
 
 namespace tallow::entry {

@@ -3,7 +3,6 @@
 #include "diag/log.hpp"
 #include "diag/messages.hpp"
 #include "entry/handlers.hpp"
-#include "fallback/prepare.hpp"
 #include "pipe/pipe_input.hpp"
 
 namespace tallow::entry {
@@ -44,11 +43,11 @@ void warnOfUnusedOptions(const config::OptionsRecord& options) {
   diag::logMessage<MessageId::kNoFallbackRequested>(LogLevel::kSetup);
 }
 
-void prepareFallback(delivery::Job& job) {
+void prepareFallback(delivery::Job& job, const std::string& pipeName) {
   if (job.options.noFallback) {
     warnOfUnusedOptions(job.options);
-  } else if (fallback::prepare(job.fallback, job.options)) {
-    job.state.deliveryMode = delivery::DeliveryMode::kRestartable;
+  } else if (job.fallback.prepare(pipeName)) {
+    job.state.mode = delivery::DeliveryMode::kRestartable;
   }
 }
 
@@ -64,8 +63,7 @@ void open(ModuleRecord& module, TallowRequestBlock& request, TallowOpenBlock& bl
   auto instance = std::make_unique<ModuleInstance>(module);
   block.moduleHandle = &module;
   pipe::openPipe(instance->job.pipe, options, name);
-  fallback::setPipeName(instance->job.fallback.headerImage, name.c_str());
-  prepareFallback(instance->job);
+  prepareFallback(instance->job, name);
   module.instances.push_back(std::move(instance));
   block.zero = 0;
   block.blockSize = static_cast<std::uint32_t>(options.blockSize);

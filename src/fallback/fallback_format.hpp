@@ -47,6 +47,8 @@ static_assert(sizeof(SyncPoint) == 24 && offsetof(SyncPoint, signature) == 8);
 // The older sync point first, then the newer.
 using SyncPoints = std::array<SyncPoint, 2>;
 static_assert(sizeof(SyncPoints) == 48);
+inline constexpr SyncPoint kNoSyncPoint = {kNoBlock, {}};
+inline constexpr SyncPoints kNoSyncPoints = {kNoSyncPoint, kNoSyncPoint};
 
 inline constexpr std::uint64_t kSyncAreaOffset = sizeof(HeaderImage);
 inline constexpr std::uint64_t kDataStartOffset = kSyncAreaOffset + sizeof(SyncPoints);
@@ -84,5 +86,13 @@ enum class HeaderVerdict { kAccepted, kTextDiffers, kPipeNameDiffers, kBlockSize
 // Whether a file with this header belongs to a job. Terminates the two texts in the image that was
 // read. The signature flag is not compared: a job that takes over a file uses the file's flag.
 HeaderVerdict judgeHeader(HeaderImage& read, const char* pipeName, std::uint64_t blockSize);
+
+// Adds a block's sync point to the pair. It becomes the newer one, and the newer one becomes the
+// older; but if the newer one has the same block, it is replaced. A sync point of kNoBlock or 0
+// takes both places.
+void addSyncPoint(SyncPoints& points, const SyncPoint& point);
+
+// The sync point of the block; the older one if both have it, null if neither does.
+const SyncPoint* findSyncPoint(const SyncPoints& points, std::uint64_t blockNo);
 
 }  // namespace tallow::fallback

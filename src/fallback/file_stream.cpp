@@ -4,6 +4,9 @@
 
 #include <share.h>
 
+#include "diag/messages.hpp"
+#include "diag/system_error.hpp"
+
 namespace tallow::fallback {
 
 namespace {
@@ -39,11 +42,29 @@ std::int64_t FileStream::tell() noexcept {
   return position;
 }
 
+std::uint64_t FileStream::tellOrRaise() {
+  const std::int64_t position = tell();
+  if (position == -1) {
+    diag::raise<MessageId::kFallbackTellFailed>(diag::systemErrorText(systemError_).c_str());
+  }
+  return static_cast<std::uint64_t>(position);
+}
+
 bool FileStream::seek(std::uint64_t offset) noexcept {
   forgetErrors();
   if (_fseeki64(stream_.get(), static_cast<std::int64_t>(offset), SEEK_SET) == 0) return true;
   systemError_ = errorOr(ERROR_SEEK);
   return false;
+}
+
+void FileStream::seekOrRaise(std::uint64_t offset) {
+  if (seek(offset)) return;
+  diag::raise<MessageId::kFallbackSeekFailed>(diag::systemErrorText(systemError_).c_str());
+}
+
+bool FileStream::seekOrClose(std::uint64_t offset) noexcept {
+  if (stream_ && !seek(offset)) close();
+  return static_cast<bool>(stream_);
 }
 
 void FileStream::seekToEnd() noexcept {

@@ -8,7 +8,7 @@
 
 namespace tallow::fallback {
 
-// May be empty. Every call but open, close and systemError needs an open stream.
+// May be empty. Every call but open, close, systemError and seekOrClose needs an open stream.
 class FileStream {
  public:
   FileStream() = default;
@@ -25,9 +25,11 @@ class FileStream {
   void close() noexcept { stream_.reset(); }
 
   // Positions are bytes from the start.
-  std::int64_t tell() noexcept;  // -1 on failure
-  bool seek(std::uint64_t offset) noexcept;
-  void seekToEnd() noexcept;  // a failure is ignored
+  std::int64_t tell() noexcept;                     // -1 on failure
+  std::uint64_t tellOrRaise();                      // raises message 103
+  void seekOrRaise(std::uint64_t offset);           // raises message 104
+  bool seekOrClose(std::uint64_t offset) noexcept;  // false if there is no stream, then or now
+  void seekToEnd() noexcept;                        // a failure is ignored
 
   // Number of bytes moved.
   std::size_t read(void* data, std::size_t size) noexcept;
@@ -35,6 +37,8 @@ class FileStream {
   bool flush() noexcept;
 
  private:
+  bool seek(std::uint64_t offset) noexcept;
+
   struct Closer {
     void operator()(std::FILE* stream) const noexcept { std::fclose(stream); }
   };

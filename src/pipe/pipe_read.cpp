@@ -39,9 +39,9 @@ void requireOpen(const PipeInput& pipe) {
   if (!pipe.pipeHandle) diag::raise<MessageId::kPipeNotOpen>();
 }
 
-bool timeIsOver(const config::OptionsRecord& options) {
+bool timeIsOver(const config::OptionsRecord& options, std::time_t start) {
   return options.timeoutEnabled &&
-         std::difftime(std::time(nullptr), options.readStartTime) > options.timeoutSeconds;
+         std::difftime(std::time(nullptr), start) > options.timeoutSeconds;
 }
 
 }  // namespace
@@ -64,17 +64,15 @@ PipeRead readFullBlock(PipeInput& pipe, const config::OptionsRecord& options, vo
   return {.end = false, .hash = true};
 }
 
-PipeRead readAvailable(PipeInput& pipe, config::OptionsRecord& options, void* buffer,
+PipeRead readAvailable(PipeInput& pipe, const config::OptionsRecord& options, void* buffer,
                        std::uint32_t& bytesRead, std::uint64_t blockNo) {
   bytesRead = 0;
   bool end = false;
   std::uint64_t pause = kFirstPause;
-  if (options.timeoutEnabled) {
-    options.timedOut = true;
-    options.readStartTime = std::time(nullptr);
-  }
+  bool fullInOnePiece = false;
+  const std::time_t start = options.timeoutEnabled ? std::time(nullptr) : 0;
   requireOpen(pipe);
-  while (bytesRead == 0 && !timeIsOver(options)) {
+  while (bytesRead == 0 && !timeIsOver(options, start)) {
     const ReadAttempt attempt = attemptRead(pipe, options, buffer, bytesRead, blockNo);
     if (!attempt.succeeded) {
       if (attempt.error == ERROR_BROKEN_PIPE) return {.end = true, .hash = false};
@@ -87,9 +85,9 @@ PipeRead readAvailable(PipeInput& pipe, config::OptionsRecord& options, void* bu
       break;
     }
     bytesRead = attempt.count;
-    if (options.timeoutEnabled && bytesRead == options.blockSize) options.timedOut = false;
+    fullInOnePiece = bytesRead == options.blockSize;
   }
-  if (options.timedOut && options.timeoutEnabled) return {.end = true, .hash = false};
+  if (options.timeoutEnabled && !fullInOnePiece) return {.end = true, .hash = false};
   return {.end = end, .hash = true};
 }
 

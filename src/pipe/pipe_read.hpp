@@ -27,7 +27,7 @@ PipeRead readFullBlock(PipeInput& pipe, const config::OptionsRecord& options, vo
 
 // Reads what the writer has sent. While that is nothing it pauses, longer each time, until the
 // time-out if one is set. With a time-out, anything but a full block in one piece ends the data.
-PipeRead readAvailable(PipeInput& pipe, config::OptionsRecord& options, void* buffer,
+PipeRead readAvailable(PipeInput& pipe, const config::OptionsRecord& options, void* buffer,
                        std::uint32_t& bytesRead, std::uint64_t blockNo);
 
 }  // namespace tallow::pipe

@@ -8,7 +8,6 @@
 #include "fallback/fallback_format.hpp"
 #include "fallback/fallback_name.hpp"
 #include "fallback/short_blocks.hpp"
-#include "fallback/sync_points.hpp"
 
 namespace tallow::fallback {
 namespace {

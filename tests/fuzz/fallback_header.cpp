@@ -4,7 +4,6 @@
 
 #include "fallback/fallback_format.hpp"
 #include "fallback/fallback_name.hpp"
-#include "fallback/sync_points.hpp"
 #include "fuzz_target.hpp"
 
 namespace {

@@ -2,8 +2,6 @@
 
 #include <cstring>
 
-#include "fallback/sync_points.hpp"
-
 namespace tallow::tools {
 
 using fallback::HeaderVerdict;

@@ -1,5 +1,4 @@
-#include "fallback/remove.hpp"
-
+// What Close does with the file.
 #include <windows.h>
 
 #include <sys/stat.h>
@@ -9,6 +8,7 @@
 
 #include "diag/log.hpp"
 #include "diag/messages.hpp"
+#include "fallback/fallback_file.hpp"
 
 namespace tallow::fallback {
 
@@ -27,12 +27,11 @@ int showBox(const std::string& text, UINT buttons) {
                      buttons | MB_TASKMODAL | MB_SETFOREGROUND);
 }
 
-void askAndRemove(const FallbackFile& file, double megabytes) {
-  const char* pipeName = file.headerImage.pipeName;
+void askAndRemove(const std::string& name, const char* pipeName, double megabytes) {
   const std::string question =
-      diag::message<MessageId::kConfirmDeletion>(pipeName, file.fallbackName.c_str(), megabytes);
+      diag::message<MessageId::kConfirmDeletion>(pipeName, name.c_str(), megabytes);
   if (showBox(question, MB_YESNO | MB_ICONQUESTION) == IDYES) {
-    std::remove(file.fallbackName.c_str());
+    std::remove(name.c_str());
     showBox(diag::message<MessageId::kFallbackFileDeleted>(), MB_OK);
   } else {
     showBox(diag::message<MessageId::kFallbackFileKept>(), MB_OK);
@@ -41,19 +40,18 @@ void askAndRemove(const FallbackFile& file, double megabytes) {
 
 }  // namespace
 
-void removeFinished(const FallbackFile& file, const config::OptionsRecord& options,
-                    CloseKind kind) {
-  const std::optional<double> megabytes = sizeOnDisk(file.fallbackName);
-  if (options.confirmFallbackDeletion && kind == CloseKind::kMayAsk && megabytes) {
-    askAndRemove(file, *megabytes);
+void FallbackFile::removeFinished(CloseKind kind) const {
+  const std::optional<double> megabytes = sizeOnDisk(name_);
+  if (options_.confirmFallbackDeletion && kind == CloseKind::kMayAsk && megabytes) {
+    askAndRemove(name_, header_.pipeName, *megabytes);
     return;
   }
-  if (options.preserveRestartInfo) return;
+  if (options_.preserveRestartInfo) return;
   if (megabytes) {
-    diag::logMessage<MessageId::kDeletingFallbackFile>(diag::LogLevel::kPosition,
-                                                       file.fallbackName.c_str(), *megabytes);
+    diag::logMessage<MessageId::kDeletingFallbackFile>(diag::LogLevel::kPosition, name_.c_str(),
+                                                       *megabytes);
   }
-  std::remove(file.fallbackName.c_str());
+  std::remove(name_.c_str());
 }
 
 }  // namespace tallow::fallback
