@@ -8,7 +8,7 @@
 #include <cstring>
 #include <string>
 
-#include "diag/application.hpp"
+#include "diag/language_library.hpp"
 #include "diag/log.hpp"
 #include "diag/messages.hpp"
 
@@ -64,7 +64,8 @@ int main(int argc, char** argv) {
     return 2;
   }
   // Sets up the log at level 2, as for the module.
-  if (!tallow::diag::application().start(GetModuleHandleA(nullptr))) return 1;
+  if (!tallow::diag::loadLanguageLibrary(L"")) return 1;
+  tallow::diag::setUpLog("log_bench", "", nullptr);
   benchmark::Initialize(&argc, argv);
   benchmark::RunSpecifiedBenchmarks();
   return 0;

@@ -10,7 +10,7 @@
 
 #include "fallback/md5.hpp"
 #include "pipe/pause.hpp"
-#include "pipe/unique_handle.hpp"
+#include "pipe/unique_file_handle.hpp"
 
 namespace tallow::bench {
 
@@ -59,7 +59,7 @@ class FloorPipe {
   }
 
  private:
-  pipe::UniqueHandle handle_;
+  pipe::UniqueFileHandle handle_;
 };
 
 }  // namespace

@@ -6,7 +6,6 @@
 #include "config/directory_state.hpp"
 #include "config/option_setting.hpp"
 #include "config/option_tokens.hpp"
-#include "diag/application.hpp"
 #include "diag/failure_report.hpp"
 #include "diag/log.hpp"
 #include "diag/messages.hpp"

@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "config/options.hpp"
+#include "text/ascii.hpp"
 
 namespace tallow::config {
 
@@ -30,14 +31,7 @@ constexpr std::uint32_t kLongestPipeWait = 600;  // milliseconds
 constexpr std::uint32_t kHighestSignatureCheck = 2;
 constexpr std::uint32_t kHighestLogLevel = 6;
 
-char lower(char letter) {
-  return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
-}
-
-bool equalIgnoringCase(std::string_view a, std::string_view b) {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                    [](char x, char y) { return lower(x) == lower(y); });
-}
+using text::equalIgnoringCase;
 
 bool isOneOf(std::string_view value, std::initializer_list<std::string_view> words) {
   return std::any_of(words.begin(), words.end(),

@@ -1,7 +1,8 @@
 #include "config/option_tokens.hpp"
 
-#include <algorithm>
 #include <stdexcept>
+
+#include "text/ascii.hpp"
 
 namespace tallow::config {
 
@@ -9,10 +10,6 @@ namespace {
 
 constexpr std::string_view kBlanks = " \t\n";
 constexpr std::string_view kKeywordEnd = "= \t\n";
-
-void dropLeading(std::string_view& text, std::string_view characters) {
-  text.remove_prefix(std::min(text.find_first_not_of(characters), text.size()));
-}
 
 std::string_view takeUntil(std::string_view& text, std::string_view characters) {
   const std::string_view taken = text.substr(0, text.find_first_of(characters));
@@ -23,10 +20,10 @@ std::string_view takeUntil(std::string_view& text, std::string_view characters) 
 }  // namespace
 
 bool OptionTokens::next() {
-  dropLeading(rest_, kBlanks);
+  text::dropLeading(rest_, kBlanks);
   keyword_ = takeUntil(rest_, kKeywordEnd);
   if (keyword_.empty()) return false;
-  dropLeading(rest_, kKeywordEnd);
+  text::dropLeading(rest_, kKeywordEnd);
   takeValue();
   return true;
 }

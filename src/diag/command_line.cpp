@@ -1,21 +1,13 @@
 #include "diag/command_line.hpp"
 
-#include <algorithm>
+#include "text/ascii.hpp"
 
 namespace tallow::diag {
 
-namespace {
-
-void dropLeading(std::string_view& text, const char* characters) {
-  text.remove_prefix(std::min(text.find_first_not_of(characters), text.size()));
-}
-
-}  // namespace
-
 std::string firstWord(std::string_view commandLine) {
-  dropLeading(commandLine, " \t\n\v\f\r");
+  text::dropLeading(commandLine, " \t\n\v\f\r");
   const bool quoted = commandLine.starts_with('"');
-  if (quoted) dropLeading(commandLine, "\"");
+  if (quoted) text::dropLeading(commandLine, "\"");
   return std::string(commandLine.substr(0, commandLine.find_first_of(quoted ? "\"" : ", \t\n")));
 }
 

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <vector>
 
+#include "text/ascii.hpp"
+
 namespace tallow::diag {
 
 namespace {
@@ -22,9 +24,7 @@ std::string joined(const std::vector<std::string>& descriptions) {
 
 std::string languageLibraryName(std::string_view abbreviation) {
   std::string name = "tallowin";
-  for (const char letter : abbreviation) {
-    name += letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
-  }
+  for (const char letter : abbreviation) name += text::lower(letter);
   return name;
 }
 

@@ -8,6 +8,7 @@
 #include <ctime>
 #include <memory>
 
+#include "diag/command_line.hpp"
 #include "diag/language_library.hpp"
 #include "diag/messages.hpp"
 #include "diag/repeat_filter.hpp"
@@ -143,10 +144,6 @@ int setLogLevel(int level) {
   return previous;
 }
 
-int logLevel() noexcept {
-  return detail::currentLogLevel;
-}
-
 void setUpLog(const char* hostProgram, const char* description, const char* directory) noexcept {
   const char* chosen = chooseDirectory(directory);
   if (chosen == nullptr) return;
@@ -160,6 +157,10 @@ void setUpLog(const char* hostProgram, const char* description, const char* dire
   logMessage<MessageId::kBannerModule>(level, TALLOW_VERSION, TALLOW_COPYRIGHT);
   logMessage<MessageId::kBannerJob>(level, hostProgram, description,
                                     static_cast<const char*>(state.path), detail::currentLogLevel);
+}
+
+std::string hostProgramName() {
+  return firstWord(GetCommandLineA());
 }
 
 }  // namespace tallow::diag

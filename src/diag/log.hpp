@@ -5,6 +5,8 @@
 // here guards against a second thread, since the module is called from one.
 #pragma once
 
+#include <string>
+
 #include "diag/bounded_format.hpp"
 #include "resources/message_ids.hpp"
 
@@ -39,11 +41,12 @@ int log(LogLevel level, MessageId id, const char* format, ...) noexcept TALLOW_P
 // message 74.
 int setLogLevel(int level);
 
-int logLevel() noexcept;
-
 // Chooses the log file: in the given directory (null or empty: none), else in that of NPLOGDIR,
 // else, unless the level is 0, in that of TEMP or in "c:\". If a file was chosen, raises level 0 to
 // 2 and writes the two banner lines. If not, everything stays as it was.
 void setUpLog(const char* hostProgram, const char* description, const char* directory) noexcept;
+
+// The first word of the process's command line.
+std::string hostProgramName();
 
 }  // namespace tallow::diag

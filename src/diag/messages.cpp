@@ -3,11 +3,20 @@
 #include <windows.h>
 
 #include <cstdarg>
+#include <memory>
 
 #include "diag/bounded_format.hpp"
 #include "diag/language_library.hpp"
 
 namespace tallow::diag {
+
+namespace {
+
+struct LocalFreer {
+  void operator()(char* memory) const noexcept { LocalFree(memory); }
+};
+
+}  // namespace
 
 bool loadMessage(MessageId id, std::string& text) {
   constexpr std::size_t kUsualSize = 512;
@@ -32,6 +41,20 @@ std::string formatLoadedMessage(MessageId id, ...) {
   std::string text = formatGrowing(format.c_str(), arguments);
   va_end(arguments);
   return text;
+}
+
+std::string systemErrorText(unsigned long error) {
+  char* allocated = nullptr;
+  const DWORD length =
+      FormatMessageA(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM, nullptr, error, 0,
+                     reinterpret_cast<char*>(&allocated), 0, nullptr);
+  const std::unique_ptr<char, LocalFreer> text(allocated);
+  if (length == 0 || !text) raise<MessageId::kNoSystemErrorText>(error);
+  return text.get();
+}
+
+std::string lastSystemErrorText() {
+  return systemErrorText(GetLastError());
 }
 
 }  // namespace tallow::diag

@@ -81,4 +81,11 @@ void logMessage(LogLevel level, Arguments... arguments) noexcept {
   }
 }
 
+// The system's description of a GetLastError number, which messages quote, with its line break at
+// the end. Raises message 49 with that number if the system has none.
+std::string systemErrorText(unsigned long error);
+
+// The same for the calling thread's last error.
+std::string lastSystemErrorText();
+
 }  // namespace tallow::diag

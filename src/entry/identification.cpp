@@ -8,10 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "diag/application.hpp"
 #include "diag/language_library.hpp"
 #include "diag/messages.hpp"
-#include "diag/system_error.hpp"
+#include "entry/application.hpp"
 #include "entry/handlers.hpp"
 #include "resources/version.h"
 
@@ -64,15 +63,15 @@ bool codePageSpells(const FileName& file) {
 
 FileName moduleFile() {
   std::array<char, kPathSize> path = {};
-  if (GetModuleFileNameA(diag::application().module(), path.data(), kPathSize) == 0) {
+  if (GetModuleFileNameA(application().module(), path.data(), kPathSize) == 0) {
     raise<MessageId::kModuleNameNotFound>(diag::lastSystemErrorText().c_str());
   }
-  return {diag::application().path(), path.data()};
+  return {application().path(), path.data()};
 }
 
 // Not asked for by its handle: a library that is mapped as data has no name.
 FileName languageFile() {
-  const std::wstring path = diag::languageLibraryPath(diag::application().path());
+  const std::wstring path = diag::languageLibraryPath(application().path());
   return {path, toCodePage(path)};
 }
 

@@ -2,10 +2,10 @@
 #include <exception>
 
 #include "delivery/requests.hpp"
-#include "diag/application.hpp"
 #include "diag/error.hpp"
 #include "diag/log.hpp"
 #include "diag/messages.hpp"
+#include "entry/application.hpp"
 #include "entry/handlers.hpp"
 
 namespace tallow::entry {
@@ -41,7 +41,7 @@ class Request {
       : request_(request), parameters_(parameters) {}
 
   void handle() {
-    if (!diag::application().isLoadingThread()) {
+    if (!application().isLoadingThread()) {
       diag::raise<MessageId::kForeignThread>(moduleTitle().c_str());
     }
     diag::log(LogLevel::kTrace, MessageId::kTrace, "Request Received: %s (%d)",

@@ -7,7 +7,6 @@
 
 #include "diag/log.hpp"
 #include "diag/messages.hpp"
-#include "diag/system_error.hpp"
 #include "fallback/recovery.hpp"
 
 namespace tallow::fallback {

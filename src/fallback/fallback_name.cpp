@@ -1,7 +1,8 @@
 #include "fallback/fallback_name.hpp"
 
-#include <algorithm>
 #include <cstdio>
+
+#include "text/ascii.hpp"
 
 namespace tallow::fallback {
 
@@ -13,15 +14,6 @@ std::string hexDigits(unsigned number) {
   char digits[16];
   std::snprintf(digits, sizeof digits, "%04x", number);
   return digits;
-}
-
-char lower(char letter) {
-  return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
-}
-
-bool equalIgnoringCase(std::string_view a, std::string_view b) {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                    [](char x, char y) { return lower(x) == lower(y); });
 }
 
 }  // namespace
@@ -45,9 +37,9 @@ std::string numberedName(std::string_view stem, unsigned number) {
 bool isNumberedName(std::string_view fileName, std::string_view stem) {
   if (fileName.size() != stem.size() + kDigits + kExtension.size()) return false;
   const std::string_view digits = fileName.substr(stem.size(), kDigits);
-  return equalIgnoringCase(fileName.substr(0, stem.size()), stem) &&
+  return text::equalIgnoringCase(fileName.substr(0, stem.size()), stem) &&
          digits.find_first_not_of("0123456789abcdefABCDEF") == std::string_view::npos &&
-         equalIgnoringCase(fileName.substr(stem.size() + kDigits), kExtension);
+         text::equalIgnoringCase(fileName.substr(stem.size() + kDigits), kExtension);
 }
 
 }  // namespace tallow::fallback

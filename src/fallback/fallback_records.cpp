@@ -1,7 +1,6 @@
 // The records of the file's data area: how they are written, replayed and looked up for a restart.
 #include "diag/log.hpp"
 #include "diag/messages.hpp"
-#include "diag/system_error.hpp"
 #include "fallback/fallback_file.hpp"
 #include "tallow/tallow.h"
 

@@ -5,7 +5,6 @@
 #include <share.h>
 
 #include "diag/messages.hpp"
-#include "diag/system_error.hpp"
 
 namespace tallow::fallback {
 

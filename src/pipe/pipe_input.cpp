@@ -1,12 +1,14 @@
 #include "pipe/pipe_input.hpp"
 
+#include <windows.h>
+
+#include <mmsystem.h>
 #include <sys/stat.h>
 
 #include <optional>
 
 #include "diag/log.hpp"
 #include "diag/messages.hpp"
-#include "diag/system_error.hpp"
 #include "pipe/pipe_name.hpp"
 #include "pipe/wide_name.hpp"
 #include "tallow/tallow.h"
@@ -16,6 +18,8 @@ namespace tallow::pipe {
 namespace {
 
 using diag::raise;
+
+constexpr UINT kTimerPeriod = 1;  // milliseconds
 
 // The name in the form for the system calls. If wide is empty, the narrow calls are used.
 struct SystemName {
@@ -77,6 +81,15 @@ HANDLE createServerEnd(const SystemName& name, DWORD mode, DWORD bufferSize) {
 
 }  // namespace
 
+void TimerPeriod::request() noexcept {
+  if (!held_) held_ = timeBeginPeriod(kTimerPeriod) == TIMERR_NOERROR;
+}
+
+void TimerPeriod::release() noexcept {
+  if (held_) timeEndPeriod(kTimerPeriod);
+  held_ = false;
+}
+
 std::string shortSystemErrorText(unsigned long error) {
   constexpr std::size_t kLongest = 249;
   return diag::systemErrorText(error).substr(0, kLongest);
@@ -95,13 +108,13 @@ void openPipe(PipeInput& pipe, const config::OptionsRecord& options, const std::
   }
   const SystemName spelled = systemName(name, options);
   const auto bufferSize = static_cast<DWORD>(2 * options.blockSize);
-  if (pipe.pipeHandle) diag::raiseWithCode<MessageId::kPipeAlreadyOpen>(pmrcAlreadyOpen);
+  if (pipe.handle) diag::raiseWithCode<MessageId::kPipeAlreadyOpen>(pmrcAlreadyOpen);
   const DWORD mode = modeWord(options);
-  pipe.pipeHandle =
-      UniqueHandle(found || isWaitingPipe(spelled) ? connect(spelled, mode)
-                                                   : createServerEnd(spelled, mode, bufferSize));
+  pipe.handle = UniqueFileHandle(found || isWaitingPipe(spelled)
+                                     ? connect(spelled, mode)
+                                     : createServerEnd(spelled, mode, bufferSize));
   const DWORD error = GetLastError();
-  if (!pipe.pipeHandle) raiseNotOpened(name, shortSystemErrorText(error).c_str());
+  if (!pipe.handle) raiseNotOpened(name, shortSystemErrorText(error).c_str());
   pipe.timerPeriod.request();
   diag::log(diag::LogLevel::kTrace, MessageId::kTrace, "Opened pipe \"%s\".", name.c_str());
 }

@@ -4,17 +4,32 @@
 #include <string>
 
 #include "config/options_record.hpp"
-#include "pipe/timer_period.hpp"
-#include "pipe/unique_handle.hpp"
+#include "pipe/unique_file_handle.hpp"
 
 namespace tallow::pipe {
 
+// Keeps the system timer at a period of one millisecond. Without it, a pause of 1 ms may last up to
+// 15.6 ms. A refusal is ignored; the pauses are then longer.
+class TimerPeriod {
+ public:
+  TimerPeriod() = default;
+  ~TimerPeriod() { release(); }
+  TimerPeriod(const TimerPeriod&) = delete;
+  TimerPeriod& operator=(const TimerPeriod&) = delete;
+
+  void request() noexcept;
+  void release() noexcept;
+
+ private:
+  bool held_ = false;
+};
+
 struct PipeInput {
-  UniqueHandle pipeHandle;
+  UniqueFileHandle handle;
   TimerPeriod timerPeriod;  // held while the pipe is open
 
   void close() noexcept {
-    pipeHandle.close();
+    handle.reset();
     timerPeriod.release();
   }
 };

@@ -24,7 +24,7 @@ ReadAttempt attemptRead(PipeInput& pipe, const config::OptionsRecord& options, v
   Sleep(kPauseBeforeRead);
   ReadAttempt attempt = {};
   attempt.succeeded =
-      ReadFile(pipe.pipeHandle.get(), static_cast<char*>(buffer) + bytesRead,
+      ReadFile(pipe.handle.get(), static_cast<char*>(buffer) + bytesRead,
                static_cast<DWORD>(options.blockSize - bytesRead), &attempt.count, nullptr) != FALSE;
   attempt.error = GetLastError();
   if (attempt.succeeded) {
@@ -36,7 +36,7 @@ ReadAttempt attemptRead(PipeInput& pipe, const config::OptionsRecord& options, v
 }
 
 void requireOpen(const PipeInput& pipe) {
-  if (!pipe.pipeHandle) diag::raise<MessageId::kPipeNotOpen>();
+  if (!pipe.handle) diag::raise<MessageId::kPipeNotOpen>();
 }
 
 bool timeIsOver(const config::OptionsRecord& options, std::time_t start) {

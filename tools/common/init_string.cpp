@@ -1,10 +1,10 @@
 #include "common/init_string.hpp"
 
-#include <algorithm>
 #include <stdexcept>
 
 #include "common/unknown_argument.hpp"
 #include "config/option_tokens.hpp"
+#include "text/ascii.hpp"
 
 namespace tallow::tools {
 namespace {
@@ -15,18 +15,10 @@ using config::Options;
 using config::OptionSetting;
 using config::OptionVerdict;
 
-char lower(char letter) {
-  return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
-}
-
-bool sameWord(std::string_view a, std::string_view b) {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                    [](char x, char y) { return lower(x) == lower(y); });
-}
-
 std::string canonicalName(std::string_view keyword) {
   for (const config::OptionName& name : config::optionNames()) {
-    if (sameWord(keyword, name.keyword) || sameWord(keyword, name.shortForm)) {
+    if (text::equalIgnoringCase(keyword, name.keyword) ||
+        text::equalIgnoringCase(keyword, name.shortForm)) {
       return std::string(name.keyword);
     }
   }

@@ -5,30 +5,11 @@
 
 #include <utility>
 
+#include "pipe/unique_file_handle.hpp"
+
 namespace tallow::tools {
 
-// Owns a handle whose "none" is INVALID_HANDLE_VALUE: files and pipes.
-class UniqueFileHandle {
- public:
-  UniqueFileHandle() = default;
-  explicit UniqueFileHandle(HANDLE handle) : handle_(handle) {}
-  UniqueFileHandle(UniqueFileHandle&& other) noexcept
-      : handle_(std::exchange(other.handle_, INVALID_HANDLE_VALUE)) {}
-  UniqueFileHandle& operator=(UniqueFileHandle&& other) noexcept {
-    std::swap(handle_, other.handle_);
-    return *this;
-  }
-  ~UniqueFileHandle() { reset(); }
-
-  HANDLE get() const noexcept { return handle_; }
-  explicit operator bool() const noexcept { return handle_ != INVALID_HANDLE_VALUE; }
-  void reset() noexcept {
-    if (handle_ != INVALID_HANDLE_VALUE) CloseHandle(std::exchange(handle_, INVALID_HANDLE_VALUE));
-  }
-
- private:
-  HANDLE handle_ = INVALID_HANDLE_VALUE;
-};
+using pipe::UniqueFileHandle;  // of files and pipes, whose "none" is INVALID_HANDLE_VALUE
 
 // Owns a handle whose "none" is null: threads, processes, events.
 class UniqueHandle {

@@ -2,12 +2,10 @@
 
 #include <algorithm>
 
+#include "text/ascii.hpp"
+
 namespace tallow::tools {
 namespace {
-
-char lower(char letter) {
-  return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
-}
 
 // The number of edits that turn one word into the other, ignoring case.
 std::size_t distance(std::string_view a, std::string_view b) {
@@ -18,7 +16,8 @@ std::size_t distance(std::string_view a, std::string_view b) {
     row[0] = i;
     for (std::size_t j = 1; j <= b.size(); ++j) {
       const std::size_t above = row[j];
-      const std::size_t replaced = diagonal + (lower(a[i - 1]) == lower(b[j - 1]) ? 0 : 1);
+      const std::size_t replaced =
+          diagonal + (text::lower(a[i - 1]) == text::lower(b[j - 1]) ? 0 : 1);
       row[j] = std::min({above + 1, row[j - 1] + 1, replaced});
       diagonal = above;
     }
@@ -29,9 +28,7 @@ std::size_t distance(std::string_view a, std::string_view b) {
 // An abbreviation is near too: "Block" means "Block_size".
 bool begins(std::string_view word, std::string_view name) {
   return word.size() >= 3 && word.size() < name.size() &&
-         std::equal(
-             word.begin(), word.end(), name.begin(),
-             [](char x, char y) { return lower(x) == lower(y); });
+         text::equalIgnoringCase(word, name.substr(0, word.size()));
 }
 
 bool isOption(const std::string& argument) {

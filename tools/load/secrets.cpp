@@ -4,6 +4,8 @@
 #include <array>
 #include <optional>
 
+#include "text/ascii.hpp"
+
 namespace tallow::load {
 namespace {
 
@@ -18,9 +20,7 @@ struct Span {
   std::size_t end = 0;
 };
 
-char lower(char c) {
-  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
+using text::lower;
 
 bool isSecretKey(std::string_view key) {
   constexpr std::array<std::string_view, 6> kWords = {"pwd",        "password", "passwd",

@@ -1,4 +1,4 @@
-#include "diag/exception_runtime.hpp"
+#include "runtime/exception_runtime.hpp"
 
 #include <windows.h>
 
@@ -120,7 +120,7 @@ extern "C" void __cxa_free_dependent_exception(__cxa_dependent_exception* except
 
 }  // namespace __cxxabiv1
 
-namespace tallow::diag {
+namespace tallow::runtime {
 
 void startExceptionRuntime() noexcept {
   loadingThread = GetCurrentThreadId();
@@ -132,4 +132,4 @@ void endExceptionRuntime() noexcept {
   slot = FLS_OUT_OF_INDEXES;
 }
 
-}  // namespace tallow::diag
+}  // namespace tallow::runtime

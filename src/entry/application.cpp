@@ -1,17 +1,18 @@
-#include "diag/application.hpp"
+#include "entry/application.hpp"
 
 #include <memory>
 #include <new>
 
-#include "diag/command_line.hpp"
-#include "diag/exception_runtime.hpp"
 #include "diag/language_library.hpp"
 #include "diag/log.hpp"
 #include "diag/messages.hpp"
+#include "runtime/exception_runtime.hpp"
 
-namespace tallow::diag {
+namespace tallow::entry {
 
 namespace {
+
+using diag::CErrMsgException;
 
 // Made at the start, since nothing can be formatted once memory has run out. Raising it copies the
 // exception. The copy shares the text and allocates only the exception object, for which there is a
@@ -28,13 +29,15 @@ void raiseOutOfMemory() {
 bool CTallowinApp::start(HMODULE module) noexcept {
   try {
     module_ = module;
-    startExceptionRuntime();
+    runtime::startExceptionRuntime();
     std::set_new_handler(raiseOutOfMemory);
-    if (!loadLanguageLibrary(path())) return false;
+    if (!diag::loadLanguageLibrary(path())) return false;
     // NOLINTNEXTLINE(bugprone-throw-keyword-missing): raised when memory has run out
-    outOfMemory = new CErrMsgException(MessageId::kOutOfMemory, message<MessageId::kOutOfMemory>());
+    outOfMemory =
+        new CErrMsgException(MessageId::kOutOfMemory, diag::message<MessageId::kOutOfMemory>());
     threadId_ = GetCurrentThreadId();
-    setUpLog(hostProgramName().c_str(), message<MessageId::kLogDescription>().c_str(), nullptr);
+    diag::setUpLog(diag::hostProgramName().c_str(),
+                   diag::message<MessageId::kLogDescription>().c_str(), nullptr);
     return true;
   } catch (...) {
     end();
@@ -45,8 +48,8 @@ bool CTallowinApp::start(HMODULE module) noexcept {
 void CTallowinApp::end() noexcept {
   delete outOfMemory;
   outOfMemory = nullptr;
-  freeLanguageLibrary();
-  endExceptionRuntime();
+  diag::freeLanguageLibrary();
+  runtime::endExceptionRuntime();
 }
 
 std::wstring CTallowinApp::path() const {
@@ -62,8 +65,4 @@ CTallowinApp& application() noexcept {
   return instance;
 }
 
-std::string hostProgramName() {
-  return firstWord(GetCommandLineA());
-}
-
-}  // namespace tallow::diag
+}  // namespace tallow::entry

@@ -5,7 +5,7 @@
 
 #include <string>
 
-namespace tallow::diag {
+namespace tallow::entry {
 
 // There is one, in static storage. It is never destroyed, so that a process that ends without
 // unloading the module touches nothing of it.
@@ -34,7 +34,4 @@ class CTallowinApp {
 
 CTallowinApp& application() noexcept;
 
-// The first word of the process's command line.
-std::string hostProgramName();
-
-}  // namespace tallow::diag
+}  // namespace tallow::entry

@@ -5,7 +5,7 @@
 // memory has run out by the first use, the host's process ends. The parts here need none of this.
 #pragma once
 
-namespace tallow::diag {
+namespace tallow::runtime {
 
 // Remembers the thread that loads the library. Called once, at the start; an exception may be
 // raised before it.
@@ -15,4 +15,4 @@ void startExceptionRuntime() noexcept;
 // exception after it.
 void endExceptionRuntime() noexcept;
 
-}  // namespace tallow::diag
+}  // namespace tallow::runtime

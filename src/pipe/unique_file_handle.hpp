@@ -1,4 +1,4 @@
-// The owner of an operating-system handle whose invalid value is all ones.
+// The owner of an operating-system handle of a file or a pipe.
 #pragma once
 
 #include <windows.h>
@@ -7,14 +7,15 @@
 
 namespace tallow::pipe {
 
-class UniqueHandle {
+// Its "none" is INVALID_HANDLE_VALUE, as the calls that open files and pipes return it.
+class UniqueFileHandle {
  public:
-  UniqueHandle() = default;
-  explicit UniqueHandle(HANDLE handle) noexcept : handle_(handle) {}
-  ~UniqueHandle() { close(); }
-  UniqueHandle(UniqueHandle&& other) noexcept
+  UniqueFileHandle() = default;
+  explicit UniqueFileHandle(HANDLE handle) noexcept : handle_(handle) {}
+  ~UniqueFileHandle() { reset(); }
+  UniqueFileHandle(UniqueFileHandle&& other) noexcept
       : handle_(std::exchange(other.handle_, INVALID_HANDLE_VALUE)) {}
-  UniqueHandle& operator=(UniqueHandle&& other) noexcept {
+  UniqueFileHandle& operator=(UniqueFileHandle&& other) noexcept {
     std::swap(handle_, other.handle_);
     return *this;
   }
@@ -22,7 +23,7 @@ class UniqueHandle {
   explicit operator bool() const noexcept { return handle_ != INVALID_HANDLE_VALUE; }
   HANDLE get() const noexcept { return handle_; }
 
-  void close() noexcept {
+  void reset() noexcept {
     if (*this) CloseHandle(std::exchange(handle_, INVALID_HANDLE_VALUE));
   }
 
