@@ -54,7 +54,8 @@ class Reload : public testing::Test {
   }
 
   // Expects equal holdings before and after `cycles` runs of `cycle`. A few runs come first, for
-  // what this process takes once and keeps.
+  // what this process takes once and keeps. What the system takes once but later spoils one series
+  // of runs; a leak of ours spoils all.
   template <typename Cycle>
   void expectNothingKept(Cycle cycle) {
     const int cycles = std::getenv("TALLOW_FULL") != nullptr ? 2000 : 100;
@@ -62,12 +63,21 @@ class Reload : public testing::Test {
       cycle();
       const Holdings looked;  // the first look takes memory too
     }
-    const Holdings before;
     const std::size_t memory = workingSet();
-    for (int count = 0; count < cycles; ++count) cycle();
-    EXPECT_LT(workingSet(), memory + workingSetGrowthIn(cycles));
-    EXPECT_EQ(Holdings(), before);
+    Holdings before;
+    Holdings after;
+    int series = 0;
+    do {
+      before = Holdings();
+      for (int count = 0; count < cycles; ++count) cycle();
+      after = Holdings();
+    } while (++series < kMostSeries && after != before);
+    EXPECT_LT(workingSet(), memory + workingSetGrowthIn(series * cycles));
+    EXPECT_EQ(after, before);
   }
+
+ private:
+  static constexpr int kMostSeries = 3;
 };
 
 TEST_F(Reload, KeepsNothing) {
