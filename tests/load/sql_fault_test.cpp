@@ -89,6 +89,7 @@ TEST(Fault, IsPermanentForARefusedLoginOrAMissingDriver) {
   EXPECT_EQ(connecting("HY000", 14, "[SQLite]connect failed"), Fault::kPermanent);
   EXPECT_EQ(connecting("IM002"), Fault::kPermanent);
   EXPECT_EQ(connecting("IM003"), Fault::kPermanent);
+  EXPECT_EQ(connecting(""), Fault::kPermanent);
   EXPECT_EQ(connecting("08001", 101, "FATAL: password authentication failed for user \"x\""),
             Fault::kPermanent);
 }

@@ -79,9 +79,11 @@ Fault classifyMariadb(const Diagnostic& diagnostic, Step step) {
 
 bool isRefusedForGood(const Diagnostic& diagnostic) {
   const std::string_view state = diagnostic.state;
-  // 01000 is what the driver manager reports if it cannot load a driver's file.
+  // 01000 is what the driver manager reports if it cannot load a driver's file. Wine 10's reports
+  // nothing at all if there is no such driver.
   if (state.starts_with("28") || state.starts_with("3D") || state.starts_with("IM") ||
-      state == "01000" || contains(kMariadbRefused, diagnostic.native)) {
+      state == "01000" || (state.empty() && diagnostic.text.empty()) ||
+      contains(kMariadbRefused, diagnostic.native)) {
     return true;
   }
   if (diagnostic.text.starts_with("[SQLite]") && diagnostic.native == kSqliteCannotOpen)

@@ -171,8 +171,21 @@ void Connection::limitWaits(std::chrono::milliseconds longestWait) {
   }
 }
 
-// A statement's parameters are counted in 16 bits.
 std::size_t Connection::parameterLimit() const {
+  // Wine 10's driver manager binds no parameter after this one.
+  constexpr SQLUSMALLINT kSmallestLimit = 1024;
+  const Statement statement(*this);
+  char value = 0;
+  SQLLEN length = 0;
+  const SQLRETURN bound =
+      SQLBindParameter(statement.handle().get(), kSmallestLimit + 1, SQL_PARAM_INPUT, SQL_C_CHAR,
+                       SQL_VARCHAR, 1, 0, &value, 1, &length);
+  return SQL_SUCCEEDED(bound) ? driverLimit()
+                              : std::min<std::size_t>(driverLimit(), kSmallestLimit);
+}
+
+// A statement's parameters are counted in 16 bits.
+std::size_t Connection::driverLimit() const {
   // Its library accepts no answer above 30,000 bytes that describes parameters, with four bytes for
   // each.
   if (dialect() == Dialect::kPostgres) return 7498;

@@ -79,6 +79,7 @@ class Connection {
   void limitWaits(std::chrono::milliseconds longestWait);
   std::string information(SQLUSMALLINT what) const;
   std::string longTextType() const;
+  std::size_t driverLimit() const;
   std::size_t parameterLimit() const;
 
   OdbcHandle environment_;
