@@ -40,6 +40,14 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"postgresql://loader@db/shop", "postgresql://loader@db/shop"},
         Case{"postgresql://db:5432/shop", "postgresql://db:5432/shop"},
         Case{"postgresql://db/shop?user=a&password=b", "postgresql://db/shop?user=a&password=***"},
+        Case{"postgresql://db/shop?password=b&sslmode=require&sslpassword=c",
+             "postgresql://db/shop?password=***&sslmode=require&sslpassword=***"},
+        Case{"postgresql://db:5432/shop?user=a&password=x@y&sslmode=require",
+             "postgresql://db:***&sslmode=require"},
+        Case{"--to=postgresql://db/x?password=a&user=b",
+             "--to=postgresql://db/x?password=***&user=b"},
+        Case{"Server=tcp://db;Pwd=a&b;Uid=c", "Server=tcp://db;Pwd=***;Uid=c"},
+        Case{"postgres://a:b;c@db/shop", "postgres://a:***@db/shop"},
         Case{"sqlite://C:/data/orders.db", "sqlite://C:/data/orders.db"}));
 
 TEST(SecretMask, TakesThePasswordOutOfADriversText) {
@@ -52,6 +60,16 @@ TEST(SecretMask, KnowsWhatBracesAndCodesStandFor) {
   EXPECT_EQ(SecretMask("Pwd={a;b}}c}")("tried 'a;b}c' and {a;b}}c}"), "tried '***' and ***");
   EXPECT_EQ(SecretMask("postgresql://u:ge%68eim@db")("not geheim, not ge%68eim"),
             "not ***, not ***");
+}
+
+TEST(SecretMask, KnowsAPasswordInTheQueryOfAnAddress) {
+  EXPECT_EQ(SecretMask("postgresql://db/x?password=geheim&sslmode=require")("not geheim"),
+            "not ***");
+}
+
+TEST(SecretMask, KnowsThePartsThatAnAddressIsCutInto) {
+  EXPECT_EQ(SecretMask("postgresql://u:ge@heim@db/x")("no host \"heim@db\""), "no host \"***@db\"");
+  EXPECT_EQ(SecretMask("postgresql://u:geh/eim@db/x")("no port \"geh\""), "no port \"***\"");
 }
 
 TEST(SecretMask, MasksWhatAKeyNamesWhoseverItIs) {

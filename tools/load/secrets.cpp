@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <iterator>
 #include <optional>
 
 #include "text/ascii.hpp"
@@ -78,24 +79,35 @@ std::optional<Span> urlPassword(std::string_view text) {
   return Span{colon + 1, at};
 }
 
+// Whether the text is an address with a scheme, alone or behind --to=.
+bool isUrl(std::string_view text) {
+  constexpr std::string_view kOption = "--to=";
+  if (text.starts_with(kOption)) text.remove_prefix(kOption.size());
+  const std::size_t mark = text.find("://");
+  const auto isLetter = [](char c) { return lower(c) >= 'a' && lower(c) <= 'z'; };
+  return mark != std::string_view::npos && std::ranges::all_of(text.substr(0, mark), isLetter);
+}
+
 std::vector<Span> secretsOf(std::string_view connection) {
   std::vector<Span> spans;
   std::size_t from = 0;
-  if (const auto password = urlPassword(connection)) {
-    spans.push_back(*password);
-    from = password->end;
-  }
-  while (const auto value = nextSecretValue(connection, from, ";")) {
+  while (const auto value = nextSecretValue(connection, from, isUrl(connection) ? "&" : ";")) {
     spans.push_back(*value);
     from = value->end;
   }
+  if (const auto password = urlPassword(connection)) spans.push_back(*password);
   return spans;
 }
 
-std::string withMasks(std::string_view text, const std::vector<Span>& spans) {
+std::string withMasks(std::string_view text, std::vector<Span> spans) {
+  std::ranges::sort(spans, {}, &Span::begin);
   std::string masked;
   std::size_t from = 0;
   for (const Span& span : spans) {
+    if (span.begin < from) {
+      from = std::max(from, span.end);
+      continue;
+    }
     masked += text.substr(from, span.begin - from);
     if (span.end > span.begin) masked += kMask;
     from = span.end;
@@ -115,6 +127,17 @@ std::string unquoted(std::string_view value) {
     if (value[i] == close) ++i;
   }
   return text;
+}
+
+// The pieces that a reader may take a value for that has these marks without a %.
+std::vector<std::string> piecesOf(std::string_view value) {
+  std::vector<std::string> pieces;
+  while (!value.empty()) {
+    const std::size_t end = std::min(value.find_first_of("@:/?"), value.size());
+    pieces.emplace_back(value.substr(0, end));
+    value.remove_prefix(std::min(end + 1, value.size()));
+  }
+  return pieces;
 }
 
 // How the driver reads %41.
@@ -146,7 +169,9 @@ std::string withoutSecrets(std::string_view connection) {
 SecretMask::SecretMask(std::string_view connection) {
   for (const Span& span : secretsOf(connection)) {
     const std::string_view value = connection.substr(span.begin, span.end - span.begin);
-    for (std::string secret : {std::string(value), unquoted(value), percentDecoded(value)}) {
+    std::vector<std::string> forms = {std::string(value), unquoted(value), percentDecoded(value)};
+    if (isUrl(connection)) std::ranges::move(piecesOf(value), std::back_inserter(forms));
+    for (std::string& secret : forms) {
       if (secret.size() >= kShortestSecret) secrets_.push_back(std::move(secret));
     }
   }
