@@ -1,6 +1,7 @@
 // Loaded into tallow-load from outside. Counts its calls of the module and its calls that reach the
-// database (COUNTED_FUNCTIONS and the commit), and makes one of them fail. It patches the program's
-// import table, so that the program under test is the one that ships.
+// database (COUNTED_FUNCTIONS, libpq's COUNTED_ENTRIES, and the commit), and makes one of them
+// fail. It patches the program's import table, also GetProcAddress, through which the program finds
+// the module and libpq. So the program under test is the one that ships.
 //
 // TALLOW_FAULT in the environment says what to do:
 //   count              nothing; at the end the numbers of calls and of commits are written to the
@@ -24,6 +25,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+
+#include "load/target/libpq.hpp"
 
 namespace {
 
@@ -131,14 +134,62 @@ void pidmMain(TallowRequestBlock* request, void* parameters) {
   realPidmMain(request, parameters);
 }
 
+// libpq's functions that talk to the server, but for PQexec.
+#define COUNTED_ENTRIES(X)              \
+  X(PQconnectdbParams, connectdbParams) \
+  X(PQfinish, finish)                   \
+  X(PQexecParams, execParams)           \
+  X(PQputCopyData, putCopyData)         \
+  X(PQputCopyEnd, putCopyEnd)           \
+  X(PQgetResult, getResult)
+
+tallow::load::LibPq realPq{};
+
+template <auto member>
+struct CountedEntry;
+
+template <typename Result, typename... Arguments,
+          Result (*tallow::load::LibPq::*member)(Arguments...)>
+struct CountedEntry<member> {
+  static Result call(Arguments... arguments) {
+    count();
+    return (realPq.*member)(arguments...);
+  }
+};
+
+// A commit whose answer is lost has no result.
+pg_result* pqExec(pg_conn* connection, const char* sql) {
+  count();
+  if (std::strcmp(sql, "COMMIT") != 0) return realPq.exec(connection, sql);
+  ++commits;
+  if (commits < plan.firstCommit || commits > plan.lastCommit) {
+    return realPq.exec(connection, sql);
+  }
+  realPq.exec(connection, plan.carriesOut ? "COMMIT" : "ROLLBACK");
+  return nullptr;
+}
+
+template <typename Function>
+FARPROC replaceEntry(FARPROC found, Function*& real, Function* replacement) {
+  real = std::bit_cast<Function*>(found);
+  return std::bit_cast<FARPROC>(replacement);
+}
+
 FARPROC WINAPI getProcAddress(HMODULE module, LPCSTR name) {
   const FARPROC found = realGetProcAddress(module, name);
-  if (found == nullptr || reinterpret_cast<std::uintptr_t>(name) < 0x10000 ||
-      std::strcmp(name, "PIDMMain") != 0) {
-    return found;
+  if (found == nullptr || reinterpret_cast<std::uintptr_t>(name) < 0x10000) return found;
+  const std::string entry = name;
+  if (entry == "PIDMMain") {
+    realPidmMain = std::bit_cast<TallowPIDMMain>(found);
+    return std::bit_cast<FARPROC>(&pidmMain);
   }
-  realPidmMain = std::bit_cast<TallowPIDMMain>(found);
-  return std::bit_cast<FARPROC>(&pidmMain);
+#define REPLACE_ENTRY(symbol, member)                                                             \
+  if (entry == #symbol) {                                                                         \
+    return replaceEntry(found, realPq.member, &CountedEntry<&tallow::load::LibPq::member>::call); \
+  }
+  COUNTED_ENTRIES(REPLACE_ENTRY)
+#undef REPLACE_ENTRY
+  return entry == "PQexec" ? replaceEntry(found, realPq.exec, &pqExec) : found;
 }
 
 void readPlan() {

@@ -70,14 +70,18 @@ class Postgres:
     """A database of a server that the tests have started."""
 
     name = "postgres"
+    creation = ""  # further words of CREATE DATABASE
 
     def __init__(self, server):
         self.server = server
         self.database = unique("db").replace("-", "_")
-        server.psql("postgres", f"create database {self.database}")
-        self.connection_string = (
-            "Driver={PostgreSQL Unicode};Server=127.0.0.1;"
-            f"Port={server.port};Database={self.database};Uid={server.user}"
+        server.psql("postgres", f"create database {self.database} {self.creation}")
+        self.connection_string = self.address()
+
+    def address(self, port=None, user=None):
+        return (
+            "Driver={PostgreSQL Unicode};Server=127.0.0.1;Port="
+            f"{port or self.server.port};Database={self.database};Uid={user or self.server.user}"
         )
 
     def execute(self, *statements):
@@ -92,6 +96,16 @@ class Postgres:
 
     def number_table(self, table):
         self.execute(f"create table {table} (id integer primary key, amount integer, note text)")
+
+
+class PostgresByLibpq(Postgres):
+    """The same, by PostgreSQL's own client library."""
+
+    name = "libpq"
+
+    def address(self, port=None, user=None, more=""):
+        place = f"127.0.0.1:{port or self.server.port}"
+        return f"postgresql://{user or self.server.user}@{place}/{self.database}{more}"
 
 
 class PostgresServer:
@@ -140,6 +154,7 @@ class PostgresServer:
             check=True,
             capture_output=True,
             timeout=PATIENCE,
+            env=dict(os.environ, PGCLIENTENCODING="UTF8"),
         )
         return result.stdout.decode()
 

@@ -29,9 +29,7 @@ class PostgresLoad(load_cases.Cases, unittest.TestCase):
 
     def test_database_that_cannot_be_had(self):
         job = self.job(self.data("in.csv", b"1\n"))
-        self.database.connection_string = (
-            "Driver={PostgreSQL Unicode};Server=127.0.0.1;Port=1;Database=x;Uid=x"
-        )
+        self.database.connection_string = self.database.address(port=1)
         outcome = job.run_alone("--retry", "1")
         self.check_refused(outcome, 3, "out of reach for 1 second")
         # There is no job to restart: the same command must be run again.
@@ -40,9 +38,7 @@ class PostgresLoad(load_cases.Cases, unittest.TestCase):
     def test_server_that_accepts_and_says_nothing(self):
         with harness.silent_server() as port:
             job = self.job(self.data("in.csv", b"1\n"))
-            self.database.connection_string = (
-                f"Driver={{PostgreSQL Unicode}};Server=127.0.0.1;Port={port};Database=x;Uid=x"
-            )
+            self.database.connection_string = self.database.address(port=port)
             self.check_refused(job.run_alone("--retry", "1"), 3, "database")
 
     def test_writer_that_falls_silent(self):
@@ -55,10 +51,12 @@ class PostgresLoad(load_cases.Cases, unittest.TestCase):
 
     def test_login_that_is_refused(self):
         job = self.job(self.data("in.csv", b"1\n"))
-        good = self.database.connection_string
-        self.database.connection_string = good.replace("Uid=postgres", "Uid=nobody")
+        self.database.connection_string = self.database.address(user="nobody")
         self.check_refused(job.run_alone(), 1, "nobody", "check --to")
         self.check_refused(job.run_alone("--restart"), 4, "nobody", "check --to")
+
+    def test_driver_that_is_missing(self):
+        job = self.job(self.data("in.csv", b"1\n"))
         self.database.connection_string = "Driver={No such driver};Server=127.0.0.1"
         self.check_refused(job.run_alone("--restart"), 4, "check --to")
 

@@ -14,12 +14,6 @@ using tools::MisuseError;
 constexpr const wchar_t* kVariable = L"TALLOW_TO";
 constexpr std::uint64_t kLongestFile = std::uint64_t{64} * 1024;
 
-std::string environmentValue() {
-  std::wstring value(32768, L'\0');
-  value.resize(GetEnvironmentVariableW(kVariable, value.data(), static_cast<DWORD>(value.size())));
-  return tools::toUtf8(value);
-}
-
 std::string contentOf(const std::string& file) {
   try {
     return tools::readTextFile(file, kLongestFile);
@@ -41,13 +35,19 @@ std::string onlyLine(std::string text, const std::string& file) {
 
 }  // namespace
 
+std::string environmentValue(const wchar_t* name) {
+  std::wstring value(32768, L'\0');
+  value.resize(GetEnvironmentVariableW(name, value.data(), static_cast<DWORD>(value.size())));
+  return tools::toUtf8(value);
+}
+
 std::string connectionFrom(const std::string& given, const std::string& file) {
   if (!given.empty() && !file.empty()) {
     throw MisuseError("--to and --to-file both name the database; give one of them");
   }
   if (!given.empty()) return given;
   if (!file.empty()) return onlyLine(contentOf(file), file);
-  std::string value = environmentValue();
+  std::string value = environmentValue(kVariable);
   if (!value.empty()) return value;
   throw MisuseError(
       "no database is named; put its connection string into a file (--to-file FILE) or into the "

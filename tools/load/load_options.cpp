@@ -33,7 +33,8 @@ constexpr const char* kExamples = R"(Examples:
     the same command with --restart
 
 Connection strings are, for example:
-    Driver={SQLite3};Database=orders.db
+    postgresql://loader@db/shop                         PostgreSQL by its own libpq.dll: the fastest
+    Driver={SQLite3};Database=orders.db                 any other by its ODBC driver
     Driver={PostgreSQL Unicode};Server=db;Database=shop;Uid=loader;Pwd=...
 
 The position of the load stands in the database, in the table tallow_checkpoint, and is committed
@@ -218,6 +219,10 @@ std::optional<ExitStatus> readCommandLine(const std::vector<std::string>& argume
   app.add_option("--module", options.module,
                  "The module (default: tallowin.dll beside this program)")
       ->option_text("FILE");
+  app.add_option("--libpq", options.libpqFile,
+                 "PostgreSQL's client library, if it is not beside this program (default: what the "
+                 "environment variable TALLOW_LIBPQ holds)")
+      ->option_text("FILE");
   app.add_flag("--json", options.json, "Print the outcome as JSON");
   if (const auto status = tools::parse(app, arguments)) return status;
 
@@ -234,6 +239,7 @@ std::optional<ExitStatus> readCommandLine(const std::vector<std::string>& argume
   parseTableName(options.settings.table);  // throws if it is not a table's name
   if (!options.rejects.empty()) options.settings.rejectsFile = fullPath(options.rejects);
   options.connection = connectionFrom(options.connection, toFile);
+  if (options.libpqFile.empty()) options.libpqFile = environmentValue(L"TALLOW_LIBPQ");
   options.sameCommand = commandOf(arguments);
   options.restartCommand = restartCommandOf(arguments);
   return std::nullopt;

@@ -30,6 +30,7 @@ struct LoadOptions {
   bool rowsRemoved = false;  // the user says that none of the job's rows are in the table any more
   bool json = false;
   std::string module;
+  std::string libpqFile;  // empty if nobody has named one
   std::string sameCommand;
   std::string restartCommand;
 };

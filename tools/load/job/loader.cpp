@@ -38,6 +38,12 @@ milliseconds longestWait(const LoadOptions& options) {
                     milliseconds(30000));
 }
 
+Destination destinationOf(const LoadOptions& options) {
+  return {options.connection, longestWait(options),
+          "tallow-load " + options.job + " " + options.settings.pipe, options.libpqFile,
+          [](const std::string& text) { tools::printError("the database notes: " + text); }};
+}
+
 // A failure with its final text and status.
 class Ended : public ToolError {
  public:
@@ -71,8 +77,7 @@ Loader::Loader(const LoadOptions& options, LoadEvents events, WriterWatch& write
       writer_(writer),
       initString_(withFallbackFile(options.settings.init, options.job, options.settings.pipe)),
       fallbackPath_(fallbackPathOf(initString_)),
-      store_(wayTo({options.connection, longestWait(options), "tallow-load " + options.job}),
-             options.job),
+      store_(wayTo(destinationOf(options)), options.job),
       session_(store_, options.job, options.settings),
       parser_(options.settings.delimiter),
       pacer_(options.checkpointEvery),
@@ -464,12 +469,12 @@ void Loader::handle(const Row& row) {
   std::optional<Diagnostic> reason = faultOf(row, progress_.columns.size());
   if (const Diagnostic* known = search_.reasonAgainst(number); known && !reason) reason = *known;
   if (reason) {
-    reject(row, *reason);
+    rejectNext(row, *reason);
     return;
   }
   reason = sink_->add(number, row);
   if (reason) {
-    reject(row, *reason);
+    rejectNext(row, *reason);
     return;
   }
   ++progress_.rows;
@@ -516,12 +521,29 @@ void Loader::useColumns(const std::vector<std::string>& columns) {
 }
 
 std::unique_ptr<RowSink> Loader::openRows(const std::vector<std::string>& columns) {
-  return store_.database().openRows(*table_, columns, options_.settings.nullText, options_.batch);
+  SetAside setAside;
+  if (options_.maxRejects > 0) {
+    setAside = [this](const Row& row, const Diagnostic& reason) {
+      --progress_.rows;
+      reject(row, reason);
+    };
+  }
+  return store_.database().openRows(*table_, columns, options_.settings.nullText, options_.batch,
+                                    setAside);
+}
+
+// Rejects the row that has been read last. One that comes before it may be found bad first.
+void Loader::rejectNext(const Row& row, const Diagnostic& reason) {
+  if (progress_.rejects >= options_.maxRejects) {
+    sink_->flush();
+  } else {
+    sink_->settle();
+  }
+  reject(row, reason);
 }
 
 void Loader::reject(const Row& row, const Diagnostic& reason) {
   if (progress_.rejects >= options_.maxRejects) {
-    sink_->flush();  // May find a bad row that comes before this one.
     throw ToolError("line " + std::to_string(row.line) + " (byte " + std::to_string(row.offset) +
                     ") cannot be loaded: " + describe(reason) + ": \"" + excerpt(row.raw) +
                     "\"; repair it, or set bad rows aside with --rejects FILE --max-rejects N");

@@ -88,6 +88,7 @@ class Loader {
   void takeHeader(const Row& row);
   std::vector<std::string> columnsOfHeader(const Row& row);
   void useColumns(const std::vector<std::string>& columns);
+  void rejectNext(const Row& row, const Diagnostic& reason);
   void reject(const Row& row, const Diagnostic& reason);
   void tell() const;
 

@@ -58,6 +58,10 @@ class RowsRefused : public DatabaseError {
   std::vector<std::uint64_t> rows_;
 };
 
+// Is told of a row that the database refused after add() had returned, with the transaction
+// unharmed. The row has no fields, only what it is in the data. May throw.
+using SetAside = std::function<void(const Row& row, const Diagnostic& reason)>;
+
 // Puts rows into the open transaction. Values are copied, or sent, before add() returns.
 class RowSink {
  public:
@@ -68,8 +72,10 @@ class RowSink {
   // A way that finds out later throws RowsRefused from here or from flush(). After any exception,
   // the caller must roll the transaction back and open a new sink.
   virtual std::optional<Diagnostic> add(std::uint64_t number, const Row& row) = 0;
-  // Returns when the database has accepted every row that was added.
+  // Returns when the database has accepted every row that was added, but for those set aside.
   virtual void flush() = 0;
+  // Returns when no row that was added can be set aside any more.
+  virtual void settle() {}
 };
 
 // One connection. A transaction begins with the first statement after a commit, a rollback or the
@@ -93,11 +99,12 @@ class Database {
   // `columns` are those of the rows, as the table spells them. `batch` is the number of rows in a
   // statement, 0 for as many as suit the columns; a way without such statements ignores it. Throws
   // MisuseError if the columns or the batch are too many. Asks nothing of the database before the
-  // first row. The database must outlive the sink.
+  // first row. If there is a `setAside`, a way that finds refused rows late may go on without them
+  // and tell it of each, in their order. The database must outlive the sink.
   virtual std::unique_ptr<RowSink> openRows(const TargetTable& table,
                                             const std::vector<std::string>& columns,
                                             const std::optional<std::string>& nullText,
-                                            std::size_t batch) = 0;
+                                            std::size_t batch, const SetAside& setAside) = 0;
 };
 
 // Makes a new connection. Throws DatabaseError, or ToolError for what cannot be connected to at

@@ -47,8 +47,8 @@ class OdbcDatabase : public Database {
   void requireLoadable(const TargetTable& table, const std::vector<std::string>& columns) override;
   std::unique_ptr<RowSink> openRows(const TargetTable& table,
                                     const std::vector<std::string>& columns,
-                                    const std::optional<std::string>& nullText,
-                                    std::size_t batch) override;
+                                    const std::optional<std::string>& nullText, std::size_t batch,
+                                    const SetAside& setAside) override;
 
  private:
   std::string engineOf(const std::string& sqlName);
@@ -135,7 +135,7 @@ std::size_t OdbcDatabase::rowsInStatement(std::size_t columns, std::size_t batch
 std::unique_ptr<RowSink> OdbcDatabase::openRows(const TargetTable& table,
                                                 const std::vector<std::string>& columns,
                                                 const std::optional<std::string>& nullText,
-                                                std::size_t batch) {
+                                                std::size_t batch, const SetAside& /*setAside*/) {
   std::vector<std::string> quoted;
   quoted.reserve(columns.size());
   for (const std::string& column : columns) quoted.push_back(quoteName(column, traits_.quote));

@@ -3,6 +3,8 @@
 #include "common/tool_error.hpp"
 #include "load/target/connection_string.hpp"
 #include "load/target/odbc_database.hpp"
+#include "load/target/postgres.hpp"
+#include "load/target/postgres_text.hpp"
 
 namespace tallow::load {
 namespace {
@@ -11,14 +13,16 @@ bool namesSqliteFile(std::string_view connection) {
   return connection.starts_with("sqlite:");
 }
 
-bool namesPostgres(std::string_view connection) {
-  return connection.starts_with("postgresql://") || connection.starts_with("postgres://");
-}
-
 }  // namespace
 
 DatabaseFactory wayTo(const Destination& destination) {
-  if (namesSqliteFile(destination.connection) || namesPostgres(destination.connection)) {
+  if (namesPostgres(destination.connection)) {
+    const PostgresDestination server{destination.connection, destination.libpqFile,
+                                     destination.clientName, destination.longestWait,
+                                     destination.onNotice};
+    return [server] { return connectByLibpq(server); };
+  }
+  if (namesSqliteFile(destination.connection)) {
     throw tools::MisuseError(
         "this program does not know that kind of address; give an ODBC connection string");
   }

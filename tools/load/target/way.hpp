@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -15,6 +16,9 @@ struct Destination {
   // How long the database lets a statement wait for a lock.
   std::chrono::milliseconds longestWait{30000};
   std::string clientName;  // by which the server's list of connections shows the load
+  std::string libpqFile;   // PostgreSQL's client library; empty if nobody has named one
+  // Is told of what the server notes, each text once. May be empty.
+  std::function<void(const std::string& text)> onNotice;
 };
 
 // sqlite:FILE is opened in this process, postgresql:// and postgres:// through libpq, and anything
