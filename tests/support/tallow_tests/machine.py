@@ -31,7 +31,7 @@ def resize_disk(disk, size):
 def node(test):
     """Node for Windows, a writer that is not ours."""
     if not _NODE.exists():
-        test.skipTest("node.exe is not here; scripts/demo and scripts/test --full fetch it with npm")
+        test.skipTest("node.exe is not here; scripts/setup node fetches it")
     # It starts only on Windows 10; the other programs keep the prefix's version.
     subprocess.run(["wine", "reg", "add", r"HKCU\Software\Wine\AppDefaults\node.exe", "/v",
                     "Version", "/d", "win10", "/f"], env=environment(), check=True, timeout=LIMIT,

@@ -36,8 +36,9 @@ def wake_wine():
     # Not through a pipe: what is started here would keep its end open.
     silence = {"stdin": subprocess.DEVNULL, "stdout": subprocess.DEVNULL,
                "stderr": subprocess.DEVNULL}
-    subprocess.run(["wineserver", "-p60"], env=environment(), check=False, **silence)
-    subprocess.run(["wine", "cmd", "/c", "exit"], env=environment(), check=True, **silence)
+    subprocess.run(["wineserver", "-p60"], env=environment(), check=False, timeout=LIMIT, **silence)
+    subprocess.run(["wine", "cmd", "/c", "exit"], env=environment(), check=True, timeout=LIMIT,
+                   **silence)
 
 
 class Program:

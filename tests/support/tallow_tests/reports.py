@@ -58,7 +58,7 @@ class _Result(unittest.TextTestResult):
 
 
 def main():
-    """Runs the calling script's tests, writes the report that ctest's environment names, and exits."""
+    """Runs the calling script's tests, writes the report that ctest asks for, and exits."""
     # A script that this one starts is no test of its own.
     path = os.environ.pop("TALLOW_TEST_REPORT", None)
     runner = unittest.TextTestRunner(resultclass=_Result, verbosity=2)
