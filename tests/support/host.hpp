@@ -92,7 +92,7 @@ class Host {
 
   void* moduleHandle = nullptr;
   void* instance = nullptr;
-  std::uint32_t blockSize = 0;       // from the last Open
+  std::uint32_t blockSize = 0;      // from the last Open
   std::uint16_t wordAfterMode = 0;  // as the last Open left it (0xeeee when not written)
   void* moduleHandleAfterOpen = nullptr;
 
