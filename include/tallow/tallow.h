@@ -6,6 +6,9 @@
  * layout depends on the request. All blocks are packed, integers are little-endian, pointers have
  * 64 bits. Bytes 0 to 33 of either block belong to the host; the module never touches them.
  *
+ * The interface fixes the names PIDMMain, pmi… and pmrc… as they are spelled here; what this header
+ * adds by itself begins with Tallow or TALLOW_.
+ *
  * Directions in the comments: [in] the host sets it before the call; [out] the module sets it
  * (the comment says when); [in/out] both.
  */
@@ -15,6 +18,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+/* For this header alone; undefined at its end. */
 #ifdef __cplusplus
 #define TALLOW_LAYOUT(type, field, offset) \
   static_assert(offsetof(type, field) == (offset), #type "." #field " is at " #offset)
@@ -212,6 +216,9 @@ TALLOW_LAYOUT(TallowAttributeBlock, attributeValue, 305);
 TALLOW_SIZE(TallowAttributeBlock, 561);
 
 #pragma pack(pop)
+
+#undef TALLOW_LAYOUT
+#undef TALLOW_SIZE
 
 /* The module's one exported function, under this plain name, in the C calling convention of 64-bit
  * Windows. It returns nothing and lets no exception out: the blocks report everything. The

@@ -19,7 +19,7 @@ TALLOW_FUZZ_TARGET(inspect_file) {
   std::istringstream file{std::string(input.rest())};
   const std::uint64_t length = file.str().size();
 
-  const inspect::FallbackFile image = inspect::readFallbackFile(file, hints);
+  const inspect::FileImage image = inspect::readFallbackFile(file, hints);
   require(image.size == length, "the size is the file's");
   if (image.state == inspect::FileState::kValid) {
     require(image.header && image.syncPoints, "a valid file has a header and sync points");

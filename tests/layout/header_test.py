@@ -55,6 +55,16 @@ class Header(unittest.TestCase):
         result = compile_as("c++20", "#include <windows.h>\n#include <tallow/tallow.hpp>\n")
         self.assertEqual((result.returncode, result.stderr), (0, ""))
 
+    def test_defines_no_macro_but_its_guard(self):
+        for standard, suffix in (("c11", "c"), ("c++20", "c++")):
+            def macros(header):
+                return set(subprocess.run(
+                    [COMPILERS[standard], f"-std={standard}", f"-I{INCLUDE}", "-x", suffix, "-E",
+                     "-dM", "-"], input=f"#include <stddef.h>\n#include <stdint.h>\n{header}",
+                    capture_output=True, text=True, check=True).stdout.splitlines())
+            added = macros("#include <tallow/tallow.h>\n") - macros("")
+            self.assertEqual(added, {"#define TALLOW_TALLOW_H "})
+
     def test_a_wrong_use_is_noticed(self):
         for standard in COMPILERS:
             text = "#include <tallow/tallow.h>\nTallowPIDMMain entry = 3.5;\n"

@@ -84,7 +84,7 @@ FileMaker killedJob(const std::string& input) {
   return maker;
 }
 
-FallbackFile read(const std::string& bytes, const Hints& hints = {}) {
+FileImage read(const std::string& bytes, const Hints& hints = {}) {
   std::istringstream stream(bytes);
   return readFallbackFile(stream, hints);
 }
@@ -92,12 +92,12 @@ FallbackFile read(const std::string& bytes, const Hints& hints = {}) {
 Verification verified(const std::string& bytes, const std::string& input, const Hints& hints = {}) {
   std::istringstream stream(bytes);
   std::istringstream data(input);
-  const FallbackFile file = readFallbackFile(stream, hints);
+  const FileImage file = readFallbackFile(stream, hints);
   return verify(stream, file, data);
 }
 
 TEST(ReadFallbackFile, ReadsHeaderAndSyncPoints) {
-  const FallbackFile file = read(killedJob(inputOf(9500)).make());
+  const FileImage file = read(killedJob(inputOf(9500)).make());
   EXPECT_EQ(file.state, FileState::kValid);
   EXPECT_EQ(file.finding, "");
   EXPECT_EQ(file.header->blockSize, kBlockSize);
@@ -109,7 +109,7 @@ TEST(ReadFallbackFile, ReadsHeaderAndSyncPoints) {
 }
 
 TEST(ReadFallbackFile, GuessesFullBlocksAndTheFirstBlock) {
-  const FallbackFile file = read(killedJob(inputOf(9500)).make());
+  const FileImage file = read(killedJob(inputOf(9500)).make());
   EXPECT_TRUE(file.shape.fullBlocks);
   EXPECT_EQ(file.shape.certainty, Certainty::kGuess);
   EXPECT_EQ(file.first.blockNo, 6U);
@@ -120,13 +120,13 @@ TEST(ReadFallbackFile, GuessesRecordsWithLengths) {
   const std::string input = inputOf(3000);
   FileMaker maker(input);
   maker.record(700, input.substr(0, 700)).record(10, input.substr(700, 10));
-  const FallbackFile file = read(maker.make());
+  const FileImage file = read(maker.make());
   EXPECT_FALSE(file.shape.fullBlocks);
   EXPECT_EQ(file.slotCount, 2U);
 }
 
 TEST(ReadFallbackFile, TakesTheUsersWordForBoth) {
-  const FallbackFile file = read(killedJob(inputOf(9500)).make(), {false, 4});
+  const FileImage file = read(killedJob(inputOf(9500)).make(), {false, 4});
   EXPECT_FALSE(file.shape.fullBlocks);
   EXPECT_EQ(file.shape.certainty, Certainty::kGiven);
   EXPECT_EQ(file.first.blockNo, 4U);
@@ -136,7 +136,7 @@ TEST(ReadFallbackFile, TakesTheUsersWordForBoth) {
 TEST(ReadFallbackFile, ReportsWhatIsMissingForEveryTruncation) {
   const std::string whole = killedJob(inputOf(9500)).make();
   for (std::size_t length = 0; length < whole.size(); ++length) {
-    const FallbackFile file = read(whole.substr(0, length));
+    const FileImage file = read(whole.substr(0, length));
     ASSERT_EQ(file.size, length);
     if (length < kDataStartOffset) {
       ASSERT_EQ(file.state, FileState::kTruncated) << length;
@@ -157,7 +157,7 @@ TEST(ReadFallbackFile, SurvivesEveryFlippedByte) {
     std::string damaged = whole;
     damaged[at] = static_cast<char>(damaged[at] ^ 0x40);
     std::istringstream stream(damaged);
-    const FallbackFile file = readFallbackFile(stream, {});
+    const FileImage file = readFallbackFile(stream, {});
     if (at < fallback::kHeaderTextLength) {
       ASSERT_EQ(file.state, FileState::kForeign) << at;
     }
@@ -211,7 +211,7 @@ TEST(ReadFallbackFile, NotesSyncPointsInReverseOrder) {
   const std::string input = inputOf(9500);
   FileMaker maker(input);
   maker.syncPoint(0, 6, 6000).syncPoint(1, 3, 3000).fullBlock(3);
-  const FallbackFile file = read(maker.make());
+  const FileImage file = read(maker.make());
   ASSERT_EQ(file.oddities.size(), 1U);
   EXPECT_THAT(file.oddities[0], HasSubstr("block 6"));
   EXPECT_THAT(file.oddities[0], HasSubstr("block 3"));
@@ -442,7 +442,7 @@ TEST(Picture, ShowsACutRecord) {
 }
 
 TEST(Picture, StaysOneLineForAFileOfAnyLength) {
-  FallbackFile file = read(killedJob(inputOf(9500)).make());
+  FileImage file = read(killedJob(inputOf(9500)).make());
   file.slotCount = ~std::uint64_t{0} / kBlockSize;
   const std::string line = drawLine(file, std::nullopt, Colour::kNo);
   EXPECT_LT(line.size(), 80U);
@@ -450,7 +450,7 @@ TEST(Picture, StaysOneLineForAFileOfAnyLength) {
 }
 
 TEST(Picture, UsesColourOnlyWhenAsked) {
-  const FallbackFile file = read(killedJob(inputOf(9500)).make());
+  const FileImage file = read(killedJob(inputOf(9500)).make());
   EXPECT_THAT(drawLine(file, std::nullopt, Colour::kYes), HasSubstr("\x1b["));
   EXPECT_THAT(drawLine(file, std::nullopt, Colour::kNo), testing::Not(HasSubstr("\x1b")));
 }

@@ -37,7 +37,7 @@ std::optional<std::uint64_t> sizeOf(std::istream& file) {
   return static_cast<std::uint64_t>(end);
 }
 
-FallbackFile finding(FallbackFile file, FileState state, const std::string& text) {
+FileImage finding(FileImage file, FileState state, const std::string& text) {
   file.state = state;
   file.finding = text;
   return file;
@@ -47,14 +47,14 @@ bool beginsAsHeader(const HeaderImage& image, std::size_t length) {
   return std::memcmp(image.headerText, kHeaderText, std::min(length, kHeaderTextLength)) == 0;
 }
 
-Header toHeader(const HeaderImage& image) {
+HeaderFields toHeader(const HeaderImage& image) {
   const char* const end = image.pipeName + fallback::kPipeNameSize - 1;
   return {image.blockSize, image.signatureFlag,
           std::string(image.pipeName, std::find(image.pipeName, end, '\0'))};
 }
 
 // Whether a sync point names a block that no job can reach.
-bool isAbsurd(const FallbackFile& file, const fallback::SyncPoint& point) {
+bool isAbsurd(const FileImage& file, const fallback::SyncPoint& point) {
   const std::uint64_t leastBlock = file.shape.fullBlocks ? file.header->blockSize : 1;
   return point.blockNo != kNoBlock && point.blockNo > kMostData / leastBlock;
 }
@@ -74,7 +74,7 @@ std::string oddityOfPair(std::uint64_t older, std::uint64_t newer) {
          " and took a checkpoint there, damage otherwise";
 }
 
-void noteSyncPoints(FallbackFile& file) {
+void noteSyncPoints(FileImage& file) {
   const SyncPoints& points = *file.syncPoints;
   const char* const names[] = {"older", "newer"};
   bool absurd = false;
@@ -89,7 +89,7 @@ void noteSyncPoints(FallbackFile& file) {
   if (!oddity.empty()) file.oddities.push_back(oddity);
 }
 
-void noteSignatures(FallbackFile& file) {
+void noteSignatures(FileImage& file) {
   if (file.header->signatureFlag > 1) {
     file.oddities.push_back("the signature flag is " + std::to_string(file.header->signatureFlag) +
                             " and counts as set");
@@ -103,12 +103,12 @@ void noteSignatures(FallbackFile& file) {
   }
 }
 
-std::uint64_t wholeRecords(const FallbackFile& file) {
+std::uint64_t wholeRecords(const FileImage& file) {
   return (file.size - kDataStartOffset) / file.layout().recordSize();
 }
 
 // Whether each record would begin with a length that the module can have written.
-bool lengthsFit(std::istream& stream, FallbackFile file) {
+bool lengthsFit(std::istream& stream, FileImage file) {
   file.shape.fullBlocks = false;
   const std::uint64_t whole = wholeRecords(file);
   bool anyData = false;
@@ -120,7 +120,7 @@ bool lengthsFit(std::istream& stream, FallbackFile file) {
   return anyData;
 }
 
-std::uint64_t countDamagedLengths(std::istream& stream, const FallbackFile& file) {
+std::uint64_t countDamagedLengths(std::istream& stream, const FileImage& file) {
   std::uint64_t damaged = 0;
   for (std::uint64_t slot = 0; slot < std::min(file.slotCount, kLengthsLookedAt); ++slot) {
     if (readRecordLength(stream, file, slot).value_or(0) > file.header->blockSize) ++damaged;
@@ -128,7 +128,7 @@ std::uint64_t countDamagedLengths(std::istream& stream, const FallbackFile& file
   return damaged;
 }
 
-RecordShape guessShape(std::istream& stream, const FallbackFile& file) {
+RecordShape guessShape(std::istream& stream, const FileImage& file) {
   const std::uint64_t dataSize = file.size - kDataStartOffset;
   const std::uint64_t blockSize = file.header->blockSize;
   if (dataSize == 0) return {true, Certainty::kGuess, "the default; there are no records yet"};
@@ -144,7 +144,7 @@ RecordShape guessShape(std::istream& stream, const FallbackFile& file) {
   return {true, Certainty::kGuess, "the records begin with no fitting lengths; the last is cut"};
 }
 
-FirstBlock guessFirst(const FallbackFile& file) {
+FirstBlock guessFirst(const FileImage& file) {
   const std::uint64_t newer = (*file.syncPoints)[1].blockNo;
   if (newer == kNoBlock) return {kNoBlock, Certainty::kGuess, "there is no sync point"};
   if (newer == 0) return {1, Certainty::kGuess, "the checkpoint lies before the first block"};
@@ -156,8 +156,8 @@ FirstBlock guessFirst(const FallbackFile& file) {
 
 }  // namespace
 
-FallbackFile readFallbackFile(std::istream& stream, const Hints& hints) {
-  FallbackFile file;
+FileImage readFallbackFile(std::istream& stream, const Hints& hints) {
+  FileImage file;
   const auto size = sizeOf(stream);
   if (!size) return finding(file, FileState::kUnreadable, "the file cannot be read");
   file.size = *size;
@@ -205,7 +205,7 @@ FallbackFile readFallbackFile(std::istream& stream, const Hints& hints) {
   return file;
 }
 
-std::optional<std::uint32_t> readRecordLength(std::istream& stream, const FallbackFile& file,
+std::optional<std::uint32_t> readRecordLength(std::istream& stream, const FileImage& file,
                                               std::uint64_t slot) {
   if (file.shape.fullBlocks) return std::nullopt;
   std::uint32_t length = 0;
@@ -215,7 +215,7 @@ std::optional<std::uint32_t> readRecordLength(std::istream& stream, const Fallba
   return length;
 }
 
-std::string readRecordData(std::istream& stream, const FallbackFile& file, std::uint64_t slot) {
+std::string readRecordData(std::istream& stream, const FileImage& file, std::uint64_t slot) {
   std::string data(file.header->blockSize, '\0');
   data.resize(readAt(stream, file.slotOffset(slot) + file.layout().lengthFieldSize(), data.data(),
                      data.size()));

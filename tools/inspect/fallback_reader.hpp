@@ -26,7 +26,7 @@ enum class FileState {
   kUnreadable,  // the system refuses to read it
 };
 
-struct Header {
+struct HeaderFields {
   std::uint32_t blockSize = 0;  // bytes
   std::uint8_t signatureFlag = 0;
   std::string pipeName;  // the module's bytes up to the NUL, at most 259
@@ -46,11 +46,11 @@ struct FirstBlock {
   std::string reason;
 };
 
-struct FallbackFile {
+struct FileImage {
   FileState state = FileState::kUnreadable;
   std::string finding;                             // what is wrong, in one line; empty for kValid
   std::uint64_t size = 0;                          // bytes
-  std::optional<Header> header;                    // with kValid; else as far as it was read
+  std::optional<HeaderFields> header;              // with kValid; else as far as it was read
   std::optional<fallback::SyncPoints> syncPoints;  // with kValid
   std::vector<std::string> oddities;               // what the module would not write, but accepts
 
@@ -76,14 +76,14 @@ struct Hints {
 };
 
 // Throws nothing because of the file's content.
-FallbackFile readFallbackFile(std::istream& file, const Hints& hints);
+FileImage readFallbackFile(std::istream& file, const Hints& hints);
 
 // The length before a slot's data. None with full blocks, or if it cannot be read. If it is above
 // the block size, the module cannot deliver the record.
-std::optional<std::uint32_t> readRecordLength(std::istream& file, const FallbackFile& image,
+std::optional<std::uint32_t> readRecordLength(std::istream& file, const FileImage& image,
                                               std::uint64_t slot);
 
 // A slot's data, as many bytes as a block has. Shorter if the file ends before.
-std::string readRecordData(std::istream& file, const FallbackFile& image, std::uint64_t slot);
+std::string readRecordData(std::istream& file, const FileImage& image, std::uint64_t slot);
 
 }  // namespace tallow::inspect

@@ -87,7 +87,7 @@ std::ifstream openFile(const std::string& path) {
 }
 
 void extract(const Subject& subject, std::istream& stream, std::uint64_t slot) {
-  const FallbackFile& file = subject.file;
+  const FileImage& file = subject.file;
   if (file.state != FileState::kValid) throw ToolError(subject.name + ": " + file.finding);
   if (slot >= file.slotCount) {
     throw ToolError("there is no slot " + std::to_string(slot) + "; the file has " +

@@ -38,7 +38,7 @@ std::string painted(std::string_view text, std::string_view colour, Colour use) 
 }
 
 // The block in a slot, proved or supposed. kNoBlock if nothing is known.
-std::uint64_t blockIn(const FallbackFile& file, const std::optional<Verification>& verification,
+std::uint64_t blockIn(const FileImage& file, const std::optional<Verification>& verification,
                       std::uint64_t slot) {
   if (verification && slot < verification->slots.size()) {
     const auto& proof = verification->slots[slot];
@@ -47,7 +47,7 @@ std::uint64_t blockIn(const FallbackFile& file, const std::optional<Verification
   return file.first.blockNo == fallback::kNoBlock ? fallback::kNoBlock : file.first.blockNo + slot;
 }
 
-char letterOf(const FallbackFile& file, const std::optional<Verification>& verification,
+char letterOf(const FileImage& file, const std::optional<Verification>& verification,
               std::uint64_t slot) {
   const std::uint64_t block = blockIn(file, verification, slot);
   if (verification && slot < verification->slots.size()) {
@@ -62,7 +62,7 @@ char letterOf(const FallbackFile& file, const std::optional<Verification>& verif
 }
 
 // The letter for a group of slots: the one that says most.
-char letterOfGroup(const FallbackFile& file, const std::optional<Verification>& verification,
+char letterOfGroup(const FileImage& file, const std::optional<Verification>& verification,
                    std::uint64_t from, std::uint64_t to) {
   static constexpr std::string_view kByWeight = "!NO?~=";
   char letter = '=';
@@ -97,7 +97,7 @@ std::string syncText(const fallback::SyncPoints& points) {
 
 }  // namespace
 
-std::string drawLine(const FallbackFile& file, const std::optional<Verification>& verification,
+std::string drawLine(const FileImage& file, const std::optional<Verification>& verification,
                      Colour colour) {
   const std::uint64_t letters = std::min(file.slotCount, kMostLetters);
   std::string line = painted("[head]", kBlue, colour);

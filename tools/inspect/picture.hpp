@@ -13,7 +13,7 @@ enum class Colour { kNo, kYes };
 // "[head][sync: 120, 140][N===O====~~~+]": N and O are the records of the newer and the older sync
 // point, = other records, + an incomplete record. Proved by the data: ~ left over from before,
 // ! damaged, ? no block of the data. In a long file, one letter stands for several records.
-std::string drawLine(const FallbackFile& file, const std::optional<Verification>& verification,
+std::string drawLine(const FileImage& file, const std::optional<Verification>& verification,
                      Colour colour);
 
 }  // namespace tallow::inspect

@@ -97,7 +97,7 @@ std::string joined(const std::vector<std::uint64_t>& points) {
 }
 
 std::string restartText(const Subject& subject) {
-  const FallbackFile& file = subject.file;
+  const FileImage& file = subject.file;
   const std::vector<std::uint64_t> accepted = positions(subject, false);
   const std::vector<std::uint64_t> refused = positions(subject, true);
   if (accepted.empty() && refused.empty()) return "accepts no position: the file has no sync point";
@@ -129,7 +129,7 @@ struct SlotReport {
 
 SlotReport reportOf(const Subject& subject, std::istream& stream, std::uint64_t slot) {
   SlotReport report;
-  const FallbackFile& file = subject.file;
+  const FileImage& file = subject.file;
   if (const auto length = readRecordLength(stream, file, slot)) {
     report.validLength = *length;
     report.badLength = *length > file.header->blockSize;
@@ -203,7 +203,7 @@ void printSyncPoints(const Subject& subject) {
 }
 
 void printSlots(const Subject& subject, std::istream& stream) {
-  const FallbackFile& file = subject.file;
+  const FileImage& file = subject.file;
   for (std::uint64_t slot = 0; slot < file.slotCount; ++slot) {
     if (slot == kEndsInText && file.slotCount > 2 * kEndsInText) {
       const std::uint64_t next = file.slotCount - kEndsInText;
@@ -264,7 +264,7 @@ ordered_json syncPointsJson(const Subject& subject) {
 }
 
 std::string recordsText(const Subject& subject) {
-  const FallbackFile& file = subject.file;
+  const FileImage& file = subject.file;
   std::string text = tools::formatCount(file.slotCount, "record");
   if (file.tailBytes > 0) {
     text += " and " + tools::formatCount(file.tailBytes, "byte") + " of one cut short";
@@ -284,7 +284,7 @@ std::string recordsText(const Subject& subject) {
 }
 
 void addContent(ordered_json& json, const Subject& subject, std::istream& stream) {
-  const FallbackFile& file = subject.file;
+  const FileImage& file = subject.file;
   json["syncPoints"] = syncPointsJson(subject);
   json["needFullBlock"] = {{"value", file.shape.fullBlocks},
                            {"certainty", certaintyName(file.shape.certainty)},
@@ -323,7 +323,7 @@ bool isSound(const Subject& subject) {
 }
 
 void printText(const Subject& subject, std::istream& stream, Colour colour) {
-  const FallbackFile& file = subject.file;
+  const FileImage& file = subject.file;
   printLine("file", tools::printable(subject.name) + ", " + tools::formatCount(file.size, "byte"));
   printLine("state", file.finding.empty()
                          ? stateName(file.state)
@@ -351,7 +351,7 @@ void printText(const Subject& subject, std::istream& stream, Colour colour) {
 }
 
 void printJson(const Subject& subject, std::istream& stream) {
-  const FallbackFile& file = subject.file;
+  const FileImage& file = subject.file;
   ordered_json json = {{"file", subject.name},
                        {"size", file.size},
                        {"state", stateName(file.state)},

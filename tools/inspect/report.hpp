@@ -12,7 +12,7 @@ namespace tallow::inspect {
 
 struct Subject {
   std::string name;  // of the file, UTF-8
-  FallbackFile file;
+  FileImage file;
   std::optional<Verification> verification;
 };
 

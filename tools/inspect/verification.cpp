@@ -26,7 +26,7 @@ Md5Digest digestOf(std::string_view bytes) {
   return fallback::md5Final(context);
 }
 
-std::uint64_t slotsToVerify(const FallbackFile& image, Verification& result) {
+std::uint64_t slotsToVerify(const FileImage& image, Verification& result) {
   if (image.slotCount > kMostBlocks) result.limit = "only the first 4,000,000 slots are looked at";
   return std::min(image.slotCount, kMostBlocks);
 }
@@ -36,7 +36,7 @@ SyncPointProof compare(const Md5Digest& signature, const Md5Digest& actual) {
 }
 
 // The proof of a sync point that needs no data. None if the data is needed.
-std::optional<SyncPointProof> withoutData(const FallbackFile& image, std::size_t index) {
+std::optional<SyncPointProof> withoutData(const FileImage& image, std::size_t index) {
   const fallback::SyncPoint point = (*image.syncPoints)[index];
   if (point.blockNo == kNoBlock) return SyncPointProof{SignatureProof::kNone, "no sync point"};
   if (image.header->signatureFlag == 0) {
@@ -49,7 +49,7 @@ std::optional<SyncPointProof> withoutData(const FallbackFile& image, std::size_t
 // The original data, cut into full blocks that are found by their digests.
 class BlockIndex {
  public:
-  BlockIndex(std::istream& input, const FallbackFile& image, Verification& result)
+  BlockIndex(std::istream& input, const FileImage& image, Verification& result)
       : blockSize_(image.header->blockSize) {
     Md5Context running{};
     fallback::md5Init(running);
@@ -106,7 +106,7 @@ class BlockIndex {
   std::vector<Block> blocks_;  // sorted, so that equal blocks are together, in their order
 };
 
-void verifyFullBlocks(std::istream& file, const FallbackFile& image, std::istream& input,
+void verifyFullBlocks(std::istream& file, const FileImage& image, std::istream& input,
                       Verification& result) {
   const BlockIndex index(input, image, result);
   for (std::size_t i = 0; i < 2; ++i) {
@@ -139,7 +139,7 @@ std::optional<std::string> wholeInput(std::istream& input) {
 }
 
 // The valid bytes of a record that begins with its length. None if the record is damaged.
-std::optional<std::string> validBytes(std::istream& file, const FallbackFile& image,
+std::optional<std::string> validBytes(std::istream& file, const FileImage& image,
                                       std::uint64_t slot) {
   const auto length = readRecordLength(file, image, slot);
   std::string data = readRecordData(file, image, slot);
@@ -192,7 +192,7 @@ struct Anchor {
 };
 
 std::optional<Anchor> findAnchor(const std::string& data, const std::string& first,
-                                 const FallbackFile& image, Verification& result) {
+                                 const FileImage& image, Verification& result) {
   if (first.empty()) return std::nullopt;
   Search search(data, first);
   Md5Context running{};
@@ -211,7 +211,7 @@ std::optional<Anchor> findAnchor(const std::string& data, const std::string& fir
   return std::nullopt;
 }
 
-std::uint64_t countDamagedLengths(std::istream& file, const FallbackFile& image, std::uint64_t from,
+std::uint64_t countDamagedLengths(std::istream& file, const FileImage& image, std::uint64_t from,
                                   std::uint64_t to) {
   std::uint64_t damaged = 0;
   for (std::uint64_t slot = from; slot < to; ++slot) {
@@ -222,7 +222,7 @@ std::uint64_t countDamagedLengths(std::istream& file, const FallbackFile& image,
 
 // Follows the records through the data from the first one on. A record that differs is skipped by
 // its length. If a later one fits, only the bytes between them are damaged.
-void followRecords(std::istream& file, const FallbackFile& image, const std::string& data,
+void followRecords(std::istream& file, const FileImage& image, const std::string& data,
                    const Anchor& anchor, Verification& result) {
   std::size_t end = anchor.end;
   bool chained = true;  // the record before was found in the data
@@ -238,7 +238,7 @@ void followRecords(std::istream& file, const FallbackFile& image, const std::str
   result.damagedSlots = countDamagedLengths(file, image, slot, result.slots.size());
 }
 
-void verifyOwnLengths(std::istream& file, const FallbackFile& image, std::istream& input,
+void verifyOwnLengths(std::istream& file, const FileImage& image, std::istream& input,
                       Verification& result) {
   const auto data = wholeInput(input);
   if (!data) {
@@ -257,7 +257,7 @@ void verifyOwnLengths(std::istream& file, const FallbackFile& image, std::istrea
 }
 
 // Draws the conclusions from the proofs of all slots.
-void judgeSlots(const FallbackFile& image, Verification& result) {
+void judgeSlots(const FileImage& image, Verification& result) {
   const auto& slots = result.slots;
   if (slots.empty()) return;
   result.firstBlock = slots[0] ? slots[0]->blockNo : image.first.blockNo;
@@ -281,7 +281,7 @@ bool Verification::isDamaged(std::uint64_t slot) const {
   return slot < freshSlots && proof->blockNo != firstBlock + slot;
 }
 
-Verification verify(std::istream& file, const FallbackFile& image, std::istream& input) {
+Verification verify(std::istream& file, const FileImage& image, std::istream& input) {
   Verification result;
   for (std::size_t i = 0; i < 2; ++i) {
     result.syncPoints[i] = withoutData(image, i).value_or(

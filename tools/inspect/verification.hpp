@@ -51,6 +51,6 @@ struct Verification {
 // `input` is the job's whole data. With full blocks it is cut by the block size. Otherwise it is
 // cut by the records' own lengths, and only the run of records that begins at a sync point can be
 // proved.
-Verification verify(std::istream& file, const FallbackFile& image, std::istream& input);
+Verification verify(std::istream& file, const FileImage& image, std::istream& input);
 
 }  // namespace tallow::inspect
