@@ -32,9 +32,9 @@ bool CTallowinApp::start(HMODULE module) noexcept {
     runtime::startExceptionRuntime();
     std::set_new_handler(raiseOutOfMemory);
     if (!diag::loadLanguageLibrary(path())) return false;
+    const std::string text = diag::message<MessageId::kOutOfMemory>();
     // NOLINTNEXTLINE(bugprone-throw-keyword-missing): raised when memory has run out
-    outOfMemory =
-        new CErrMsgException(MessageId::kOutOfMemory, diag::message<MessageId::kOutOfMemory>());
+    outOfMemory = new CErrMsgException(MessageId::kOutOfMemory, text);
     threadId_ = GetCurrentThreadId();
     diag::setUpLog(diag::hostProgramName().c_str(),
                    diag::message<MessageId::kLogDescription>().c_str(), nullptr);
