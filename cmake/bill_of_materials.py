@@ -22,10 +22,12 @@ PARTS = [
     (r"/nlohmann/", "JSON for Modern C++", "MIT"),
     (r"/libicuuc\.a$", "ICU", None),
     (r"/libcsv\.c$", "libcsv", "LGPL-2.1-or-later"),
+    (r"/sqlite3\.c$", "SQLite", "blessing"),
 ]
 
-# Of what is compiled into an object, that which no archive shows: headers that are whole libraries.
-COMPILED_IN = r"/CLI/|/nlohmann/|/libcsv\.c$"
+# Of what is compiled into an object, that which no archive shows: headers that are whole libraries,
+# and libraries of one file.
+COMPILED_IN = r"/CLI/|/nlohmann/|/(libcsv|sqlite3)\.c$"
 
 
 def part_of(path):

@@ -106,7 +106,7 @@ class Package(unittest.TestCase):
         cache = pathlib.Path(re.search(r"TALLOW_ICU_DIR:PATH=(.*)", (
             build / "CMakeCache.txt").read_text(encoding="utf-8")).group(1)).parent
         headers = ["-I", build / "headers/cli11", "-I", build / "headers/nlohmann_json",
-                   "-I", cache / "icu/include", "-I", cache / "libcsv"]
+                   "-I", cache / "icu/include", "-I", cache / "libcsv", "-I", cache / "sqlite"]
         # What the preprocessor makes of the headers' own words, against the bill.
         for part, header, words in (
                 ("ICU", "unicode/uvernum.h", "U_ICU_VERSION"),
@@ -115,6 +115,7 @@ class Package(unittest.TestCase):
                  "NLOHMANN_JSON_VERSION_MAJOR.NLOHMANN_JSON_VERSION_MINOR."
                  "NLOHMANN_JSON_VERSION_PATCH"),
                 ("libcsv", "csv.h", "CSV_MAJOR.CSV_MINOR.CSV_RELEASE"),
+                ("SQLite", "sqlite3.h", "SQLITE_VERSION"),
                 ("libgcc", "_mingw.h", "__GNUC__"),
                 ("libstdc++", "_mingw.h", "__GNUC__"),
                 ("mingw-w64", "_mingw.h", "__MINGW64_VERSION_MAJOR"),
@@ -153,6 +154,7 @@ class Package(unittest.TestCase):
         self.assertIn("ICU", holds["bin/tallowin.dll"])
         self.assertNotIn("winpthreads", holds["bin/tallowin.dll"])
         self.assertIn("libcsv", holds["bin/csv.dll"])
+        self.assertIn("SQLite", holds["bin/tallow-load.exe"])
         self.assertLessEqual({"CLI11", "JSON for Modern C++", "libgcc", "libstdc++", "mingw-w64"},
                              holds["bin/tallow-host.exe"])
         self.assertEqual(holds["bin/tallowinenu.dll"], set())

@@ -10,6 +10,10 @@
 //   commit-lost N M    M commits from the N-th on are carried out and answered by a lost connection
 //   commit-undone N M  the same, but they are rolled back
 //   long-name          the driver says that a column's name is longer than the room for it
+//
+// SQLite's own library is a part of the program. There the calls of the system count that open,
+// lock or change a database's files (*.sqlite, *.sqlite-journal), and the removal of a journal is
+// the commit.
 #include <windows.h>
 // sql.h needs windows.h before it.
 #include <sql.h>
@@ -24,6 +28,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <cwchar>
+#include <mutex>
+#include <set>
 #include <string>
 
 #include "load/target/libpq.hpp"
@@ -91,7 +98,6 @@ struct Counted<slot> {
 
 #define DECLARE_REAL(name) decltype(&name) real_##name = nullptr;
 COUNTED_FUNCTIONS(DECLARE_REAL)
-#undef DECLARE_REAL
 
 SQLRETURN WINAPI endTran(SQLSMALLINT type, SQLHANDLE handle, SQLSMALLINT completion) {
   count();
@@ -192,6 +198,72 @@ FARPROC WINAPI getProcAddress(HMODULE module, LPCSTR name) {
   return entry == "PQexec" ? replaceEntry(found, realPq.exec, &pqExec) : found;
 }
 
+// The files that SQLite has open.
+std::mutex filesLock;
+std::set<HANDLE> files;
+
+bool isOurs(HANDLE file) {
+  const std::lock_guard guard(filesLock);
+  return files.contains(file);
+}
+
+bool isOurs(LPCWSTR name) {
+  return std::wcsstr(name, L".sqlite") != nullptr;
+}
+
+decltype(&CreateFileW) realCreateFile = nullptr;
+decltype(&CloseHandle) realCloseHandle = nullptr;
+decltype(&DeleteFileW) realDeleteFile = nullptr;
+
+HANDLE WINAPI createFile(LPCWSTR name, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
+                         DWORD disposition, DWORD flags, HANDLE pattern) {
+  if (isOurs(name)) count();
+  HANDLE file = realCreateFile(name, access, share, security, disposition, flags, pattern);
+  const DWORD error = GetLastError();
+  if (isOurs(name) && file != INVALID_HANDLE_VALUE) {
+    const std::lock_guard guard(filesLock);
+    files.insert(file);
+  }
+  SetLastError(error);
+  return file;
+}
+
+BOOL WINAPI closeHandle(HANDLE handle) {
+  {
+    const std::lock_guard guard(filesLock);
+    files.erase(handle);
+  }
+  return realCloseHandle(handle);
+}
+
+BOOL WINAPI deleteFile(LPCWSTR name) {
+  if (!isOurs(name)) return realDeleteFile(name);
+  count();
+  ++commits;
+  if (commits < plan.firstCommit || commits > plan.lastCommit) return realDeleteFile(name);
+  if (plan.carriesOut) realDeleteFile(name);
+  SetLastError(ERROR_IO_DEVICE);
+  return FALSE;
+}
+
+template <auto slot>
+struct CountedOnFile;
+
+// Replaces a function whose first argument is a file.
+template <typename... Arguments, BOOL(WINAPI** slot)(HANDLE, Arguments...)>
+struct CountedOnFile<slot> {
+  static BOOL WINAPI call(HANDLE file, Arguments... arguments) {
+    if (isOurs(file)) count();
+    return (*slot)(file, arguments...);
+  }
+};
+
+#define COUNTED_ON_FILES(X) \
+  X(WriteFile) X(FlushFileBuffers) X(SetEndOfFile) X(LockFileEx) X(UnlockFileEx)
+
+COUNTED_ON_FILES(DECLARE_REAL)
+#undef DECLARE_REAL
+
 void readPlan() {
   const std::string text = environment("TALLOW_FAULT");
   reportPath = environment("TALLOW_FAULT_REPORT");
@@ -224,9 +296,9 @@ Replacement replacement(const char* name, Function* function, Function** real) {
 void patchSlot(void** slot, const Replacement& item) {
   *item.real = *slot;
   DWORD protection = 0;
-  VirtualProtect(slot, sizeof *slot, PAGE_READWRITE, &protection);
+  VirtualProtect(static_cast<void*>(slot), sizeof *slot, PAGE_READWRITE, &protection);
   *slot = item.function;
-  VirtualProtect(slot, sizeof *slot, protection, &protection);
+  VirtualProtect(static_cast<void*>(slot), sizeof *slot, protection, &protection);
 }
 
 // Replaces the program's imports. A name that it does not import is left alone.
@@ -253,6 +325,16 @@ void patchImports(const Replacement* items, std::size_t amount) {
   }
 }
 
+void patchFiles() {
+#define REPLACE(name) replacement(#name, &CountedOnFile<&real_##name>::call, &real_##name),
+  const std::array items = {COUNTED_ON_FILES(REPLACE)
+                                replacement("CreateFileW", &createFile, &realCreateFile),
+                            replacement("CloseHandle", &closeHandle, &realCloseHandle),
+                            replacement("DeleteFileW", &deleteFile, &realDeleteFile)};
+#undef REPLACE
+  patchImports(items.data(), items.size());
+}
+
 void patchProgram() {
 #define REPLACE(name) replacement(#name, &Counted<&real_##name>::call, &real_##name),
   const std::array items = {COUNTED_FUNCTIONS(REPLACE)
@@ -270,6 +352,7 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE /*library*/, DWORD reason, void* /*rese
   if (reason == DLL_PROCESS_ATTACH) {
     readPlan();
     patchProgram();
+    patchFiles();
   }
   if (reason == DLL_PROCESS_DETACH && plan.counts) writeReport();
   return TRUE;

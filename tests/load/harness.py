@@ -66,6 +66,16 @@ class Sqlite:
         )
 
 
+class SqliteFile(Sqlite):
+    """The same, opened by the program itself."""
+
+    name = "sqlite-file"
+
+    def __init__(self, folder):
+        super().__init__(folder)
+        self.connection_string = f"sqlite:Z:{self.path}"
+
+
 class Postgres:
     """A database of a server that the tests have started."""
 

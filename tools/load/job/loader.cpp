@@ -266,9 +266,7 @@ void Loader::openRejects() {
 }
 
 void Loader::openStream() {
-  // With a database inside this process, a second thread makes it lock and allocate more, which
-  // costs more than reading ahead gains.
-  const bool ahead = !store_.database().traits().isEmbedded;
+  const bool ahead = !store_.database().traits().wantsOneThread;
   stream_ =
       std::make_unique<BlockReader>(options_.module, initString_, options_.settings.pipe, ahead);
 }

@@ -27,8 +27,8 @@ struct Traits {
   std::string textType = "TEXT";  // the type for long text
   // The number of bytes that one statement can have with its values, if the server sets a limit.
   std::optional<std::uint64_t> largestStatement;
-  // The database works inside this process, on the thread that calls it.
-  bool isEmbedded = false;
+  // A second thread in this process slows the database down by more than reading ahead gains.
+  bool wantsOneThread = false;
 };
 
 // A parameter of a statement: null, a text or a whole number.
