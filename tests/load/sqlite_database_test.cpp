@@ -54,7 +54,7 @@ class SqliteDatabaseTest : public testing::Test {
   std::unique_ptr<RowSink> sink(std::optional<std::string> nullText = std::nullopt) {
     table_ = {"t", database_->execute("SELECT * FROM t").columns};
     database_->rollback();
-    return database_->openRows(table_, table_.columns, nullText, 0);
+    return database_->openRows(table_, table_.columns, nullText, 0, {});
   }
 
   // A row whose texts live as long as the test.

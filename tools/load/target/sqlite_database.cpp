@@ -29,7 +29,7 @@ class SqliteDatabase : public Database {
   std::unique_ptr<RowSink> openRows(const TargetTable& table,
                                     const std::vector<std::string>& columns,
                                     const std::optional<std::string>& nullText,
-                                    std::size_t /*batch*/) override {
+                                    std::size_t /*batch*/, const SetAside& /*setAside*/) override {
     return std::make_unique<SqliteRows>(connection_, table, columns, nullText);
   }
 
