@@ -128,7 +128,8 @@ class Instance {
       sawEnd_ = true;
       return std::nullopt;
     }
-    return block.dataLength;
+    const std::uint32_t length = block.dataLength;  // the field is not aligned
+    return length;
   }
 
   // Takes a checkpoint; the number of the last block delivered.

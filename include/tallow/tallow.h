@@ -11,6 +11,8 @@
  *
  * Directions in the comments: [in] the host sets it before the call; [out] the module sets it
  * (the comment says when); [in/out] both.
+ *
+ * All texts are in the code page of the process, unless a comment says otherwise.
  */
 #ifndef TALLOW_TALLOW_H
 #define TALLOW_TALLOW_H
@@ -130,11 +132,13 @@ typedef struct TallowOpenBlock {
   void* moduleHandle;      /* [in/out] from Init; the same value is written back */
   int16_t openMode;        /* [in] TALLOW_OPEN_FOR_READING */
   uint16_t zero;           /* [out, on success] 0 */
-  uint32_t blockSize;      /* [out, on success] bytes that Read's buffer must hold */
+  uint32_t blockSize;      /* [out, on success] bytes that Read's buffer must hold: 1048576 unless
+                              the option Block_size says otherwise */
   void* instanceHandle;    /* [out] null on entry; on success valid until Close or CloseR */
   uint16_t pipeNameLength; /* [in] bytes of pipeName, not 0 */
   char pipeName[TALLOW_PIPE_NAME_SIZE]; /* [in/out] begins with \\.\pipe\; the module writes a NUL
-                                           at index pipeNameLength */
+                                           at index pipeNameLength. UTF-8 if the attribute
+                                           CHARSET_NAME is UTF8 or UTF16 */
 } TallowOpenBlock;
 TALLOW_LAYOUT(TallowOpenBlock, moduleHandle, 34);
 TALLOW_LAYOUT(TallowOpenBlock, openMode, 42);
@@ -144,7 +148,9 @@ TALLOW_LAYOUT(TallowOpenBlock, instanceHandle, 50);
 TALLOW_LAYOUT(TallowOpenBlock, pipeNameLength, 58);
 TALLOW_LAYOUT(TallowOpenBlock, pipeName, 60);
 
-/* Close and CloseR. The instance handle is invalid afterwards. */
+/* Close and CloseR. The instance handle is invalid afterwards. After a Read that answered pmrcEOF
+ * the fallback file is deleted, unless the attribute PRESERVE_RESTART_INFO is YES. Close may ask a
+ * person first, in a message box; CloseR never does. */
 typedef struct TallowCloseBlock {
   uint8_t hostHeader[TALLOW_HOST_HEADER_SIZE];
   void* instanceHandle; /* [in] from Open */
@@ -165,7 +171,10 @@ TALLOW_LAYOUT(TallowReadBlock, dataBuffer, 46);
 TALLOW_SIZE(TallowReadBlock, 54);
 
 /* GetPos [out] and SetPos [in]. A position is the 64-bit number of the last delivered block; after
- * SetPos to block n (n > 0) the next Read delivers block n again. */
+ * SetPos to block n (n > 0) the next Read delivers block n again. After a new load SetPos waits
+ * until the writer has sent all data up to there. A GetPos that succeeds does not mean that there
+ * is a fallback file: with No_FallBack, or when the file cannot be written, the job goes on
+ * without. */
 typedef struct TallowPositionBlock {
   uint8_t hostHeader[TALLOW_HOST_HEADER_SIZE];
   void* instanceHandle;    /* [in] from Open */
@@ -200,8 +209,8 @@ TALLOW_LAYOUT(TallowIdBlock, version, 66);
 TALLOW_LAYOUT(TallowIdBlock, components, 98);
 TALLOW_SIZE(TallowIdBlock, 106);
 
-/* The four attribute requests. The module writes nothing into the block: a Get stores just as a Put
- * does (only pmiPIDMOptPutA_A stores CHARSET_NAME). */
+/* The four attribute requests, at any time between Init and Close. The module writes nothing into
+ * the block: a Get stores just as a Put does (only pmiPIDMOptPutA_A stores CHARSET_NAME). */
 typedef struct TallowAttributeBlock {
   uint8_t hostHeader[TALLOW_HOST_HEADER_SIZE];
   void* moduleHandle;                               /* [in] from Init */

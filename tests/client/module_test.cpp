@@ -129,7 +129,8 @@ TEST_F(Requests, NamesThatDoNotFitAreRefused) {
 TEST_F(Requests, ALongHostNameIsCut) {
   answer = [](TallowRequestBlock& request, void* parameters) {
     if (request.requestCode == pmiPIDMOptInit) {
-      EXPECT_EQ(static_cast<TallowInitBlock*>(parameters)->moduleNameLength, 768U);
+      const std::uint32_t length = static_cast<TallowInitBlock*>(parameters)->moduleNameLength;
+      EXPECT_EQ(length, 768U);
     }
     return false;
   };

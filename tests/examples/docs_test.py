@@ -63,12 +63,31 @@ class Docs(unittest.TestCase):
             self.assertIn(f"`{name}`", guide)
 
     def test_tell_what_to_do_about_every_return_code(self):
-        guide = read(SOURCE / "docs" / "host-guide.md").partition("## Return codes")[2]
+        guide = read(SOURCE / "docs" / "host-guide.md").partition("## Return codes")[2].partition("\n## ")[0]
         header = read(SOURCE / "include/tallow/tallow.h")
         codes = re.findall(r"\bpmrc\w+ = (\d+)", header)
         self.assertEqual(len(codes), 15)
         told = re.findall(r"\d+", " ".join(re.findall(r"^\| ([\d ,]+)", guide, re.MULTILINE)))
         self.assertEqual(sorted(codes, key=int), sorted(told, key=int))
+
+    def test_give_each_message_with_the_return_code_that_it_comes_with(self):
+        sections = re.split(r"^## (\d+)$", read(SOURCE / "docs" / "messages.md"), flags=re.MULTILINE)
+        wanted = {(code, number) for number, section in zip(sections[1::2], sections[2::2])
+                  for code in re.findall(r"return code (\d+)", section.split("```")[2].strip()
+                                         .splitlines()[0])}
+        guide = read(SOURCE / "docs" / "host-guide.md").partition("## Return codes")[2].partition("\n## ")[0]
+        rows = re.findall(r"^\| ([\d ,]+)[^|]*\|[^|]*\| ([^|]*) \|", guide, re.MULTILINE)
+        given = {code: re.findall(r"\d+", messages)
+                 for codes, messages in rows for code in re.findall(r"\d+", codes)}
+        self.assertGreater(len(wanted), 30)
+        for code, number in sorted(wanted):
+            with self.subTest(code=code, message=number):
+                self.assertIn(number, given[code])
+
+    def test_put_the_logs_folder_before_its_level(self):
+        for document in documents():
+            with self.subTest(document=document.name):
+                self.assertNotRegex(read(document), r"Log_level=\d Log_directory")
 
 
 if __name__ == "__main__":

@@ -53,6 +53,8 @@ class Package(unittest.TestCase):
     def test_holds_what_a_user_needs(self):
         for name in ("bin/tallowin.dll", "bin/tallowinenu.dll", "bin/tallow-host.exe",
                      "bin/tallow-feed.exe", "bin/tallow-inspect.exe", "include/tallow/tallow.h",
+                     "include/tallow/tallow.hpp", "examples/minimal_host.js",
+                     "lib/cmake/tallow/tallow-config.cmake",
                      "docs/operator-guide.md", "README.md", "LICENSE", "THIRD_PARTY_NOTICES.md",
                      "SHA256SUMS", "bill-of-materials.json"):
             self.assertTrue((self.release / name).is_file(), name)
@@ -83,6 +85,12 @@ class Package(unittest.TestCase):
         result = subprocess.run([pathlib.Path(__file__).with_name("binaries_test.py")], text=True,
                                 env={**os.environ,
                                      "TALLOW_RELEASE_BINARIES": str(self.release / "bin")},
+                                capture_output=True, check=False)
+        self.assertEqual(result.returncode, 0, result.stderr)
+
+    def test_a_host_is_compiled_against_it(self):
+        result = subprocess.run([pathlib.Path(__file__).with_name("consumer_test.py")], text=True,
+                                env={**os.environ, "TALLOW_RELEASE": str(self.release)},
                                 capture_output=True, check=False)
         self.assertEqual(result.returncode, 0, result.stderr)
 
