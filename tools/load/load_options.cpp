@@ -22,8 +22,10 @@ using tools::MisuseError;
 constexpr std::size_t kLongestJobName = 255;
 
 constexpr const char* kExamples = R"(Examples:
-  Load CSV with a header into the database whose connection string is the one line of shop.txt,
-  which only you can read; the table is made if it is not there:
+  Load CSV with a header into a file of SQLite; file and table are made if they are not there:
+    tallow-load --pipe \\.\pipe\orders --to sqlite:orders.db --table orders --header --create
+  The same into the database whose connection string is the one line of shop.txt, which only you
+  can read:
     tallow-load --pipe \\.\pipe\orders --to-file shop.txt --table orders --header --create
   The same with a data source, or another string without a password:
     tallow-load --pipe \\.\pipe\orders --to "DSN=shop" --table orders --header --create
@@ -33,8 +35,9 @@ constexpr const char* kExamples = R"(Examples:
     the same command with --restart
 
 Connection strings are, for example:
+    sqlite:C:\data\orders.db                            a file of SQLite, with nothing to install
     postgresql://loader@db/shop                         PostgreSQL by its own libpq.dll: the fastest
-    Driver={SQLite3};Database=orders.db                 any other by its ODBC driver
+    Driver={MariaDB Unicode};Server=db;Database=shop    any other by its ODBC driver
     Driver={PostgreSQL Unicode};Server=db;Database=shop;Uid=loader;Pwd=...
 
 The position of the load stands in the database, in the table tallow_checkpoint, and is committed
@@ -162,10 +165,9 @@ std::optional<ExitStatus> readCommandLine(const std::vector<std::string>& argume
                  "Name of the pipe, for example \\\\.\\pipe\\orders")
       ->required()
       ->option_text("NAME");
-  app.add_option(
-         "--to-file", toFile,
-         "File whose only line is the ODBC connection string (default: what the environment "
-         "variable TALLOW_TO holds)")
+  app.add_option("--to-file", toFile,
+                 "File whose only line is the connection string (default: what the environment "
+                 "variable TALLOW_TO holds)")
       ->option_text("FILE");
   app.add_option("--to", options.connection,
                  "The connection string itself; a password in it is seen by whoever lists the "
