@@ -18,6 +18,8 @@ class Cases:
     maxDiff = 2000
     # Whether a commit whose answer is lost ends the load, which a restart then goes on with.
     lost_answers_end_the_load = False
+    # Bytes that take a load of small blocks to its tenth block, and some more.
+    half_way = 6000
 
     def setUp(self):
         scratch = tempfile.TemporaryDirectory(prefix="tallow-load-")
@@ -220,11 +222,11 @@ class Cases:
         content = job.source.read_bytes()
         load = job.start()
         with harness.SlowFeed(job) as feed:
-            feed.send(content[:6000])
+            feed.send(content[: self.half_way])
             harness.wait_until(lambda: (job.record() or (0,))[0] == 10, "the last checkpoint")
 
             def finish():
-                feed.send(content[6000:])
+                feed.send(content[self.half_way :])
                 feed.end()
                 return harness.Outcome(load)
 

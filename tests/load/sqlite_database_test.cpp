@@ -179,7 +179,8 @@ TEST_F(SqliteDatabaseTest, SaysWhenARowIsThereAlready) {
 // The columns' types decide what a text becomes.
 TEST_F(SqliteDatabaseTest, ConvertsTextsAsTheColumnsTypesSay) {
   const auto rows = sinkFor("(i INTEGER, r REAL, n NUMERIC, x TEXT, b BLOB, none)");
-  const Texts kinds = {"1", "1.5", "1e3", "abc", "", "0x10", " 7 ", "5000000000"};
+  const Texts kinds = {"1",          "1.5", "1e3", "abc", "",    "0x10", " 7 ",
+                       "5000000000", "-12", "0",   "-0",  "007", "+5",   "-"};
   for (const auto& text : kinds) EXPECT_EQ(add(*rows, {text, text, text, text, text, text}), "");
   database_->commit();
   const std::string quoted =
@@ -193,7 +194,13 @@ TEST_F(SqliteDatabaseTest, ConvertsTextsAsTheColumnsTypesSay) {
                           Texts{"'0x10'", "'0x10'", "'0x10'", "'0x10'", "'0x10'", "'0x10'"},
                           Texts{"7", "7.0", "7", "' 7 '", "' 7 '", "' 7 '"},
                           Texts{"5000000000", "5000000000.0", "5000000000", "'5000000000'",
-                                "'5000000000'", "'5000000000'"}));
+                                "'5000000000'", "'5000000000'"},
+                          Texts{"-12", "-12.0", "-12", "'-12'", "'-12'", "'-12'"},
+                          Texts{"0", "0.0", "0", "'0'", "'0'", "'0'"},
+                          Texts{"0", "0.0", "0", "'-0'", "'-0'", "'-0'"},
+                          Texts{"7", "7.0", "7", "'007'", "'007'", "'007'"},
+                          Texts{"5", "5.0", "5", "'+5'", "'+5'", "'+5'"},
+                          Texts{"'-'", "'-'", "'-'", "'-'", "'-'", "'-'"}));
 }
 
 TEST_F(SqliteDatabaseTest, KeepsToTheTypesOfAStrictTable) {

@@ -33,14 +33,17 @@ class SqliteRows : public RowSink {
 
   void prepare();
   void bind(const Row& row);
+  int bind(int parameter, const Field& field);
   std::optional<Diagnostic> insert(std::uint64_t number);
   Diagnostic refusal(std::uint64_t number, std::int64_t changesBefore) const;
 
   SqliteConnection& connection_;
   std::string table_;  // as statements spell it
+  std::vector<std::string> columns_;
   std::string insertionSql_;
   std::optional<std::string> nullText_;
   SqliteStatement insertion_;
+  std::vector<char> isInteger_;  // by column: SQLite makes a whole number of a text that is one
   std::optional<Savepoint> savepoint_;
 };
 

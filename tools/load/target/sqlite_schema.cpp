@@ -54,6 +54,13 @@ bool sqliteHasTriggers(const SqliteConnection& connection, const std::string& sq
   return !textsFor(connection, query, name).empty();
 }
 
+std::vector<std::string> sqliteIntegerColumns(const SqliteConnection& connection,
+                                              const std::string& sqlName) {
+  return textsFor(connection,
+                  "SELECT name FROM pragma_table_xinfo(?1, ?2) WHERE instr(upper(type), 'INT') > 0",
+                  plainName(sqlName));
+}
+
 void requireSqliteTable(const SqliteConnection& connection, const TargetTable& table,
                         const std::vector<std::string>& columns) {
   const PlainName name = plainName(table.sqlName);
