@@ -16,23 +16,6 @@ bool needsQuotes(const std::string& argument) {
   return argument.empty() || !std::ranges::all_of(argument, isPlain);
 }
 
-// Quotes the argument by the rules by which the started program reads it.
-std::string inQuotes(const std::string& argument) {
-  std::string text = "\"";
-  std::size_t backslashes = 0;
-  for (const char c : argument) {
-    if (c == '\\') {
-      ++backslashes;
-    } else {
-      if (c == '"') text.append(backslashes + 1, '\\');
-      backslashes = 0;
-    }
-    text += c;
-  }
-  text.append(backslashes, '\\');
-  return text + "\"";
-}
-
 // For cmd each quote begins or ends a quoted part, whatever is before it, and cmd looks for
 // variables inside such a part too.
 bool misleadsCmd(const std::string& argument) {
@@ -51,9 +34,25 @@ std::string withCarets(const std::string& text) {
 
 }  // namespace
 
+std::string inDoubleQuotes(const std::string& argument) {
+  std::string text = "\"";
+  std::size_t backslashes = 0;
+  for (const char c : argument) {
+    if (c == '\\') {
+      ++backslashes;
+    } else {
+      if (c == '"') text.append(backslashes + 1, '\\');
+      backslashes = 0;
+    }
+    text += c;
+  }
+  text.append(backslashes, '\\');
+  return text + "\"";
+}
+
 std::string quotedArgument(const std::string& argument) {
   if (!needsQuotes(argument)) return argument;
-  const std::string text = inQuotes(argument);
+  const std::string text = inDoubleQuotes(argument);
   return misleadsCmd(argument) ? withCarets(text) : text;
 }
 

@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "common/formatting.hpp"
 #include "common/pipe_names.hpp"
 #include "common/program.hpp"
 #include "common/text.hpp"
@@ -16,6 +17,9 @@ namespace {
 using client::RequestFailed;
 
 constexpr const char* kModuleName = "tallow-host";
+constexpr std::chrono::milliseconds kLookAgain{100};
+// A process that was ended closes its pipe a moment before others see that it has ended.
+constexpr std::chrono::milliseconds kDeathPatience{1000};
 
 JobOutput outputOf(const JobPlan& plan) {
   if (plan.restart) {
@@ -60,6 +64,7 @@ JobEnd Job::run() {
   wait_.emplace(plan_.pipe, plan_.waitSeconds);
   instance_.emplace(open());
   counts_.blockSize = instance_->blockSize();
+  if (!plan_.writerCommand.empty()) writer_.emplace(plan_.writerCommand, plan_.pipe);
   start_ = deliveryStart_ = Clock::now();
   JobEnd end = JobEnd::kStopped;
   try {
@@ -71,7 +76,9 @@ JobEnd Job::run() {
     throw;
   }
   settle();
-  if (plan_.closeR) {
+  if (endTold_ && end == JobEnd::kStopped) {
+    instance_->abandon();
+  } else if (plan_.closeR) {
     instance_->closeR();
   } else {
     instance_->close();
@@ -138,6 +145,7 @@ bool Job::restart() {
     instance_->setPos(position);
   } catch (const RequestFailed& error) {
     if (interrupt_.requested()) return false;
+    if (isWriterToBlame()) requireWholeData();
     const bool passes = error.code() == pmrcFailed;
     throw RequestRefused(restartFailure(plan_, error), error, passes ? Cure::kTime : Cure::kMend);
   }
@@ -171,6 +179,7 @@ JobEnd Job::deliver() {
       rewind();
       continue;
     }
+    lastBlockIsShort_ = result.length < buffer.size();
     output_.write(std::span(buffer).first(result.length));
     counts_.readBytes += result.length;
     ++counts_.blocks;
@@ -178,8 +187,52 @@ JobEnd Job::deliver() {
     afterBlock();
   }
   endTold_ = true;
+  return endOfData();
+}
+
+// Only the data's own end is the job's: without it, nothing notes the job as done.
+JobEnd Job::endOfData() {
+  if (!waitForWriterToEnd()) return JobEnd::kStopped;
+  requireWholeData();
   finish();
   return JobEnd::kDone;
+}
+
+// False if it was stopped from outside.
+bool Job::waitForWriterToEnd() {
+  if (!writer_) return true;
+  if (writer_->hasReleasedModule() && interrupt_.requested()) return false;
+  progress_->waitFor("all data read, waiting for " + writer_->title() + " to end");
+  const Clock::time_point since = Clock::now();
+  while (!writer_->hasEnded(kLookAgain)) {
+    if (interrupt_.requested()) return false;
+    if (plan_.waitSeconds == 0 || Clock::now() - since < std::chrono::seconds(plan_.waitSeconds)) {
+      continue;
+    }
+    throw tools::ToolError(writer_->title() + " has closed the pipe but not ended within " +
+                               tools::formatCount(plan_.waitSeconds, "second") +
+                               ", so nobody knows whether its data is whole",
+                           tools::ExitStatus::kRestartable);
+  }
+  return true;
+}
+
+void Job::requireWholeData() {
+  if (writer_) {
+    const std::string fault = writer_->fault();
+    if (!fault.empty()) throw tools::ToolError(fault, tools::ExitStatus::kRestartable);
+  }
+  const std::uint64_t bytes = output_.length();
+  if (plan_.expectBytes == 0 || bytes == plan_.expectBytes) return;
+  throw tools::ToolError(
+      "the data ended after " + std::to_string(bytes) + " bytes, and " +
+          std::to_string(plan_.expectBytes) + " were expected",
+      bytes < plan_.expectBytes ? tools::ExitStatus::kRestartable : tools::ExitStatus::kMendFirst);
+}
+
+// Whether a restart was refused because the writer failed while it sent its data again.
+bool Job::isWriterToBlame() {
+  return writer_ && writer_->hasEnded(kDeathPatience) && !writer_->fault().empty();
 }
 
 void Job::afterBlock() {
@@ -190,6 +243,7 @@ void Job::afterBlock() {
     instance_->getPos();
     return;
   }
+  if (isPerhapsCutShort()) return;
   if (plan_.checkpointEvery == 0 || ++blocksSinceCheckpoint_ < plan_.checkpointEvery) return;
   if (rewindIsDue()) {
     rewind();
@@ -260,12 +314,30 @@ void Job::record(const Checkpoint& checkpoint, Finished finished) {
   counts_.recordedPosition = checkpoint.position;
 }
 
-Interrupt::Patience Job::patienceOf(std::uint64_t blocks) const {
-  return [this, blocks](Interrupt::Clock::duration taken) { return wait_->isOver(taken, blocks); };
+std::string Job::waitText() const {
+  if (!writer_ || !writer_->hasReleasedModule()) return wait_->text();
+  return writer_->title() + " has not opened " + plan_.pipe + " within " +
+         tools::formatCount(plan_.waitSeconds, "second");
+}
+
+Interrupt::Patience Job::patienceOf(std::uint64_t blocks) {
+  return [this, blocks](Interrupt::Clock::duration taken) {
+    const bool isOver = wait_->isOver(taken, blocks);
+    if (writer_ && (isOver || interrupt_.requested() || writer_->hasEnded())) {
+      writer_->releaseModule();
+    }
+    return isOver;
+  };
+}
+
+// A short block comes only at the end of the data, and another run's data may have more there. A
+// restart at such a block would be refused.
+bool Job::isPerhapsCutShort() const noexcept {
+  return plan_.restartPossible && lastBlockIsShort_;
 }
 
 JobEnd Job::stop() {
-  if (plan_.keepsState()) takeCheckpoint();
+  if (plan_.keepsState() && !isPerhapsCutShort()) takeCheckpoint();
   return JobEnd::kStopped;
 }
 

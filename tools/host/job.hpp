@@ -10,6 +10,7 @@
 
 #include "common/module.hpp"
 #include "common/progress.hpp"
+#include "common/writer_process.hpp"
 #include "common/writer_wait.hpp"
 #include "host/interrupt.hpp"
 #include "host/job_output.hpp"
@@ -67,7 +68,7 @@ class Job {
   // The output file that holds only the beginning of the data. Empty if there is none.
   std::string incompleteFile() const { return output_.incompleteFile(); }
   // The outcome of the wait for the writer, in one line without a full stop.
-  std::string waitText() const { return wait_->text(); }
+  std::string waitText() const;
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -91,9 +92,14 @@ class Job {
   void warnUnprotected(const std::string& fault);
   void record(const Checkpoint& checkpoint, Finished finished);
   JobEnd stop();
+  JobEnd endOfData();
+  bool waitForWriterToEnd();
+  void requireWholeData();
+  bool isWriterToBlame();
+  bool isPerhapsCutShort() const noexcept;
   void finish();
   void settle();
-  Interrupt::Patience patienceOf(std::uint64_t blocks) const;
+  Interrupt::Patience patienceOf(std::uint64_t blocks);
 
   const JobPlan& plan_;
   client::Module& module_;
@@ -102,6 +108,7 @@ class Job {
   JobCounts counts_;
   std::optional<tools::WriterWait> wait_;
   std::optional<client::Instance> instance_;
+  std::optional<tools::WriterProcess> writer_;
   std::optional<tools::Progress> progress_;
   std::optional<Checkpoint> lastCheckpoint_;
   std::uint64_t blocksSinceCheckpoint_ = 0;
@@ -110,7 +117,8 @@ class Job {
   bool started_ = false;
   bool warned_ = false;          // has warned that the fallback file does not protect the job
   bool confirmRestart_ = false;  // the block of the restart's position has not come again yet
-  bool endTold_ = false;         // Read has returned pmrcEOF
+  bool lastBlockIsShort_ = false;
+  bool endTold_ = false;  // Read has returned pmrcEOF
 };
 
 }  // namespace tallow::host

@@ -7,6 +7,7 @@
 
 #include "common/text.hpp"
 #include "common/tool_error.hpp"
+#include "common/writer_process.hpp"
 
 namespace tallow::host {
 namespace {
@@ -38,6 +39,10 @@ bool isPipeNameUtf8(const std::vector<Attribute>& attributes) {
     if (attribute.name == "CHARSET_NAME") charset = attribute.value;
   }
   return charset == "UTF8" || charset == "UTF16";
+}
+
+std::string writerCommand(const Settings& settings, const std::string& pipe) {
+  return settings.input.empty() ? settings.writer : tools::feedCommand(settings.input, pipe);
 }
 
 void refuseOneFileForTwo(const JobPlan& plan) {
@@ -185,6 +190,8 @@ void makePlan(JobPlan& plan, const Settings& settings) {
       plan.checkpointEvery = kUsualCheckpointDistance;
     }
   }
+  plan.writerCommand = writerCommand(settings, plan.pipe);
+  plan.expectBytes = settings.expectBytes;
   refuseOneFileForTwo(plan);
   settleFallbackFile(plan);
 }

@@ -30,6 +30,8 @@ struct JobPlan {
   std::string statePath;  // empty: none
   std::uint64_t checkpointEvery = 0;
   std::uint64_t rewindAfter = 0;
+  std::string writerCommand;      // empty: the writer is not ours
+  std::uint64_t expectBytes = 0;  // of the whole output; 0: any
   std::uint64_t waitSeconds = 0;  // that a block of data may take; 0: no limit
   bool closeR = false;
   bool restartPossible = false;  // a state is kept, and the options allow a restart

@@ -97,8 +97,16 @@ void printSummary(std::FILE* stream, const JobPlan& plan, const Outcome& outcome
 std::string restartCommand(const Settings& settings) {
   std::string command =
       "tallow-host --state " + tools::quotedArgument(settings.state) + " --restart";
+  const auto addText = [&command](const char* option, const std::string& text) {
+    if (!text.empty()) command += option + tools::quotedArgument(text);
+  };
+  addText(" --writer ", settings.writer);
+  addText(" --in ", settings.input);
+  if (settings.expectBytes != 0) {
+    command += " --expect-bytes " + std::to_string(settings.expectBytes);
+  }
   if (settings.wait != 0) command += " --wait " + std::to_string(settings.wait);
-  if (!settings.module.empty()) command += " --module " + tools::quotedArgument(settings.module);
+  addText(" --module ", settings.module);
   return command;
 }
 

@@ -1,6 +1,7 @@
 #include "host/settings.hpp"
 
 #include "common/program.hpp"
+#include "common/writer_process.hpp"
 #include "common/writer_wait.hpp"
 
 namespace tallow::host {
@@ -9,6 +10,10 @@ namespace {
 using tools::MisuseError;
 
 constexpr const char* kExamples = R"(Examples:
+  Load a file, with one command:
+    tallow-host --pipe \\.\pipe\orders --out orders.csv --in export.csv
+  Start the writer as well; its data is whole only if it ends with 0:
+    tallow-host --pipe \\.\pipe\orders --out orders.csv --writer "export --to {pipe}"
   Read a pipe to its end into a file, in blocks of 64 KB:
     tallow-host --pipe \\.\pipe\orders --out orders.csv --init "Block_size=65536"
   The same with a log (every option of the module is given in --init):
@@ -116,6 +121,12 @@ std::optional<tools::ExitStatus> readCommandLine(std::vector<std::string> argume
   app.add_option("--rewind", settings.rewindAfter,
                  "After so many checkpoints go back to the last one, once, for example 2")
       ->option_text("CHECKPOINTS")
+      ->check(CLI::Range(std::uint64_t{1}, std::uint64_t{1} << 62));
+  tools::addWriterOptions(app, settings.writer, settings.input);
+  app.add_option("--expect-bytes", settings.expectBytes,
+                 "Take the end of the data for the end only after so many bytes, for example "
+                 "60000000")
+      ->option_text("BYTES")
       ->check(CLI::Range(std::uint64_t{1}, std::uint64_t{1} << 62));
   tools::addWaitOption(app, settings.wait);
   app.add_flag("--close-r", settings.closeR, "End with CloseR, which never asks, instead of Close");

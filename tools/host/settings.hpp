@@ -21,6 +21,9 @@ struct Settings {
   std::string state;                  // empty: no state file
   std::uint64_t checkpointEvery = 0;  // blocks; 0: not given
   std::uint64_t rewindAfter = 0;      // checkpoints; 0: never
+  std::string writer;                 // command; empty: the writer is not ours
+  std::string input;                  // file for a writer of ours; empty: none
+  std::uint64_t expectBytes = 0;      // 0: not given
   std::uint64_t wait = 0;             // seconds; 0: no limit
   bool restart = false;
   bool startOver = false;
