@@ -10,15 +10,17 @@ namespace {
 
 // Bytes of a chunk. A small one costs a savepoint for few rows, and a large one many rows that are
 // sent again because of one.
-constexpr std::size_t kChunk = std::size_t{256} * 1024;
+constexpr std::size_t kChunk = std::size_t{512} * 1024;
 
-// After a refusal the rows behind it are sent in pieces, which begin at this part of the chunk and
-// double with each success. So many bad rows on end do not cost their square.
-constexpr std::size_t kFirstPart = 8;
+// Bytes that are collected before they are sent.
+constexpr std::size_t kPiece = std::size_t{16} * 1024;
 
-constexpr const char* kSavepoint = "SAVEPOINT tallow_rows;";
-constexpr const char* kRelease = "RELEASE SAVEPOINT tallow_rows;";
-constexpr const char* kGoBack = "ROLLBACK TO SAVEPOINT tallow_rows";
+// Bytes of a chunk that are collected before the answer to the chunk before is awaited.
+constexpr std::size_t kHeldBack = std::size_t{64} * 1024;
+
+constexpr const char* kFirst = "SAVEPOINT tallow_rows;";
+constexpr const char* kNext = "RELEASE SAVEPOINT tallow_rows;SAVEPOINT tallow_rows;";
+constexpr const char* kAgain = "ROLLBACK TO SAVEPOINT tallow_rows;";
 
 }  // namespace
 
@@ -52,29 +54,46 @@ CopyChunks::CopyChunks(PostgresSession& session, CopyTarget target,
     : session_(session),
       target_(std::move(target)),
       setAside_(std::move(setAside)),
-      collected_(nullText),
-      sent_(nullText) {}
+      current_(nullText),
+      sent_(nullText),
+      savepoint_(kFirst) {}
 
 std::optional<Diagnostic> CopyChunks::add(std::uint64_t /*number*/, const Row& row) {
-  collected_.add(row);
-  if (collected_.size() >= kChunk) exchange();
+  current_.add(row);
+  const std::size_t size = current_.text().size();
+  if (!isOpen_ && size >= kHeldBack) open();
+  if (isOpen_ && size - sentBytes_ >= kPiece) sendNew();
+  if (size >= kChunk) close();
   return std::nullopt;
 }
 
 void CopyChunks::flush() {
-  exchange();
+  if (current_.rows() > 0) close();
   finishSent();
-  // The transaction may end now, and its savepoints with it.
-  if (hasSavepoint_) session_.run(kRelease);
-  hasSavepoint_ = false;
+  // What is left of the savepoint ends with the transaction.
+  if (savepoint_ == kAgain) session_.run(kAgain);
+  savepoint_ = kFirst;
 }
 
-// Sends what was collected as soon as the server has done with the chunk before.
-void CopyChunks::exchange() {
+void CopyChunks::open() {
   finishSent();
-  if (collected_.rows() == 0) return;
-  std::swap(collected_, sent_);
-  send({0, sent_.rows()});
+  begin();
+  isOpen_ = true;
+  sentBytes_ = 0;
+}
+
+void CopyChunks::sendNew() {
+  session_.sendCopy(current_.text().substr(sentBytes_));
+  sentBytes_ = current_.text().size();
+}
+
+// Ends the chunk, and does not wait for what the server says to it.
+void CopyChunks::close() {
+  if (!isOpen_) open();
+  sendNew();
+  session_.closeCopy();
+  isOpen_ = false;
+  std::swap(current_, sent_);
 }
 
 void CopyChunks::finishSent() {
@@ -111,21 +130,25 @@ CopyChunks::Piece CopyChunks::nextPiece(std::size_t begin) const {
 // Undoes the piece and decides how the next ones are cut.
 void CopyChunks::learn(const Piece& piece, const CopyFailure& failure) {
   if (failure.error.fault() != Fault::kBadRow) throw failure.error;
-  session_.run(kGoBack);
   const std::optional<std::uint64_t> row = rowOfCopy(failure.context, target_.table);
+  savepoint_ = kAgain;
   suspect_.reset();
-  if (row && *row <= piece.rows()) {
-    suspect_ = piece.begin + *row - 1;
-    most_ = std::max<std::size_t>(std::min(most_, piece.rows()) / kFirstPart, 1);
-  } else {
-    most_ = std::max<std::size_t>(piece.rows() / 2, 1);
-  }
+  if (row && *row <= piece.rows()) suspect_ = piece.begin + *row - 1;
+  if (piece.rows() == 1) return;
+  // Many bad rows on end would cost their square if all rows behind each were sent again.
+  const bool isFirst = piece.rows() == sent_.rows();
+  if (!suspect_) most_ = piece.rows() / 2;
+  if (suspect_ && !isFirst) most_ = std::max<std::size_t>(most_ / 2, 1);
+}
+
+void CopyChunks::begin() {
+  session_.beginTransaction();
+  session_.beginCopy(savepoint_ + target_.statement);
+  savepoint_ = kNext;
 }
 
 void CopyChunks::send(const Piece& piece) {
-  session_.beginTransaction();
-  session_.beginCopy((hasSavepoint_ ? kRelease : "") + (kSavepoint + target_.statement));
-  hasSavepoint_ = true;
+  begin();
   session_.sendCopy(sent_.text(piece.begin, piece.end));
   session_.closeCopy();
 }

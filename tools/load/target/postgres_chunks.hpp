@@ -22,8 +22,8 @@ class RowChunk {
   void clear();
 
   std::size_t rows() const noexcept { return rows_.size(); }
-  // Bytes as they are sent.
-  std::size_t size() const noexcept { return text_.text().size(); }
+  std::string_view text() const noexcept { return text_.text(); }
+  // Of the rows from `begin` up to `end`.
   std::string_view text(std::size_t begin, std::size_t end) const;
   // A row without its fields.
   Row row(std::size_t index) const;
@@ -48,7 +48,8 @@ class RowChunk {
 // Sends rows in chunks with a savepoint and a COPY each, so that a refusal undoes one chunk and not
 // the transaction. That chunk is sent again in pieces, without the bad rows. A row is bad if the
 // server refuses it alone, after all rows before it: what the server says about the place of a
-// fault only decides where to cut. While the server works on one chunk, the next one is collected.
+// fault only decides where to cut. Rows are sent as they come. Only the first of a chunk wait for
+// what the server says to the chunk before.
 class CopyChunks : public RowSink {
  public:
   // The session must outlive it.
@@ -67,19 +68,25 @@ class CopyChunks : public RowSink {
     std::size_t rows() const noexcept { return end - begin; }
   };
 
-  void exchange();
+  void open();
+  void sendNew();
+  void close();
   void finishSent();
   void sendAgain(const CopyFailure& failure);
   Piece nextPiece(std::size_t begin) const;
   void learn(const Piece& piece, const CopyFailure& failure);
+  void begin();
   void send(const Piece& piece);
 
   PostgresSession& session_;
   CopyTarget target_;
   SetAside setAside_;
-  RowChunk collected_;
-  RowChunk sent_;  // the server has not answered yet
-  bool hasSavepoint_ = false;
+  RowChunk current_;
+  bool isOpen_ = false;        // its COPY has begun
+  std::size_t sentBytes_ = 0;  // of it
+  RowChunk sent_;              // the chunk before, if the server has not answered yet
+  // What makes or renews the savepoint before the next COPY.
+  const char* savepoint_;
 
   // While a chunk is sent again:
   std::optional<std::size_t> suspect_;  // the row that the server has named

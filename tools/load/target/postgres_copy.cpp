@@ -7,8 +7,8 @@
 namespace tallow::load {
 namespace {
 
-// Bytes that go to the library at once.
-constexpr std::size_t kPiece = std::size_t{64} * 1024;
+// Bytes that are collected for the library.
+constexpr std::size_t kPiece = std::size_t{16} * 1024;
 
 // A COPY has no more rows, because their numbers are kept.
 constexpr std::size_t kMostRows = std::size_t{1} << 20U;

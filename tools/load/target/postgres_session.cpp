@@ -2,7 +2,6 @@
 
 #include <array>
 #include <charconv>
-#include <climits>
 #include <cstdlib>
 #include <utility>
 
@@ -15,6 +14,10 @@ namespace {
 
 // A server that sends ever new notices does not fill the memory.
 constexpr std::size_t kMostNotices = 100;
+
+// Bytes that go to the library at once. With larger pieces, most of them wait for the socket: from
+// 64 KiB on, a load took 1.4 times as long under Wine.
+constexpr std::size_t kPiece = std::size_t{16} * 1024;
 
 // A connection that is gone has no SQLSTATE of the server.
 constexpr const char* kConnectionGone = "08006";
@@ -193,7 +196,7 @@ void PostgresSession::beginCopy(const std::string& sql) {
 
 void PostgresSession::sendCopy(std::string_view bytes) {
   while (!bytes.empty()) {
-    const std::string_view piece = bytes.substr(0, INT_MAX);
+    const std::string_view piece = bytes.substr(0, kPiece);
     const WatchedCall watched;
     if (library_.putCopyData(connection_.get(), piece.data(), static_cast<int>(piece.size())) !=
         1) {
