@@ -20,7 +20,7 @@ namespace pq = tallow::load::pq;
 using tallow::load::LibPq;
 
 constexpr std::size_t kBlock = std::size_t{1} << 20U;
-constexpr std::size_t kPiece = std::size_t{64} * 1024;
+constexpr std::size_t kPiece = std::size_t{16} * 1024;
 constexpr std::size_t kLongestRow = std::size_t{64} * 1024;
 
 class Load {
@@ -118,9 +118,8 @@ int run(const std::vector<std::string>& arguments) {
   std::vector<char> block(kBlock);
   load.run("BEGIN", pq::kCommandOk);
   load.run("COPY " + arguments[2] + " FROM STDIN", pq::kCopyIn);
-  std::size_t length = block.size();
-  while (length == block.size()) {
-    length = std::fread(block.data(), 1, block.size(), file.get());
+  while (std::feof(file.get()) == 0 && std::ferror(file.get()) == 0) {
+    const std::size_t length = std::fread(block.data(), 1, block.size(), file.get());
     csv.parse(&parser, block.data(), length, onField, onRow, &load);
   }
   load.finish();
