@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """The folders under src/ are floors: a file includes only from its own floor or a lower one, and the
-pure core never sees <windows.h>."""
+pure core never sees <windows.h>. The folders of tools/load are floors too."""
 import re
 import unittest
 
@@ -75,6 +75,55 @@ class Floors(unittest.TestCase):
                 self.assertNotIn("windows.h", [header.lower() for header in system],
                                  f"{path.relative_to(SOURCE)}, which {name} includes")
                 todo += [SOURCE / header for header in ours if (SOURCE / header).exists()]
+
+
+LOAD = ROOT / "tools" / "load"
+# What each floor of the loader may include from the others. A folder stands for all its files.
+LOAD_MAY = {
+    "rows": {"rows"},
+    "target": {"rows", "target"},
+    "job": {"rows", "job", "target/database.hpp", "target/fault.hpp", "target/target_table.hpp"},
+}
+
+
+def load_offence(floor, included):
+    """The reason why a file of that floor of the loader may not include this, or nothing."""
+    if not included.startswith("load/"):
+        return None
+    name = included.removeprefix("load/")
+    if name in LOAD_MAY[floor] or name.split("/")[0] in LOAD_MAY[floor]:
+        return None
+    return f"includes {included}"
+
+
+class LoaderFloors(unittest.TestCase):
+    def test_every_folder_is_a_floor(self):
+        self.assertEqual({path.name for path in LOAD.iterdir() if path.is_dir()}, set(LOAD_MAY))
+
+    def test_a_file_includes_only_what_its_floor_may_know(self):
+        found = []
+        for floor in LOAD_MAY:
+            paths = sorted(path for path in (LOAD / floor).iterdir() if path.suffix in (".cpp", ".hpp"))
+            self.assertGreater(len(paths), 5)
+            for path in paths:
+                for included in includes(path)[0]:
+                    if offence := load_offence(floor, included):
+                        found.append(f"{path.relative_to(LOAD)} {offence}")
+        self.assertEqual(found, [])
+
+    def test_the_rule_is_one(self):
+        for floor, included in (("job", "load/target/database.hpp"), ("target", "load/rows/bytes.hpp"),
+                                ("rows", "common/utf8.hpp")):
+            self.assertIsNone(load_offence(floor, included), f"{floor} -> {included}")
+        for floor, included in (("job", "load/target/odbc.hpp"), ("job", "load/target/way.hpp"),
+                                ("target", "load/job/protocol.hpp"), ("job", "load/command_line.hpp"),
+                                ("rows", "load/target/fault.hpp")):
+            self.assertIsNotNone(load_offence(floor, included), f"{floor} -> {included}")
+
+    def test_the_job_knows_no_dialect(self):
+        for path in sorted((LOAD / "job").iterdir()):
+            text = path.read_text(encoding="utf-8")
+            self.assertNotRegex(text, r"\bDialect\b|\bclassify\(|\bnative\b", path.name)
 
 
 if __name__ == "__main__":

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "config/options.hpp"
+
 namespace tallow::inspect {
 namespace {
 
@@ -14,7 +16,6 @@ using fallback::kNoBlock;
 using fallback::kSyncAreaOffset;
 using fallback::SyncPoints;
 
-constexpr std::uint32_t kLargestBlockSize = 0x1000000;
 // More data than a job can have: an exbibyte.
 constexpr std::uint64_t kMostData = std::uint64_t{1} << 60;
 // How many records' lengths are checked without the original data. More would show nothing new.
@@ -187,7 +188,7 @@ FileImage readFallbackFile(std::istream& stream, const Hints& hints) {
   file.syncPoints = points;
   // The file of a running job may have grown since its size was read.
   file.size = std::max(file.size, kDataStartOffset);
-  if (file.header->blockSize == 0 || file.header->blockSize > kLargestBlockSize) {
+  if (file.header->blockSize == 0 || file.header->blockSize > config::kLargestBlockSize) {
     return finding(file, FileState::kBadHeader,
                    "the header names a block size of " + std::to_string(file.header->blockSize) +
                        " bytes; no run takes it over");

@@ -1,6 +1,7 @@
 // tallow-load: loads a pipe's rows into a database table, each exactly once.
 #include <windows.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -13,8 +14,8 @@
 #include "common/formatting.hpp"
 #include "common/program.hpp"
 #include "common/progress.hpp"
+#include "load/command_line.hpp"
 #include "load/job/loader.hpp"
-#include "load/load_options.hpp"
 #include "load/secrets.hpp"
 #include "load/target/call_watch.hpp"
 #include "load/target/way.hpp"
@@ -128,6 +129,16 @@ void printEnding(const LoadOptions& options, const LoadReport& report, const End
   if (!command.empty()) printRestart(command);
 }
 
+// One statement may wait for a lock for half of the time in which the load tries again.
+Destination destinationOf(const LoadOptions& options) {
+  const std::chrono::milliseconds wait(options.retrySeconds * 500ULL);
+  return {options.connection,
+          std::clamp<std::chrono::milliseconds>(wait, std::chrono::seconds(1),
+                                                std::chrono::seconds(30)),
+          "tallow-load " + options.job + " " + options.settings.pipe, options.libpqFile,
+          [](const std::string& text) { tools::printError("the database notes: " + text); }};
+}
+
 // One run of the load, and how it ends: by itself, or because the writer or the database keeps it
 // waiting for too long. In that case a watching thread ends the process, because no other way is
 // certain to work, and the position of the load survives it.
@@ -138,7 +149,7 @@ class Run {
         mask_(options.connection),
         writer_({options.settings.pipe, options.waitSeconds},
                 [this](const std::string& text) { endProcess(text); }),
-        loader_(options, events(), writer_) {
+        loader_(options, wayTo(destinationOf(options)), events(), writer_) {
     // A database inside this process keeps its own time limits, and a second thread makes it
     // slower.
     if (isEmbedded(options.connection)) return;

@@ -1,10 +1,8 @@
 #include "load/job/block_reader.hpp"
 
-#include <cstdio>
 #include <filesystem>
 #include <utility>
 
-#include "common/init_string.hpp"
 #include "common/text.hpp"
 
 namespace tallow::load {
@@ -15,13 +13,6 @@ constexpr const char* kKeepFallbackFile = "PRESERVE_RESTART_INFO";
 std::filesystem::path modulePathOrDefault(const std::string& path) {
   return path.empty() ? client::Module::besideProgram()
                       : std::filesystem::path(tools::toWide(path));
-}
-
-// FNV-1a. Distinguishes jobs whose names differ only in characters that a file name cannot have.
-std::uint32_t hashOf(const std::string& text) {
-  std::uint32_t hash = 2166136261U;
-  for (const char c : text) hash = (hash ^ static_cast<unsigned char>(c)) * 16777619U;
-  return hash;
 }
 
 }  // namespace
@@ -108,24 +99,6 @@ void BlockReader::run(const std::function<void()>& work) {
 void BlockReader::waitForAhead() {
   ahead_ = false;  // even if it failed
   thread_->wait();
-}
-
-bool namesFallbackFile(const std::string& initString) {
-  return !tools::explainInitString(initString).effective.fallbackFile.empty();
-}
-
-std::string withFallbackFile(const std::string& initString, const std::string& job,
-                             const std::string& pipe) {
-  if (namesFallbackFile(initString)) return initString;
-  std::string name = "tallow-load-";
-  for (const char c : job.substr(0, 64)) {
-    const bool plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-                       c == '-' || c == '_';
-    name += plain ? c : '_';
-  }
-  std::array<char, 16> hash{};
-  std::snprintf(hash.data(), hash.size(), "-%08x", hashOf(job + "\n" + pipe));
-  return "Fallback_file=" + name + hash.data() + ".fbf " + initString;
 }
 
 }  // namespace tallow::load

@@ -76,13 +76,4 @@ class BlockReader {
   std::optional<WorkerThread> thread_;
 };
 
-// Whether the string itself names the file. Such a file may be another job's by now.
-bool namesFallbackFile(const std::string& initString);
-
-// The initialisation string with a Fallback_file for this job, unless it names one already. The
-// module finds a file that it named itself again only if its working directory is the file's
-// folder.
-std::string withFallbackFile(const std::string& initString, const std::string& job,
-                             const std::string& pipe);
-
 }  // namespace tallow::load

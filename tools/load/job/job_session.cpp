@@ -17,25 +17,22 @@ std::optional<JobRecord> JobSession::look() {
 
 // Adds 1 to the row's commit number and reads the row, both in the current transaction. Waits for
 // what an earlier connection still does to the row.
-std::optional<JobRecord> JobSession::claim() {
+std::optional<JobRecord> JobSession::claimRow() {
   if (!store_.claim()) return std::nullopt;
   return store_.read();
 }
 
 void JobSession::take(RunMode mode, const JobProgress& start) {
   const JobRecord fresh{settings_, start, 1};
-  std::optional<JobRecord> record = claim();
+  std::optional<JobRecord> record = claimRow();
   if (!record && mode != RunMode::kRestart) {
     if (store_.make(fresh)) {
-      takeIsInDoubt_ = true;
-      store_.commit();
-      takeIsInDoubt_ = false;
-      belief_ = {start, fresh.commitNumber, std::nullopt, 0};
+      commitTake(start, fresh.commitNumber);
       return;
     }
     // Another loader has made the row at the same moment.
     store_.rollback();
-    record = claim();
+    record = claimRow();
   }
   // The table has been checked before, so its rows do not matter here.
   const Beginning beginning = decideBeginning(mode, job_, record, settings_, 0);
@@ -54,16 +51,21 @@ void JobSession::take(RunMode mode, const JobProgress& start) {
     store_.write(*record);
     ++record->commitNumber;
   }
-  takeIsInDoubt_ = true;
+  commitTake(record->progress, record->commitNumber);
+}
+
+void JobSession::commitTake(const JobProgress& progress, std::uint64_t commitNumber) {
+  claim_ = Claim::kInDoubt;
   store_.commit();
-  takeIsInDoubt_ = false;
-  belief_ = {record->progress, record->commitNumber, std::nullopt, 0};
+  claim_ = Claim::kHeld;
+  belief_ = {progress, commitNumber, std::nullopt, 0};
 }
 
 void JobSession::withdraw() {
   store_.rollback();
   store_.remove(belief_.commitNumber);
   store_.commit();
+  claim_ = Claim::kWithdrawn;
 }
 
 void JobSession::commit(const JobProgress& progress) {
@@ -87,7 +89,7 @@ void JobSession::explainLoss(const std::optional<JobRecord>& row) const {
 AfterReconnection JobSession::reconnect() {
   store_.connect();
   ++belief_.unansweredClaims;
-  const std::optional<JobRecord> row = claim();
+  const std::optional<JobRecord> row = claimRow();
   if (!row) {
     store_.rollback();
     throw CommitsLost(job_);

@@ -30,6 +30,14 @@ class CommitsLost : public tools::ToolError {
                   tools::ExitStatus::kMendFirst) {}
 };
 
+// Whether this loader has the job.
+enum class Claim {
+  kNone,
+  kInDoubt,    // the commit that takes the job was sent but not answered
+  kHeld,       // unless another loader has taken it since
+  kWithdrawn,  // the job's row has been removed
+};
+
 class JobSession {
  public:
   // The store must outlive the session.
@@ -41,8 +49,8 @@ class JobSession {
   // is the progress of a job that begins. Throws ToolError with the reason if the job is refused
   // after all, because another loader was first.
   void take(RunMode mode, const JobProgress& start);
-  // Whether take() has sent its commit. If so, another attempt could find the row of this one.
-  bool takeIsInDoubt() const noexcept { return takeIsInDoubt_; }
+  // If it is in doubt, another attempt to take the job could find the row of this one.
+  Claim claim() const noexcept { return claim_; }
   // Removes the job's row if it is still this loader's and nothing was committed.
   void withdraw();
 
@@ -61,13 +69,14 @@ class JobSession {
   AfterReconnection reconnect();
 
  private:
-  std::optional<JobRecord> claim();
+  std::optional<JobRecord> claimRow();
+  void commitTake(const JobProgress& progress, std::uint64_t commitNumber);
   [[noreturn]] void explainLoss(const std::optional<JobRecord>& row) const;
 
   JobStore& store_;
   std::string job_;
   JobSettings settings_;
-  bool takeIsInDoubt_ = false;
+  Claim claim_ = Claim::kNone;
   Belief belief_;
 };
 

@@ -1,14 +1,9 @@
 #include "load/job/protocol.hpp"
 
-#include <algorithm>
+#include <utility>
 
 namespace tallow::load {
 namespace {
-
-using std::chrono::milliseconds;
-
-constexpr milliseconds kFirstPause{100};
-constexpr milliseconds kLongestPause{5000};
 
 Beginning refuse(std::string reason) {
   return {Beginning::Kind::kRefused, std::move(reason)};
@@ -75,18 +70,6 @@ AfterReconnection decideAfterReconnection(const Belief& belief, const JobRecord&
   // No loader lowers the number.
   return row.commitNumber <= belief.commitNumber ? AfterReconnection::kLostCommits
                                                  : AfterReconnection::kTaken;
-}
-
-std::optional<milliseconds> RetryBudget::nextPause() {
-  if (spent_ >= total_) return std::nullopt;
-  pause_ = pause_ == milliseconds{0} ? kFirstPause : std::min(pause_ * 2, kLongestPause);
-  const milliseconds pause = std::min(pause_, total_ - spent_);
-  spent_ += pause;
-  return pause;
-}
-
-void RetryBudget::renew() noexcept {
-  spent_ = pause_ = milliseconds{0};
 }
 
 }  // namespace tallow::load

@@ -59,8 +59,10 @@ class RowsRefused : public DatabaseError {
 };
 
 // Is told of a row that the database refused after add() had returned, with the transaction
-// unharmed. The row has no fields, only what it is in the data. May throw.
-using SetAside = std::function<void(const Row& row, const Diagnostic& reason)>;
+// unharmed. The number is that of add(). The row has no fields, only what it is in the data. May
+// throw.
+using SetAside =
+    std::function<void(std::uint64_t number, const Row& row, const Diagnostic& reason)>;
 
 // Puts rows into the open transaction. Values are copied, or sent, before add() returns.
 class RowSink {

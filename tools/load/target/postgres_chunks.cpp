@@ -24,10 +24,10 @@ constexpr const char* kAgain = "ROLLBACK TO SAVEPOINT tallow_rows;";
 
 }  // namespace
 
-void RowChunk::add(const Row& row) {
+void RowChunk::add(std::uint64_t number, const Row& row) {
   text_.add(row);
   raw_ += row.raw;
-  rows_.push_back({text_.text().size(), raw_.size(), row.line, row.offset});
+  rows_.push_back({text_.text().size(), raw_.size(), number, row.line, row.offset});
 }
 
 void RowChunk::clear() {
@@ -58,8 +58,8 @@ CopyChunks::CopyChunks(PostgresSession& session, CopyTarget target,
       sent_(nullText),
       savepoint_(kFirst) {}
 
-std::optional<Diagnostic> CopyChunks::add(std::uint64_t /*number*/, const Row& row) {
-  current_.add(row);
+std::optional<Diagnostic> CopyChunks::add(std::uint64_t number, const Row& row) {
+  current_.add(number, row);
   const std::size_t size = current_.text().size();
   if (!isOpen_ && size >= kHeldBack) open();
   if (isOpen_ && size - sentBytes_ >= kPiece) sendNew();
@@ -112,7 +112,7 @@ void CopyChunks::sendAgain(const CopyFailure& failure) {
     if (const std::optional<CopyFailure> again = session_.awaitCopy()) {
       learn(piece, *again);
       if (piece.rows() > 1) continue;
-      setAside_(sent_.row(piece.begin), again->error.diagnostic());
+      setAside_(sent_.number(piece.begin), sent_.row(piece.begin), again->error.diagnostic());
     } else {
       most_ = std::min(2 * most_, sent_.rows());
     }

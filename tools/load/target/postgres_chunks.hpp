@@ -18,7 +18,7 @@ class RowChunk {
  public:
   explicit RowChunk(std::optional<std::string> nullText) : text_(std::move(nullText)) {}
 
-  void add(const Row& row);
+  void add(std::uint64_t number, const Row& row);
   void clear();
 
   std::size_t rows() const noexcept { return rows_.size(); }
@@ -27,11 +27,14 @@ class RowChunk {
   std::string_view text(std::size_t begin, std::size_t end) const;
   // A row without its fields.
   Row row(std::size_t index) const;
+  // As it was given to add().
+  std::uint64_t number(std::size_t index) const { return rows_[index].number; }
 
  private:
   struct Place {
     std::size_t textEnd;
     std::size_t rawEnd;
+    std::uint64_t number;
     std::uint64_t line;
     std::uint64_t offset;
   };

@@ -1,4 +1,4 @@
-#include "load/load_options.hpp"
+#include "load/command_line.hpp"
 
 #include <algorithm>
 #include <filesystem>

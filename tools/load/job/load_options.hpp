@@ -1,12 +1,10 @@
-// The command line of tallow-load.
+// What a load is asked to do.
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <vector>
 
-#include "common/tool_error.hpp"
 #include "load/job/job_record.hpp"
 #include "load/job/protocol.hpp"
 
@@ -34,9 +32,5 @@ struct LoadOptions {
   std::string sameCommand;
   std::string restartCommand;
 };
-
-// Returns an exit status if there is nothing more to do. Throws MisuseError.
-std::optional<tools::ExitStatus> readCommandLine(const std::vector<std::string>& arguments,
-                                                 LoadOptions& options);
 
 }  // namespace tallow::load
