@@ -314,6 +314,32 @@ class Cases:
         self.assertEqual(outcome.status, 0, outcome)
         self.check_bad_rows(job, lines, rejects, {30})
 
+    def test_share_of_bad_rows(self):
+        # Of 60 rows; three are 5%.
+        for bad, limit, status in (({1, 2, 60}, "5%", 0), ({1, 2, 3}, "4.9%", 4)):
+            with self.subTest(limit=limit):
+                self.database = self.database_factory()
+                for leftover in self.folder.glob("rejects*"):
+                    leftover.unlink()
+                job, lines, rejects = self.bad_row_job(bad, "--max-rejects", limit)
+                outcome = job.run()
+                self.assertEqual(outcome.status, status, outcome)
+                if status != 0:
+                    self.assertIn(f"3 of 60 rows cannot be loaded, more than --max-rejects {limit}", outcome.err)
+                    # A restart comes to the same end.
+                    self.check_refused(job.run("--restart"), 4, "3 of 60 rows")
+                    job.options[job.options.index(limit)] = "3"
+                    outcome = job.run("--restart")
+                    self.assertEqual(outcome.status, 0, outcome)
+                self.check_bad_rows(job, lines, rejects, bad)
+
+    def test_share_of_bad_rows_stops_the_load_on_the_way(self):
+        job, lines, rejects = self.bad_row_job(set(range(1, 13)), "--max-rejects", "5%")
+        outcome = job.run()
+        self.assertEqual(outcome.status, 4, outcome)
+        self.assertIn("line 11 ", outcome.err)
+        self.check_refused(job.run("--restart"), 4, "line 11 ")
+
     def test_failure_while_the_writer_is_silent(self):
         content = b"1,a\n2\n" + b"".join(b"%d,note\n" % i for i in range(3, 90))
         job = self.job(self.data("in.csv", content), "--columns", "id,v", "--create", every=9)

@@ -58,6 +58,13 @@ char delimiterFrom(const std::string& text) {
   return text[0];
 }
 
+RejectLimit rejectLimitFrom(const std::string& text) {
+  if (const std::optional<RejectLimit> limit = RejectLimit::parse(text)) return *limit;
+  throw MisuseError("--max-rejects " + text +
+                    " is no limit; give a number of rows up to 1000000000, or a share from "
+                    "0.0001% to 100%");
+}
+
 std::vector<std::string> splitNames(const std::string& list) {
   std::vector<std::string> names;
   std::size_t begin = 0;
@@ -138,7 +145,7 @@ void checkAgainstEachOther(const LoadOptions& options, bool restart, bool startO
         "--create needs the columns; give --columns A,B,C, or --header if the data "
         "begins with their names");
   }
-  if (options.maxRejects > 0 && options.rejects.empty()) {
+  if (!options.maxRejects.isNone() && options.rejects.empty()) {
     throw MisuseError("--max-rejects needs a place for the rejected rows; name it with --rejects");
   }
   if (options.job.empty() || options.job.size() > kLongestJobName) {
@@ -154,6 +161,7 @@ std::optional<ExitStatus> readCommandLine(const std::vector<std::string>& argume
   std::string delimiter = ",";
   std::string nullText;
   std::string toFile;
+  std::string maxRejects = "0";
   bool restart = false;
   bool startOver = false;
 
@@ -201,10 +209,11 @@ std::optional<ExitStatus> readCommandLine(const std::vector<std::string>& argume
   app.add_option("--rejects", options.rejects,
                  "File for rows that cannot be loaded, as they came; FILE.reasons.csv says why")
       ->option_text("FILE");
-  app.add_option("--max-rejects", options.maxRejects,
-                 "Rejected rows to put up with before the load stops (default 0)")
-      ->check(CLI::Range(0, 1'000'000'000))
-      ->option_text("N");
+  app.add_option("--max-rejects", maxRejects,
+                 "Rejected rows to put up with before the load stops (default 0), or a share of "
+                 "the job's rows such as 1%, which lets ten through whatever the share while the "
+                 "load runs, but not at its end")
+      ->option_text("N|N%");
   app.add_option("--retry", options.retrySeconds,
                  "Seconds to go on trying when the database is out of reach or locked (default 60)")
       ->check(CLI::Range(0, 1'000'000))
@@ -231,6 +240,7 @@ std::optional<ExitStatus> readCommandLine(const std::vector<std::string>& argume
   tools::requirePipeName(options.settings.pipe);
   options.settings.delimiter = delimiterFrom(delimiter);
   if (null->count() > 0) options.settings.nullText = nullText;
+  options.maxRejects = rejectLimitFrom(maxRejects);
   if (!columns.empty()) options.columns = splitNames(columns);
   if (options.job.empty()) options.job = jobFromPipe(options.settings.pipe);
   if (restart) options.mode = RunMode::kRestart;

@@ -7,6 +7,7 @@
 
 #include "load/job/job_record.hpp"
 #include "load/job/protocol.hpp"
+#include "load/job/reject_limit.hpp"
 
 namespace tallow::load {
 
@@ -21,7 +22,7 @@ struct LoadOptions {
   std::uint64_t checkpointEvery = 16;  // blocks
   std::size_t batch = 0;               // rows in a statement; 0: as many as suit the columns
   std::string rejects;
-  std::uint64_t maxRejects = 0;
+  RejectLimit maxRejects;
   unsigned retrySeconds = 60;
   std::uint64_t waitSeconds = 0;  // that the writer may take for a block; 0: no limit
   RunMode mode = RunMode::kNew;

@@ -8,6 +8,7 @@
 #include "common/text.hpp"
 #include "load/job/running.hpp"
 #include "load/job/start.hpp"
+#include "load/rows/csv_library.hpp"
 #include "load/rows/row_parser.hpp"
 
 namespace tallow::load {
@@ -15,6 +16,12 @@ namespace tallow::load {
 using client::RequestFailed;
 using tools::ExitStatus;
 using tools::ToolError;
+
+Loader::Loader(const LoadOptions& options, DatabaseFactory makeConnection, LoadEvents events,
+               WriterWatch& writer)
+    : load_(options, std::move(makeConnection), std::move(events), writer) {
+  csvLibrary();  // Before anything is begun.
+}
 
 LoadReport Loader::report() const {
   LoadReport report = load_.report;

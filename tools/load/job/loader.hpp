@@ -2,7 +2,6 @@
 #pragma once
 
 #include <string>
-#include <utility>
 
 #include "common/tool_error.hpp"
 #include "load/job/load_parts.hpp"
@@ -11,9 +10,9 @@ namespace tallow::load {
 
 class Loader {
  public:
+  // Throws MisuseError if the library that parses CSV is missing.
   Loader(const LoadOptions& options, DatabaseFactory makeConnection, LoadEvents events,
-         WriterWatch& writer)
-      : load_(options, std::move(makeConnection), std::move(events), writer) {}
+         WriterWatch& writer);
 
   // Runs the load. Throws ToolError, whose status says whether a restart can continue it.
   void run();

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "common/formatting.hpp"
 #include "common/printable.hpp"
 #include "common/program.hpp"
 #include "load/job/bad_rows.hpp"
@@ -51,6 +52,7 @@ class RunningLoad {
   void step();
   std::optional<std::string_view> nextBlock();
   void finishData();
+  void requireFewRejects() const;
   void checkpoint(bool done);
   void warnOfLostFallbackFile();
 
@@ -58,8 +60,8 @@ class RunningLoad {
   void takeHeader(const Row& row);
   std::vector<std::string> columnsOfHeader(const Row& row);
   void useColumns(const std::vector<std::string>& columns);
-  void rejectNext(const Row& row, const Diagnostic& reason);
-  void reject(const Row& row, const Diagnostic& reason);
+  void rejectNext(std::uint64_t number, const Row& row, const Diagnostic& reason);
+  void reject(std::uint64_t number, const Row& row, const Diagnostic& reason);
   void tell() const;
 
   void goBack();
@@ -166,7 +168,19 @@ void RunningLoad::finishData() {
   if (progress_.header == Header::kDue) {
     abandon("the data is empty, without even the header; see why the writer sent nothing");
   }
+  if (sink_) sink_->flush();  // May find one more bad row.
+  requireFewRejects();
   checkpoint(true);
+}
+
+// With a share, the load has let rows through that may be too many for all of them.
+void RunningLoad::requireFewRejects() const {
+  const std::uint64_t seen = progress_.rows + progress_.rejects;
+  if (load_.options.maxRejects.allowsAtEnd(progress_.rejects, seen)) return;
+  throw ToolError(std::to_string(progress_.rejects) + " of " + tools::formatCount(seen, "row") +
+                  " cannot be loaded, more than --max-rejects " + load_.options.maxRejects.text() +
+                  "; " + Rejects::reasonsPath(load_.options.rejects) +
+                  " says why: repair them, or put up with more");
 }
 
 void RunningLoad::checkpoint(bool done) {
@@ -212,7 +226,7 @@ void RunningLoad::handle(const Row& row) {
     reason = known != nullptr ? *known : sink_->add(number, row);
   }
   if (reason) {
-    rejectNext(row, *reason);
+    rejectNext(number, row, *reason);
   } else {
     ++progress_.rows;
   }
@@ -256,10 +270,10 @@ void RunningLoad::useColumns(const std::vector<std::string>& columns) {
   progress_.columns = columns;
   parser_.setSingleColumn(columns.size() == 1);
   SetAside setAside;
-  if (load_.options.maxRejects > 0) {
-    setAside = [this](std::uint64_t /*number*/, const Row& row, const Diagnostic& reason) {
+  if (!load_.options.maxRejects.isNone()) {
+    setAside = [this](std::uint64_t number, const Row& row, const Diagnostic& reason) {
       --progress_.rows;
-      reject(row, reason);
+      reject(number, row, reason);
     };
   }
   sink_ = load_.store.database().openRows(*table_, columns, load_.options.settings.nullText,
@@ -267,17 +281,19 @@ void RunningLoad::useColumns(const std::vector<std::string>& columns) {
 }
 
 // Rejects the row that has been read last. One that comes before it may be found bad first.
-void RunningLoad::rejectNext(const Row& row, const Diagnostic& reason) {
-  if (progress_.rejects >= load_.options.maxRejects) {
-    sink_->flush();
-  } else {
+void RunningLoad::rejectNext(std::uint64_t number, const Row& row, const Diagnostic& reason) {
+  if (load_.options.maxRejects.allows(progress_.rejects + 1, number)) {
     sink_->settle();
+  } else {
+    sink_->flush();
   }
-  reject(row, reason);
+  reject(number, row, reason);
 }
 
-void RunningLoad::reject(const Row& row, const Diagnostic& reason) {
-  if (progress_.rejects >= load_.options.maxRejects) {
+// `number` is the row's, counted from the start of the job: only that decides whether there are too
+// many.
+void RunningLoad::reject(std::uint64_t number, const Row& row, const Diagnostic& reason) {
+  if (!load_.options.maxRejects.allows(progress_.rejects + 1, number)) {
     throw ToolError("line " + std::to_string(row.line) + " (byte " + std::to_string(row.offset) +
                     ") cannot be loaded: " + describe(reason) + ": \"" + excerpt(row.raw) +
                     "\"; repair it, or set bad rows aside with --rejects FILE --max-rejects N");
