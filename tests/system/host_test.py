@@ -874,8 +874,8 @@ class Explanations(ToolTest):
         self.assertEnded(outcome, 0)
         for words in ("Examples:", "--pipe", "--out", "--init", "--attribute", "--module", "--json",
                       "--checkpoint-every", "--state", "--restart", "--new", "--rewind",
-                      "--close-r", "--explain", "--writer", "--in FILE", "--expect-bytes",
-                      "Exit status"):
+                      "--close-r", "--explain", "--writer", "--in FILE", "--expect-bytes", "--resume",
+                      "--attempts", "Exit status"):
             self.assertIn(words, outcome.text)
 
     def test_knows_its_version(self):

@@ -171,14 +171,17 @@ class Writers(WriterTest):
     def test_stops_by_ctrl_c_with_its_writer(self):
         for end, length in (("stall", 25_000), ("hang", 25_000), ("absent", 0)):
             with self.subTest(end):
-                host = self.host(*STATE, "--new", *self.writer(length, end))
+                host = self.host(*STATE, *self.writer(length, end))
                 self.wait_for_length("out", length)
                 wait_until(lambda: self.exists("job.json"), "the state")
                 host.interrupt()
                 self.assertNotDone(host.outcome(), "stopped by Ctrl-C")
                 self.assertEqual(running([self.pipe, "dying_writer", end]), [])
                 self.assertWhole(self.restart(*self.writer(60_500, "exit", 0)))
+                # The next wait must see its own run's state, which comes after the writer's start:
+                # while a thread is being made, Wine can't take Ctrl-C.
                 os.remove(self.folder / "out")
+                os.remove(self.folder / "job.json")
 
     def test_takes_the_writer_along_when_it_is_killed(self):
         host = self.host(*STATE, *self.writer(25_000, "stall"))
@@ -205,6 +208,89 @@ class Writers(WriterTest):
                     outcome = self.restart(*self.writer(chance.randint(0, 60_499), "kill"))
                 self.assertEnded(outcome, 3)
                 self.assertWhole(self.restart(*self.writer(60_500, "exit", 0)))
+
+
+class Resumes(WriterTest):
+    def resume(self, *arguments):
+        return self.host(*STATE, "--resume", *arguments).outcome()
+
+    def test_needs_one_command_line_for_every_run(self):
+        outcome = self.resume(*self.writer(35_500, "kill"))
+        self.assertEnded(outcome, 3)
+        self.assertIn("starts a new job, kept in job.json", outcome.err)
+        outcome = self.resume(*self.writer(60_500, "exit", 0))
+        self.assertWhole(outcome)
+        self.assertIn("goes on with the job in job.json", outcome.err)
+        self.assertIn("restarted from block 30", outcome.text)
+        before = self.read("out"), self.read("job.json")
+        outcome = self.resume(*self.writer(0, "kill"))
+        self.assertEnded(outcome, 0)
+        self.assertEqual((outcome.err, outcome.text),
+                         ("", "the job in job.json is done already: nothing to restart\n"))
+        self.assertEqual((self.read("out"), self.read("job.json")), before)
+
+    def test_touches_nothing_of_another_job(self):
+        self.resume(*self.writer(35_500, "kill"))
+        before = self.read("out"), self.read("job.json")
+        for arguments in (["--out", "other"], ["--pipe", self.pipe + "x"]):
+            with self.subTest(arguments):
+                outcome = self.run_tool("tallow-host", "--state", "job.json", "--resume",
+                                        *arguments)
+                self.assertEnded(outcome, 2)
+                self.assertIn("leave " + arguments[0], outcome.err)
+                self.assertEqual((self.read("out"), self.read("job.json")), before)
+                self.assertFalse(self.exists("other"))
+
+    def test_reaches_the_exact_file_whenever_the_writer_is_killed(self):
+        seed = random.randrange(2**32)
+        chance = random.Random(seed)
+        with self.subTest(seed=seed):
+            for _ in range(5):
+                outcome = self.resume(*self.writer(chance.randint(0, 60_499), "kill"))
+                self.assertEnded(outcome, 3)
+            self.assertWhole(self.resume(*self.writer(60_500, "exit", 0)))
+
+    def test_tries_again_by_itself(self):
+        # The second of the two, which stands in a file of its own, sends everything.
+        self.write("writer.cmd", f"@if exist tried goto whole\r\n@echo x>tried\r\n"
+                   f"@{DYING} %1 data 35500 exit 5\r\n@exit /b 5\r\n"
+                   f":whole\r\n@{DYING} %1 data 60500 exit 0\r\n")
+        outcome = self.resume("--attempts", 3, "--writer", "cmd /c writer.cmd {pipe}")
+        self.assertWhole(outcome)
+        self.assertIn("attempt 1 of 3 failed; the next begins in 1 second", outcome.err)
+        self.assertNotIn("attempt 2", outcome.err)
+
+    def test_gives_up_after_the_last_attempt(self):
+        outcome = self.resume("--attempts", 2, *self.writer(35_500, "kill"))
+        self.assertEnded(outcome, 3)
+        self.assertEqual(outcome.err.count("ended with status 77"), 2)
+        self.assertNotIn("attempt 2 of 2 failed", outcome.err)
+        self.assertIn("go on with: tallow-host --state job.json --restart", outcome.error_lines[-1])
+
+    def test_tries_again_when_no_writer_has_come(self):
+        outcome = self.resume("--attempts", 2, "--wait", 1)
+        self.assertEnded(outcome, 3)
+        self.assertEqual(outcome.err.count("no writer has come"), 2)
+
+    def test_does_not_try_again_what_a_person_must_mend_or_has_stopped(self):
+        outcome = self.resume("--attempts", 3, "--writer", "no-such-program")
+        self.assertEnded(outcome, 2)
+        self.assertNotIn("attempt", outcome.err)
+        host = self.host(*STATE, "--resume", "--attempts", 3, *self.writer(25_000, "stall"))
+        self.wait_for_length("out", 25_000)
+        host.interrupt()
+        outcome = host.outcome()
+        self.assertEnded(outcome, 3)
+        self.assertNotIn("attempt", outcome.err)
+
+    def test_refuses_what_cannot_be_meant(self):
+        for arguments, word in ((["--restart"], "--resume"), (["--attempts", 0], "--attempts"),
+                                (["--attempts", 2, "--in", "-"], "standard input")):
+            with self.subTest(arguments):
+                self.assertFault(self.resume(*arguments), 2, word)
+        self.assertFault(self.host("--resume").outcome(), 2, "--state")
+        self.assertFault(self.host("--attempts", 2).outcome(), 2, "--resume")
+        self.assertEnded(self.run_tool("tallow-host", "--state", "job.json", "--resume"), 2)
 
 
 class ExpectedBytes(WriterTest):

@@ -130,6 +130,14 @@ std::string feedCommand(const std::string& inputFile, const std::string& pipe) {
          " --in=" + inDoubleQuotes(inputFile);
 }
 
+bool releaseModule(const std::string& pipe) {
+  const std::wstring name = toWide(pipe);
+  if (!WaitNamedPipeW(name.c_str(), 1)) return false;
+  const UniqueFileHandle ourEnd(
+      CreateFileW(name.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+  return ourEnd.get() != INVALID_HANDLE_VALUE;
+}
+
 WriterProcess::WriterProcess(const std::string& command, std::string pipe)
     : pipe_(std::move(pipe)),
       name_(nameOf(command)),
@@ -230,20 +238,12 @@ void WriterProcess::end() noexcept {
   }
 }
 
-void WriterProcess::releaseModule() {
-  const std::wstring pipe = toWide(pipe_);
-  if (!WaitNamedPipeW(pipe.c_str(), 1)) return;
-  const UniqueFileHandle ourEnd(
-      CreateFileW(pipe.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-  if (ourEnd.get() != INVALID_HANDLE_VALUE) released_ = true;
-}
-
-std::string WriterProcess::fault() const {
+std::string WriterProcess::fault(bool neverCame) const {
   DWORD status = 0;
   GetExitCodeProcess(process_.get(), &status);
-  if (status == 0 && !released_) return {};
+  if (status == 0 && !neverCame) return {};
   std::string text = title() + " ended with status " + std::to_string(status);
-  if (released_) text += " and has not opened " + pipe_;
+  if (neverCame) text += " and has not opened " + pipe_;
   const std::lock_guard lock(mutex_);
   if (!lastLine_.empty()) text += ", having said \"" + lastLine_ + "\"";
   return text + "; its data is not whole";

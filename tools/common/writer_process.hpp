@@ -22,6 +22,11 @@ void addWriterOptions(CLI::App& app, std::string& command, std::string& inputFil
 // The command that sends the file ("-": standard input) with the tallow-feed beside the program.
 std::string feedCommand(const std::string& inputFile, const std::string& pipe);
 
+// While nobody has opened the pipe, the module waits for that, and nothing can interrupt it. This
+// opens the pipe and closes it again, so that the module sees an end without data. Returns false
+// and does nothing if somebody has opened it.
+bool releaseModule(const std::string& pipe);
+
 // Starts the writer, passes on what it says, and knows how it ended. The writer and all that it
 // starts are in a job object, so they end with this program, however that ends; if the system gives
 // no job object, only the writer itself is ended, by the destructor.
@@ -42,16 +47,9 @@ class WriterProcess {
   // Whether it has ended within the time. If so, all that it has said has been passed on.
   bool hasEnded(std::chrono::milliseconds patience = {});
 
-  // While nobody has opened the pipe, the module waits for that, and nothing can interrupt it. This
-  // opens the pipe and closes it again, so that the module sees an end without data. Does nothing
-  // if somebody has opened it.
-  void releaseModule();
-  // Whether releaseModule() has done so: the end of the data is not the writer's then.
-  bool hasReleasedModule() const noexcept { return released_; }
-
   // Why the data is not whole, in one line without a full stop. Empty if it is. The writer must
-  // have ended.
-  std::string fault() const;
+  // have ended. `neverCame`: it has not opened the pipe.
+  std::string fault(bool neverCame) const;
   // "the writer NAME"
   std::string title() const { return "the writer " + name_; }
 
@@ -71,7 +69,6 @@ class WriterProcess {
   std::uint64_t linesLeftOut_ = 0;
   std::string lastLine_;
   mutable std::mutex mutex_;  // guards the last line
-  bool released_ = false;
   std::thread listener_;
 };
 

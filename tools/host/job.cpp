@@ -200,8 +200,8 @@ JobEnd Job::endOfData() {
 
 // False if it was stopped from outside.
 bool Job::waitForWriterToEnd() {
+  if (released_ && interrupt_.requested()) return false;
   if (!writer_) return true;
-  if (writer_->hasReleasedModule() && interrupt_.requested()) return false;
   progress_->waitFor("all data read, waiting for " + writer_->title() + " to end");
   const Clock::time_point since = Clock::now();
   while (!writer_->hasEnded(kLookAgain)) {
@@ -219,7 +219,7 @@ bool Job::waitForWriterToEnd() {
 
 void Job::requireWholeData() {
   if (writer_) {
-    const std::string fault = writer_->fault();
+    const std::string fault = writer_->fault(released_);
     if (!fault.empty()) throw tools::ToolError(fault, tools::ExitStatus::kRestartable);
   }
   const std::uint64_t bytes = output_.length();
@@ -232,7 +232,7 @@ void Job::requireWholeData() {
 
 // Whether a restart was refused because the writer failed while it sent its data again.
 bool Job::isWriterToBlame() {
-  return writer_ && writer_->hasEnded(kDeathPatience) && !writer_->fault().empty();
+  return writer_ && writer_->hasEnded(kDeathPatience) && !writer_->fault(released_).empty();
 }
 
 void Job::afterBlock() {
@@ -315,16 +315,18 @@ void Job::record(const Checkpoint& checkpoint, Finished finished) {
 }
 
 std::string Job::waitText() const {
-  if (!writer_ || !writer_->hasReleasedModule()) return wait_->text();
-  return writer_->title() + " has not opened " + plan_.pipe + " within " +
-         tools::formatCount(plan_.waitSeconds, "second");
+  if (!released_) return wait_->text();
+  return (writer_ ? writer_->title() + " has not opened " : "no writer has come to ") + plan_.pipe +
+         " within " + tools::formatCount(plan_.waitSeconds, "second");
 }
 
 Interrupt::Patience Job::patienceOf(std::uint64_t blocks) {
   return [this, blocks](Interrupt::Clock::duration taken) {
     const bool isOver = wait_->isOver(taken, blocks);
-    if (writer_ && (isOver || interrupt_.requested() || writer_->hasEnded())) {
-      writer_->releaseModule();
+    const bool mustEnd = isOver || interrupt_.requested() || (writer_ && writer_->hasEnded());
+    // Otherwise the process would have to end.
+    if (mustEnd && (writer_ || plan_.mayTryAgain) && tools::releaseModule(plan_.pipe)) {
+      released_ = true;
     }
     return isOver;
   };

@@ -1,6 +1,7 @@
 // One run of a job: from Open to Close.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <optional>
@@ -118,7 +119,8 @@ class Job {
   bool warned_ = false;          // has warned that the fallback file does not protect the job
   bool confirmRestart_ = false;  // the block of the restart's position has not come again yet
   bool lastBlockIsShort_ = false;
-  bool endTold_ = false;  // Read has returned pmrcEOF
+  std::atomic<bool> released_ = false;  // the end of the data comes from releaseModule()
+  bool endTold_ = false;                // Read has returned pmrcEOF
 };
 
 }  // namespace tallow::host

@@ -61,6 +61,7 @@ class JobRun {
       outcome_.counts = job_->counts();
       outcome_.status = ExitStatus::kDone;
     } else {
+      outcome_.isStoppedByUser = interrupt_->reason() == EndReason::kCtrlC;
       fail(endText(interrupt_->reason()), Cure::kTime);
     }
   }

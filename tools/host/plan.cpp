@@ -52,6 +52,13 @@ void refuseOneFileForTwo(const JobPlan& plan) {
   throw MisuseError("--state and --out name the same file; give each its own");
 }
 
+// With --resume only the state file says whether they are needed.
+void requireNamesOfNewJob(const Settings& settings) {
+  if (settings.pipe && settings.output) return;
+  throw MisuseError("there is no state file " + settings.state +
+                    ", and a new job needs --pipe and --out");
+}
+
 void refuseFreshRunOverState(const Settings& settings) {
   if (settings.state.empty() || settings.startOver || !stateExists(settings.state)) return;
   throw MisuseError(settings.state +
@@ -182,6 +189,7 @@ void makePlan(JobPlan& plan, const Settings& settings) {
     takeUpState(plan, settings);
   } else {
     refuseFreshRunOverState(settings);
+    requireNamesOfNewJob(settings);
     plan.pipe = *settings.pipe;
     plan.output = fullPath(*settings.output);
     plan.userInit = settings.init.value_or("");
@@ -192,6 +200,7 @@ void makePlan(JobPlan& plan, const Settings& settings) {
   }
   plan.writerCommand = writerCommand(settings, plan.pipe);
   plan.expectBytes = settings.expectBytes;
+  plan.mayTryAgain = settings.attempts > 1;
   refuseOneFileForTwo(plan);
   settleFallbackFile(plan);
 }

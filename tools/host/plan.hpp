@@ -32,6 +32,7 @@ struct JobPlan {
   std::uint64_t rewindAfter = 0;
   std::string writerCommand;      // empty: the writer is not ours
   std::uint64_t expectBytes = 0;  // of the whole output; 0: any
+  bool mayTryAgain = false;       // this process may run the job several times
   std::uint64_t waitSeconds = 0;  // that a block of data may take; 0: no limit
   bool closeR = false;
   bool restartPossible = false;  // a state is kept, and the options allow a restart

@@ -15,6 +15,7 @@ namespace tallow::host {
 
 struct Outcome {
   tools::ExitStatus status = tools::ExitStatus::kFailed;
+  bool isStoppedByUser = false;  // Ctrl-C
   std::optional<client::Identity> module;
   JobCounts counts;
   std::string error;                             // one line in UTF-8; empty if nothing went wrong

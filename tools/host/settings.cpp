@@ -24,6 +24,8 @@ constexpr const char* kExamples = R"(Examples:
     tallow-host --state orders.json --restart
   Go back to the second checkpoint once, and read on from the fallback file:
     tallow-host --pipe \\.\pipe\orders --out orders.csv --checkpoint-every 10 --rewind 2
+  One command line for every run: starts the job, goes on with it, or does nothing when it is done:
+    tallow-host --pipe \\.\pipe\orders --out orders.csv --in export.csv --state orders.json --resume
   Ask what an initialisation string does, without running anything:
     tallow-host --explain "Block_size=65536 nfb=no"
   Set attributes of the module:
@@ -57,15 +59,24 @@ void requireNames(const Settings& settings) {
 
 void requireTogether(const Settings& settings) {
   if (settings.explain) return;
-  const bool needsState = settings.restart || settings.startOver;
+  const bool needsState = settings.restart || settings.resume || settings.startOver;
   if (needsState && settings.state.empty()) {
     throw MisuseError(
-        "--restart and --new say what to do about a state file; name it with --state");
+        "--restart, --resume and --new say what to do about a state file; name it with --state");
+  }
+  if (settings.resume && (settings.restart || settings.startOver)) {
+    throw MisuseError("--resume decides by itself; leave --restart and --new out");
+  }
+  if (settings.attempts > 1 && !settings.resume) {
+    throw MisuseError("--attempts tries again where the state file says; add --resume");
+  }
+  if (settings.attempts > 1 && settings.input == "-") {
+    throw MisuseError("standard input can be sent only once; name a file with --in");
   }
   if (settings.restart && settings.startOver) {
     throw MisuseError("--restart goes on with a job and --new starts it over; choose one");
   }
-  if (!settings.restart && (!settings.pipe || !settings.output)) {
+  if (!settings.restart && !settings.resume && (!settings.pipe || !settings.output)) {
     throw MisuseError(std::string(settings.pipe ? "--out" : "--pipe") +
                       " is required; see tallow-host --help");
   }
@@ -117,6 +128,14 @@ std::optional<tools::ExitStatus> readCommandLine(std::vector<std::string> argume
           ""));
   app.add_flag("--restart", settings.restart,
                "Go on from the state file; everything that is not given again is taken from it");
+  app.add_flag("--resume", settings.resume,
+               "Start the job, go on with it, or do nothing if it is done, whatever the state file "
+               "says: one command line for every run");
+  app.add_option("--attempts", settings.attempts,
+                 "With --resume: try so many times while the status is 3, with pauses of 1, 2, 4 "
+                 "and at most 60 seconds, for example 10 (default 1)")
+      ->option_text("NUMBER")
+      ->check(CLI::Range(1, 1'000'000));
   app.add_flag("--new", settings.startOver, "Start over although a state file is there");
   app.add_option("--rewind", settings.rewindAfter,
                  "After so many checkpoints go back to the last one, once, for example 2")

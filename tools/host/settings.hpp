@@ -25,7 +25,9 @@ struct Settings {
   std::string input;                  // file for a writer of ours; empty: none
   std::uint64_t expectBytes = 0;      // 0: not given
   std::uint64_t wait = 0;             // seconds; 0: no limit
+  std::uint64_t attempts = 1;
   bool restart = false;
+  bool resume = false;
   bool startOver = false;
   bool closeR = false;
   bool json = false;
