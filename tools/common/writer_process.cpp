@@ -91,8 +91,9 @@ class InheritedHandles {
     memory_.resize(size);
     if (!InitializeProcThreadAttributeList(get(), 1, 0, &size)) return;
     isMade_ = true;
-    UpdateProcThreadAttribute(get(), 0, PROC_THREAD_ATTRIBUTE_HANDLE_LIST, handles_.data(),
-                              handles_.size() * sizeof(HANDLE), nullptr, nullptr);
+    UpdateProcThreadAttribute(get(), 0, PROC_THREAD_ATTRIBUTE_HANDLE_LIST,
+                              static_cast<void*>(handles_.data()), handles_.size() * sizeof(HANDLE),
+                              nullptr, nullptr);
   }
   ~InheritedHandles() {
     if (isMade_) DeleteProcThreadAttributeList(get());
