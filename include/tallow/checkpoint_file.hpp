@@ -19,8 +19,9 @@ namespace tallow {
 // can write to it: a second host of the same job fails here. Throws SystemError.
 class OutputFile {
  public:
-  // Opens or creates the file and cuts it to `length` bytes, behind which write() goes on. `path`
-  // is UTF-16. A file that is shorter is not the one that the job wrote: ERROR_HANDLE_EOF.
+  // Opens the file, or creates it, and cuts it to `length` bytes. The first write() appends there.
+  // `path` is UTF-16. Throws SystemError; its code is ERROR_HANDLE_EOF if the file is shorter than
+  // `length`, because then it is not the file that the job wrote.
   OutputFile(std::wstring path, std::uint64_t length)
       : path_(std::move(path)),
         handle_(CreateFileW(path_.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
@@ -38,6 +39,7 @@ class OutputFile {
   OutputFile& operator=(const OutputFile&) = delete;
   ~OutputFile() { CloseHandle(handle_); }
 
+  // Appends the bytes. The system may still hold them in memory: flush() puts them on the disk.
   void write(std::string_view bytes) {
     constexpr std::size_t kMost = std::size_t{1} << 30;
     while (!bytes.empty()) {
@@ -52,10 +54,10 @@ class OutputFile {
     }
   }
 
-  // Bytes written, those of earlier runs among them.
+  // The length of the file in bytes, with what earlier runs have written.
   std::uint64_t length() const noexcept { return length_; }
 
-  // Returns when everything is on the disk.
+  // Forces what was written to the disk, and returns when it is there.
   void flush() {
     if (!FlushFileBuffers(handle_)) fail("cannot write", GetLastError());
   }
@@ -96,16 +98,19 @@ class OutputFile {
 //   }
 //   job.finish(input, progress, flush);
 //
-// `progress` is how far the output is, counted as the host likes, and `flush` a function that
-// returns when the output is on the disk up to there; it is called at checkpoints alone. Throws
-// SystemError and Error. After any exception let the Instance go: its fallback file stays, and the
-// next run goes on.
+// `progress` says how far the output is, in a unit that the host chooses, such as bytes of a file
+// or rows of a table. `flush` is a function without arguments that returns when the output is on
+// the disk up to there; it is called at checkpoints and by finish(), and nowhere else. Throws
+// SystemError if the note cannot be read or written, Error if the module refuses a request, and
+// whatever `flush` throws. After any exception destroy the Instance: its fallback file stays, and
+// the next run continues from the last checkpoint.
 class CheckpointFile {
  public:
-  // Reads FOLDER\NAME.note, if it is there. Both texts are UTF-16; the folder exists. A checkpoint
-  // is taken every `everyBlocks` blocks, at least 1. A note that says that the job is done stays
-  // until the host deletes it; a fallback file that a death between this note and Close has left is
-  // deleted here.
+  // Reads FOLDER\NAME.note, if it is there. Both texts are UTF-16, and the folder must exist. A
+  // checkpoint is taken every `everyBlocks` blocks; the number must not be 0. If the note says that
+  // the job is done, deletes the fallback file that a host has left which died between this note
+  // and Close. The note itself stays until the host deletes it. Throws SystemError; its code is
+  // ERROR_FILE_CORRUPT if the file is not a note.
   CheckpointFile(const std::wstring& folder, std::wstring name, std::uint64_t everyBlocks = 64)
       : folder_(withoutEnd(folder)), name_(std::move(name)), everyBlocks_(everyBlocks) {
     if (const auto text = load()) {
@@ -116,34 +121,41 @@ class CheckpointFile {
     if (note_.done) DeleteFileW(fallbackFile().c_str());
   }
 
+  // True if an earlier run has finished the job.
   bool done() const noexcept { return note_.done; }
-  // Where the output is to be taken back to before the job goes on; 0 for a new job.
+  // The progress that the last checkpoint recorded, in the host's unit; 0 for a new job. Take the
+  // output back to it before the first block is read.
   std::uint64_t progress() const noexcept { return note_.progress; }
   std::wstring noteFile() const { return folder_ + L"\\" + name_ + L".note"; }
   std::wstring fallbackFile() const { return folder_ + L"\\" + name_ + L".fbf"; }
-  // False if the module could not make or keep its fallback file: the job is right, but it cannot
-  // be restarted. To be asked after a checkpoint.
+  // Whether the fallback file is there. Ask after a checkpoint: if it is false then, the module
+  // could not create or write the file. The job continues correctly, but cannot be restarted.
   bool hasFallbackFile() const {
     return GetFileAttributesW(fallbackFile().c_str()) != INVALID_FILE_ATTRIBUTES;
   }
 
-  // The options that name the fallback file, for the end of the initialisation string.
+  // The options that name the fallback file, with a blank before them, in UTF-16. Append them to
+  // the initialisation string.
   std::wstring options() const {
     const bool isRoot = !folder_.empty() && folder_.back() == L':';
     return L" Fallback_Directory=\"" + folder_ + (isRoot ? L"\\" : L"") + L"\" Fallback_file=\"" +
            name_ + L".fbf\"";
   }
 
-  // Right behind Open. Goes back to the last checkpoint; without one does nothing.
+  // Call it directly after Open, before the first read. Sends SetPos with the position of the last
+  // checkpoint, and returns when the writer has sent the data up to there again. Does nothing if
+  // there is no checkpoint. Throws Error if the module refuses the position.
   void resume(Instance& input) {
     if (note_.position == 0) return;
     input.setPos(note_.position);
-    // Once more when the block has come again: otherwise two deaths in a row between a checkpoint
-    // and its note would leave two positions in the file that nobody has noted.
+    // The first block takes a checkpoint again: otherwise two deaths in a row between a checkpoint
+    // and its note would leave two positions in the file that are in no note.
     blocksLeft_ = 1;
   }
 
-  // Between the read of a block and its use.
+  // Call it after each block is read and before the block goes to the output. `progress` is that of
+  // the output without this block. If a checkpoint is due, sends GetPos, calls `flush` and writes
+  // the note, in this order; otherwise does nothing. Throws Error and SystemError.
   template <class Flush>
   void beforeBlock(Instance& input, std::uint64_t progress, Flush flush) {
     if (blocksLeft_ == 0) blocksLeft_ = everyBlocks_;
@@ -153,7 +165,9 @@ class CheckpointFile {
     save({position, progress, false});
   }
 
-  // Behind the end of the data. Notes it, then closes, which deletes the fallback file.
+  // Call it after read() has returned nothing. Calls `flush`, writes the note that the job is done,
+  // and sends Close, which deletes the fallback file. `progress` is that of the whole output.
+  // Throws Error and SystemError.
   template <class Flush>
   void finish(Instance& input, std::uint64_t progress, Flush flush) {
     flush();

@@ -1,4 +1,4 @@
-// What a host is told when the module does not carry out a request.
+// The exception that a host gets when the module does not carry out a request.
 #pragma once
 
 #include <tallow/tallow.h>
@@ -56,8 +56,8 @@ class Error : public std::runtime_error {
   std::uint32_t request() const noexcept { return request_; }  // pmiPIDMOpt…
   std::uint32_t code() const noexcept { return code_; }        // pmrc…
   const char* name() const noexcept { return tallow_code_name(code_); }
-  // The module's own text, or that of tallow_code_text for a code that comes without one. No line
-  // break at its end.
+  // The module's own text; for a code that comes without one, the text of tallow_code_text. It has
+  // no line break at its end.
   const std::string& text() const noexcept { return text_; }
 
  private:

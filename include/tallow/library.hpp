@@ -18,16 +18,17 @@ struct Version {
   std::string version;
 };
 
-// Owns tallowin.dll: the destructor sends Shut and unloads it, which ends every Module and
-// Instance; so it outlives them. The thread that makes it must send all requests, and no second
-// Library may exist beside it in the process.
+// Owns tallowin.dll. The destructor sends Shut and unloads the DLL, after which no Module and no
+// Instance may be used: destroy them first. Create it in the thread that will send all requests.
+// A process may have only one Library at a time.
 class Library {
  public:
   // tallowin.dll in the folder of the running program.
   Library() : Library(besideProgram()) {}
-  // `path` of the DLL, UTF-16. A name without a folder is one in the working directory: the
-  // system's search would find a stranger's file. Throws SystemError; if no language library can be
-  // loaded, only after a person has closed the module's message box.
+  // `path` of the DLL, UTF-16. A name without a folder means a file in the working directory; the
+  // system's search path is not used, since it could find somebody else's file. Throws SystemError
+  // if the DLL cannot be loaded. If that is for want of a language library, the module first shows
+  // a message box and waits until a person closes it.
   explicit Library(const std::wstring& path) : handle_(load(path)) {
     const FARPROC symbol = GetProcAddress(handle_, "PIDMMain");
     if (symbol == nullptr) {
@@ -47,10 +48,10 @@ class Library {
     FreeLibrary(handle_);
   }
 
-  // Never null.
+  // The function that takes the requests; never null. Valid as long as the Library.
   TallowPIDMMain entry() const noexcept { return entry_; }
 
-  // The module itself, then its parts. Throws Error.
+  // Name and version of the module, then those of its parts. Throws Error.
   std::vector<Version> versions() const {
     TallowIdBlock block{};
     send(entry_, pmiPIDMOptID, &block);

@@ -54,8 +54,9 @@ class Module {
   Module(const Module&) = delete;
   Module& operator=(const Module&) = delete;
 
-  // May be sent until Close. Throws Error for an attribute that does not exist, std::length_error
-  // for a text that is too long.
+  // Sends the attribute. It may be set at any time until the pipe is closed. Throws Error if there
+  // is no such attribute, std::length_error if the name has more than 258 bytes or the value more
+  // than 255.
   void setAttribute(const std::string& name, const std::string& value) {
     putAttribute(name, value);
     if (name == "PRESERVE_RESTART_INFO") keepsFiles_ = value;
@@ -110,15 +111,16 @@ class Instance {
   // Bytes of the largest block.
   std::uint32_t blockSize() const noexcept { return blockSize_; }
 
-  // The next block, in a buffer that lives until the next read; nothing at the end of the data.
-  // Waits for the writer.
+  // Waits for the writer and returns the next block. The bytes stay valid until the next read or
+  // until the Instance is destroyed. Returns nothing at the end of the data.
   std::optional<std::string_view> read() {
     buffer_.resize(blockSize_);
     const std::optional<std::uint32_t> length = read(buffer_.data(), buffer_.size());
     if (!length) return std::nullopt;
     return std::string_view(buffer_.data(), *length);
   }
-  // The same into the host's buffer, of blockSize() bytes at least; the bytes that were read.
+  // The same into the host's buffer of `size` bytes. Returns the number of bytes read. Throws
+  // std::length_error if the buffer is smaller than blockSize().
   std::optional<std::uint32_t> read(void* buffer, std::size_t size) {
     if (size < blockSize_) throw std::length_error("the buffer is smaller than a block");
     TallowReadBlock block{};
@@ -132,7 +134,8 @@ class Instance {
     return length;
   }
 
-  // Takes a checkpoint; the number of the last block delivered.
+  // Takes a checkpoint and returns its position: the number of the last block delivered, 0 before
+  // the first.
   std::uint64_t getPos() {
     TallowPositionBlock block{};
     block.instanceHandle = handle_;
@@ -141,8 +144,9 @@ class Instance {
     std::memcpy(&position, block.position, sizeof position);
     return position;
   }
-  // The next read delivers the block `position` again. After a new load it waits until the writer
-  // has sent all data up to there.
+  // Goes back to a position that getPos() has returned: the next read delivers the block of that
+  // number again. In a new process it returns when the writer has sent all data up to there again.
+  // Throws Error if the module cannot go back to it.
   void setPos(std::uint64_t position) {
     TallowPositionBlock block{};
     block.instanceHandle = handle_;
@@ -151,11 +155,12 @@ class Instance {
     send(module_->entry_, pmiPIDMOptSetPos, &block);
   }
 
-  // Closes the pipe. Behind the end of the data the module deletes the fallback file, so the host
-  // has noted by now that its job is done. Does nothing if the pipe is closed already.
+  // Closes the pipe. After the end of the data the module deletes the fallback file here, so record
+  // before the call that the job is done. Does nothing if the pipe is closed already.
   void close() { sendClose(pmiPIDMOptClose); }
 
-  // Closes the pipe and keeps the fallback file in any case: for a job whose writer died.
+  // Closes the pipe and keeps the fallback file in any case: for a job whose writer died. Does
+  // nothing if the pipe is closed already.
   void closeAndKeep() {
     if (handle_ == nullptr) return;
     // Before the end of the data the module keeps it anyway.

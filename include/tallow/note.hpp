@@ -1,4 +1,4 @@
-// What a host notes at a checkpoint, and how that stands in a file.
+// What a host records at a checkpoint, and the text of the file that keeps it.
 #pragma once
 
 #include <cstdint>
@@ -8,15 +8,16 @@
 
 namespace tallow {
 
-// How far a job is.
+// How far a job has come.
 struct Note {
   std::uint64_t position = 0;  // the block that comes again at a restart; 0: load from the start
-  // How far the host's own output was before that block (once the data has ended: behind all of
-  // it), as the host counts it: bytes of a file, rows of a table.
+  // How far the host's own output was before that block, in the host's unit, such as bytes of a
+  // file or rows of a table. If done is true, how far the whole output is.
   std::uint64_t progress = 0;
   bool done = false;  // the data has ended, and all of it is in the output
 };
 
+// The note as text: four lines of ASCII, less than 256 bytes.
 inline std::string noteText(const Note& note) {
   return "tallow note 1\nposition " + std::to_string(note.position) + "\nprogress " +
          std::to_string(note.progress) + "\ndone " + (note.done ? "1" : "0") + "\n";
@@ -41,7 +42,7 @@ inline std::optional<std::uint64_t> takeNumber(std::string_view& text, std::stri
 
 }  // namespace detail
 
-// Nothing if the text is not a note.
+// Reads a text that noteText has made. Nothing if the text is not a note.
 inline std::optional<Note> readNote(std::string_view text) {
   constexpr std::string_view kHead = "tallow note 1\n";
   if (text.substr(0, kHead.size()) != kHead) return std::nullopt;

@@ -19,7 +19,7 @@ inline std::string encode(const std::wstring& text, UINT codePage, DWORD flags, 
   return encoded;
 }
 
-// As much of it as the code page has: for messages.
+// The text in the code page of the process, for messages. Characters that it lacks are replaced.
 inline std::string forMessage(const std::wstring& text) {
   return encode(text, CP_ACP, 0, nullptr);
 }
@@ -53,7 +53,8 @@ class SystemError : public std::runtime_error {
 // character: another one in its place would name another file or pipe.
 inline std::string narrow(const std::wstring& text) {
   BOOL replaced = FALSE;
-  // A process may have UTF-8 as its code page, which takes neither the flag nor the question.
+  // A process may have UTF-8 as its code page. The conversion then allows neither the flag nor the
+  // question whether a character was replaced.
   const bool isUtf8 = GetACP() == CP_UTF8;
   const std::string encoded =
       detail::encode(text, CP_ACP, isUtf8 ? 0 : WC_NO_BEST_FIT_CHARS, isUtf8 ? nullptr : &replaced);
@@ -64,8 +65,8 @@ inline std::string narrow(const std::wstring& text) {
   return encoded;
 }
 
-// UTF-16 in UTF-8: for the name of a pipe that the code page lacks. Set the attribute CHARSET_NAME
-// to UTF8 before Open, then.
+// UTF-16 in UTF-8: for a pipe's name with characters that the code page lacks. The attribute
+// CHARSET_NAME must then be set to UTF8 before Open.
 inline std::string utf8(const std::wstring& text) {
   return detail::encode(text, CP_UTF8, 0, nullptr);
 }

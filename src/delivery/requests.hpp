@@ -16,15 +16,15 @@ namespace tallow::delivery {
 [[nodiscard]] std::uint32_t read(Job& job, TallowReadBlock& block);
 
 // A checkpoint: returns the number of the last delivered block, creates the fallback file if there
-// is none, and writes a sync point. If the file fails, the job continues without one; only message
-// 104 is raised. Return code 16 if the stream is lost.
+// is none, and writes a sync point. If the file fails, the job continues without one; only
+// kFallbackTellFailed is raised. Return code 16 if the stream is lost.
 [[nodiscard]] std::uint32_t getPos(Job& job, TallowPositionBlock& block);
 
 // Goes back to a checkpoint: within the run by replaying the fallback file, after a new load by
 // dropping the re-sent data up to the position and checking its signature. Return code 16 if the
-// data differs or the stream cannot be continued. Raises message 32 with return code 32 if the
-// position cannot be reached, messages 23, 34, 52 and 75, and what reading the pipe and the file
-// raises.
+// data differs or the stream cannot be continued. Raises kBadPosition with return code 32
+// if the position cannot be reached; kBadPositionLength, kFailedWithoutText (no position),
+// kNoFallbackFile, kFallbackFileUnusable, and what reading the pipe and the file raises.
 [[nodiscard]] std::uint32_t setPos(Job& job, const TallowPositionBlock& block);
 
 }  // namespace tallow::delivery

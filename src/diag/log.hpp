@@ -37,8 +37,8 @@ inline bool logEnabled(LogLevel level) noexcept {
 // written: 0 if the level is off, the text repeats the last one or the file cannot be written.
 int log(LogLevel level, MessageId id, const char* format, ...) noexcept TALLOW_PRINTF(3, 4);
 
-// Returns the previous level. Takes 0 to 6; any other value changes nothing and is logged as
-// message 74.
+// Returns the previous level. Takes 0 to 6; any other value changes nothing and is logged with
+// kBadLogLevelSet.
 int setLogLevel(int level);
 
 // Chooses the log file: in the given directory (null or empty: none), else in that of NPLOGDIR,

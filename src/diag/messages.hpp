@@ -82,7 +82,7 @@ void logMessage(LogLevel level, Arguments... arguments) noexcept {
 }
 
 // The system's description of a GetLastError number, which messages quote, with its line break at
-// the end. Raises message 49 with that number if the system has none.
+// the end. Raises kNoSystemErrorText with that number if the system has none.
 std::string systemErrorText(unsigned long error);
 
 // The same for the calling thread's last error.

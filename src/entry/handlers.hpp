@@ -12,14 +12,16 @@ namespace tallow::entry {
 // option parser sets. There is no handle unless the return code is 0.
 void init(TallowRequestBlock& request, TallowInitBlock& block);
 
-// Opens a pipe and prepares its fallback file. Return code 13 for an invalid mode; raises messages
-// 6, 13, 44, 73 and what opening the pipe raises.
+// Opens a pipe and prepares its fallback file. Return code 13 for an invalid mode; raises
+// kRequestNotSupported, kBadOpenMode, kEmptyPipeName, kOneInputOnly and what opening the pipe
+// raises.
 void open(ModuleRecord& module, TallowRequestBlock& request, TallowOpenBlock& block);
 
 // Ends an instance. The pipe and the file are closed even if the teardown raises a failure.
 void close(ModuleInstance& instance, fallback::CloseKind kind);
 
-// Names and versions of the module. Raises messages 39 to 42.
+// Names and versions of the module. Raises kModuleNameNotFound,
+// kVersionSizeNotFound, kVersionNotReadable and kVersionBlockNotFound.
 void identify(TallowIdBlock& block);
 
 // Any of the four attribute requests. Return code 33 if module is null or the name is unknown.

@@ -60,8 +60,8 @@ class FallbackFile {
   // Gives up the restart from the file that was taken over: empties its pair of sync points.
   void dropRecovery();
 
-  // Makes sure that the file exists, if it can, and has the sync point of the block. Raises message
-  // 103 if the stream cannot report its position.
+  // Makes sure that the file exists, if it can, and has the sync point of the block. Raises
+  // kFallbackTellFailed if the stream cannot report its position.
   void checkpoint(std::uint64_t blockNo, const Md5Context& running);
 
   // The sync point of a block; null if there is none.
@@ -76,13 +76,13 @@ class FallbackFile {
   // area. A failure is reported in the log only.
   bool append(const Block& block, Place place);
 
-  // Goes to the record of a block. Raises message 52 if that fails.
+  // Goes to the record of a block. Raises kFallbackFileUnusable if that fails.
   void beginReplay(std::uint64_t blockNo);
 
   // Reads the record of the next block to be replayed into buffer, which holds a whole block, and
   // returns the block's length. Nothing if there is no file or the record is incomplete or invalid;
-  // the stream is then at the record's start. Raises message 103 or 104 if the stream cannot be
-  // positioned.
+  // the stream is then at the record's start. Raises kFallbackTellFailed if the stream cannot
+  // report its position, and kFallbackSeekFailed if it cannot go to the record.
   std::optional<std::uint32_t> readBlock(std::uint64_t blockNo, void* buffer);
 
   // If the block is the last one, goes to where the next one will be appended and returns true.
@@ -91,12 +91,13 @@ class FallbackFile {
   // The restart from a file that was taken over.
 
   // Makes sure that the file has a length where a restart looks up that of the block. Only whether
-  // it has one matters: the pipe read fills whole blocks whatever the length is. Raises messages
-  // 75, 103 and 104. Does nothing with full blocks.
+  // it has one matters: the pipe read fills whole blocks whatever the length is. Raises
+  // kFallbackTellFailed, kFallbackSeekFailed and, if there is no length, kFallbackLengthUnreadable.
+  // Does nothing with full blocks.
   void lookUpLength(std::uint64_t blockNo);
 
-  // The restart is refused because the re-sent data differs: goes to the sync area. Raises message
-  // 52 with return code 16 if that fails.
+  // The restart is refused because the re-sent data differs: goes to the sync area. Raises
+  // kFallbackFileUnusable with return code 16 if that fails.
   void refuseRestart();
 
   // The restart is accepted: the next block that is appended becomes the first one.

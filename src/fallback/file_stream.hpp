@@ -26,8 +26,8 @@ class FileStream {
 
   // Positions are bytes from the start.
   std::int64_t tell() noexcept;                     // -1 on failure
-  std::uint64_t tellOrRaise();                      // raises message 103
-  void seekOrRaise(std::uint64_t offset);           // raises message 104
+  std::uint64_t tellOrRaise();                      // raises kFallbackTellFailed
+  void seekOrRaise(std::uint64_t offset);           // raises kFallbackSeekFailed
   bool seekOrClose(std::uint64_t offset) noexcept;  // false if there is no stream, then or now
   void seekToEnd() noexcept;                        // a failure is ignored
 

@@ -35,8 +35,9 @@ struct PipeInput {
 };
 
 // Connects to the pipe as its reading client if it exists, else creates its inbound server end.
-// Makes one attempt and does not wait: the reads wait for a writer. Raises message 89 (a
-// directory), 45 (not a pipe name, or the system refused) or 8 with return code 8 (already open).
+// Makes one attempt and does not wait: the reads wait for a writer. Raises
+// kPipeNameIsDirectory, kPipeNotOpened (not a pipe name, or the system refused) or
+// kPipeAlreadyOpen with return code 8.
 void openPipe(PipeInput& pipe, const config::OptionsRecord& options, const std::string& name);
 
 // A system error text, cut as the messages of this folder show it.

@@ -17,11 +17,11 @@ struct PipeRead {
 };
 
 // Both reads put the bytes at the beginning of buffer, which holds options.blockSize bytes, and
-// count them in bytesRead, which is correct even if they raise a failure. Both raise message 76 if
-// the pipe is not open. blockNo is only for the log.
+// count them in bytesRead, which is correct even if they raise a failure. Both raise
+// kPipeNotOpen if the pipe is not open. blockNo is only for the log.
 
-// Reads until the block is full or the data ends, waiting as long as it takes. Raises message 61
-// when the system refuses to read.
+// Reads until the block is full or the data ends, waiting as long as it takes. Raises
+// kPipeReadFailed when the system refuses to read.
 PipeRead readFullBlock(PipeInput& pipe, const config::OptionsRecord& options, void* buffer,
                        std::uint32_t& bytesRead, std::uint64_t blockNo);
 

@@ -78,7 +78,7 @@ std::string table() {
         F(initString))
 #undef F
 #define F(name) FIELD(TallowOpenBlock, name)
-  BLOCK(TallowOpenBlock, "Open; at least up to the NUL behind the name", F(hostHeader),
+  BLOCK(TallowOpenBlock, "Open; at least up to the NUL after the name", F(hostHeader),
         F(moduleHandle), F(openMode), F(zero), F(blockSize), F(instanceHandle), F(pipeNameLength),
         F(pipeName))
 #undef F

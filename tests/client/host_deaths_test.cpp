@@ -16,7 +16,7 @@ namespace tallow::test {
 namespace {
 
 constexpr std::size_t kBlock = 512;
-// Two checkpoints and some blocks behind the second.
+// Two checkpoints and some blocks after the second.
 constexpr std::size_t kBytes = (2 * 64 + 5) * kBlock + 100;
 constexpr unsigned kKilled = 137;
 constexpr unsigned long kNever = 0;

@@ -79,7 +79,7 @@ std::optional<Span> urlPassword(std::string_view text) {
   return Span{colon + 1, at};
 }
 
-// Whether the text is an address with a scheme, alone or behind --to=.
+// Whether the text is an address with a scheme, alone or after --to=.
 bool isUrl(std::string_view text) {
   constexpr std::string_view kOption = "--to=";
   if (text.starts_with(kOption)) text.remove_prefix(kOption.size());

@@ -64,7 +64,7 @@ void CopyText::add(const Row& row) {
   buffer_[used_ - 1] = '\n';
 }
 
-// Copies the value first and looks for special bytes in the copy, behind which there is room.
+// Copies the value first and looks for special bytes in the copy, after which there is room.
 void CopyText::addValue(std::string_view value) {
   char* target = buffer_.data() + used_;
   copyShort(target, value.data(), value.size());

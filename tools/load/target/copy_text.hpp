@@ -11,7 +11,7 @@
 
 namespace tallow::load {
 
-// Collects rows in the text format of COPY: a tab between values, LF behind each row, \N for null.
+// Collects rows in the text format of COPY: a tab between values, LF after each row, \N for null.
 // A backslash marks a backslash, tab, LF or CR inside a value. Each row is one line.
 class CopyText {
  public:

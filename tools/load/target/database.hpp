@@ -58,7 +58,7 @@ class RowsRefused : public DatabaseError {
   std::vector<std::uint64_t> rows_;
 };
 
-// Is told of a row that the database refused after add() had returned, with the transaction
+// Called with a row that the database refused after add() had returned, with the transaction
 // unharmed. The number is that of add(). The row has no fields, only what it is in the data. May
 // throw.
 using SetAside =

@@ -16,7 +16,7 @@ struct PostgresDestination {
   std::string
       clientName;  // the application name, if neither the address nor the environment has one
   std::chrono::milliseconds longestWait{30000};  // of a statement, for a lock
-  // Is told of what the server notes, each text once.
+  // Called with each text that the server sends as a notice, once for each.
   std::function<void(const std::string& text)> onNotice;
 };
 

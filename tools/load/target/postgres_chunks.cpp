@@ -135,7 +135,7 @@ void CopyChunks::learn(const Piece& piece, const CopyFailure& failure) {
   suspect_.reset();
   if (row && *row <= piece.rows()) suspect_ = piece.begin + *row - 1;
   if (piece.rows() == 1) return;
-  // Many bad rows on end would cost their square if all rows behind each were sent again.
+  // With n bad rows one after the other, sending all rows after each again would send about n * n.
   const bool isFirst = piece.rows() == sent_.rows();
   if (!suspect_) most_ = piece.rows() / 2;
   if (suspect_ && !isFirst) most_ = std::max<std::size_t>(most_ / 2, 1);

@@ -62,7 +62,7 @@ std::vector<const char*> PostgresSession::defaults(const std::string& address) c
   return list;
 }
 
-// What comes before the address is overruled by it, and what comes behind it overrules it.
+// What comes before the address is overruled by it, and what comes after it overrules it.
 void PostgresSession::connect(const std::string& address, const std::string& clientName) {
   std::vector<const char*> list = defaults(address);
   list.insert(list.end(), {"fallback_application_name", clientName.c_str(), "dbname",

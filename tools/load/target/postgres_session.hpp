@@ -16,7 +16,7 @@
 
 namespace tallow::load {
 
-// Is told of what the server notes, each text once.
+// Called with each text that the server sends as a notice, once for each.
 using NoticeHandler = std::function<void(const std::string& text)>;
 
 // Why a COPY ended without its rows.

@@ -17,7 +17,7 @@ struct Destination {
   std::chrono::milliseconds longestWait{30000};
   std::string clientName;  // by which the server's list of connections shows the load
   std::string libpqFile;   // PostgreSQL's client library; empty if nobody has named one
-  // Is told of what the server notes, each text once. May be empty.
+  // Called with each text that the server sends as a notice, once for each. May be empty.
   std::function<void(const std::string& text)> onNotice;
 };
 
