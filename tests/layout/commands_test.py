@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Every command that a person may call is in the table of CONTRIBUTING.md, and the table is right."""
+"""The tables of CONTRIBUTING.md: every command that a person may call and every folder of tests is in
+them, and what they name is there."""
 import os
 import re
 import unittest
@@ -15,6 +16,14 @@ def listed():
     guide = (SOURCE / "CONTRIBUTING.md").read_text(encoding="utf-8")
     table = guide.partition("| command | what it does |")[2].partition("\n\n")[0]
     return [re.match(r"\| `([^ `]+)", row).group(1) for row in table.splitlines()[2:]]
+
+
+def listed_test_folders():
+    """The folders in the first column of the table of tests."""
+    guide = (SOURCE / "CONTRIBUTING.md").read_text(encoding="utf-8")
+    table = guide.partition("| folder | runs | what |")[2].partition("\n\n")[0]
+    return [name for row in table.splitlines()[2:]
+            for name in re.findall(r"`tests/(\w+)`", row.split("|")[1])]
 
 
 class Commands(unittest.TestCase):
@@ -39,6 +48,14 @@ class Commands(unittest.TestCase):
             with self.subTest(name):
                 text = (SOURCE / name).read_text(encoding="utf-8")
                 self.assertRegex(text, r'\A#!/usr/bin/env (bash\n# |python3\n""")[A-Z]')
+
+
+class TestFolders(unittest.TestCase):
+    def test_the_table_names_every_folder_once(self):
+        folders = sorted(path.name for path in (SOURCE / "tests").iterdir()
+                         if path.is_dir() and path.name != "__pycache__")
+        self.assertGreater(len(folders), 5)
+        self.assertEqual(sorted(listed_test_folders()), folders)
 
 
 if __name__ == "__main__":

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """The folders under src/ are floors: a file includes only from its own floor or a lower one, and the
-pure core never sees <windows.h>. The folders of tools/load are floors too."""
+pure core never sees <windows.h>. The programs are floors too, and so are the folders of tools/load."""
 import re
 import unittest
 
@@ -75,6 +75,53 @@ class Floors(unittest.TestCase):
                 self.assertNotIn("windows.h", [header.lower() for header in system],
                                  f"{path.relative_to(SOURCE)}, which {name} includes")
                 todo += [SOURCE / header for header in ours if (SOURCE / header).exists()]
+
+
+TOOLS = ROOT / "tools"
+# What each folder of the programs may include: of tools/, itself and what is common to all; of src/,
+# what a file or an option means. LOAD_MAY divides `load` further.
+TOOLS_MAY = {
+    "common": {"common", "config", "fallback", "pipe/unique_file_handle.hpp", "resources", "text"},
+    "feed": {"common", "feed"},
+    "host": {"common", "host", "config", "fallback"},
+    "inspect": {"common", "inspect", "config", "fallback"},
+    "load": {"common", "load", "text"},
+}
+
+
+def tool_offence(folder, included):
+    """The reason why a file of that folder of tools/ may not include this, or nothing."""
+    if "/" not in included:
+        return f"names {included} without its folder"
+    if included in TOOLS_MAY[folder] or included.split("/")[0] in TOOLS_MAY[folder]:
+        return None
+    return f"includes {included}"
+
+
+class ToolFloors(unittest.TestCase):
+    def test_every_folder_is_a_floor(self):
+        self.assertEqual({path.name for path in TOOLS.iterdir() if path.is_dir()}, set(TOOLS_MAY))
+
+    def test_a_file_includes_only_what_its_folder_may_know(self):
+        found = []
+        for folder in TOOLS_MAY:
+            paths = sorted(path for path in (TOOLS / folder).rglob("*") if path.suffix in (".cpp", ".hpp"))
+            self.assertGreater(len(paths), 5)
+            for path in paths:
+                for included in includes(path)[0]:
+                    if offence := tool_offence(folder, included):
+                        found.append(f"{path.relative_to(TOOLS)} {offence}")
+        self.assertEqual(found, [])
+
+    def test_the_rule_is_one(self):
+        for folder, included in (("host", "common/text.hpp"), ("host", "fallback/md5.hpp"),
+                                 ("common", "pipe/unique_file_handle.hpp"), ("load", "load/job/loader.hpp")):
+            self.assertIsNone(tool_offence(folder, included), f"{folder} -> {included}")
+        for folder, included in (("host", "load/secrets.hpp"), ("common", "host/job.hpp"),
+                                 ("common", "pipe/pipe_read.hpp"), ("host", "delivery/requests.hpp"),
+                                 ("inspect", "entry/records.hpp"), ("load", "diag/log.hpp"),
+                                 ("feed", "input_stream.hpp")):
+            self.assertIsNotNone(tool_offence(folder, included), f"{folder} -> {included}")
 
 
 LOAD = ROOT / "tools" / "load"
