@@ -1,3 +1,4 @@
+// Formatting into a buffer that grows, and into one of a fixed size.
 #include "diag/bounded_format.hpp"
 
 #include <gtest/gtest.h>

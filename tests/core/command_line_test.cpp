@@ -1,3 +1,4 @@
+// Which part of a command line names the program.
 #include "diag/command_line.hpp"
 
 #include <gtest/gtest.h>

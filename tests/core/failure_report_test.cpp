@@ -1,3 +1,4 @@
+// What the module writes into the request block when a request fails.
 #include "diag/failure_report.hpp"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// The names of language libraries, and the text about those that could not be loaded.
 #include "diag/language_names.hpp"
 
 #include <gtest/gtest.h>

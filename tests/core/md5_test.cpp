@@ -1,3 +1,4 @@
+// MD5 compared with the standard's test suite, a plain second form and another library.
 #include "fallback/md5.hpp"
 
 #include <gtest/gtest.h>

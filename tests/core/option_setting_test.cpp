@@ -1,3 +1,4 @@
+// How one option is judged by its keyword and its value.
 #include "config/option_setting.hpp"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// How the initialisation string is cut into keywords and values.
 #include "config/option_tokens.hpp"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// The ten options: their defaults, and what a setting changes.
 #include "config/options.hpp"
 
 #include <gtest/gtest.h>

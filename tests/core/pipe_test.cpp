@@ -1,3 +1,4 @@
+// Names of pipes, and the pauses while a pipe is empty.
 #include <gtest/gtest.h>
 
 #include <string>

@@ -1,3 +1,4 @@
+// How the log sums up a text that comes several times in a row.
 #include "diag/repeat_filter.hpp"
 
 #include <gtest/gtest.h>

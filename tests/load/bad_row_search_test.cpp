@@ -1,3 +1,4 @@
+// How a bad row is found among the rows of a statement.
 #include "load/job/bad_rows.hpp"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// What the loader reads in an ODBC connection string, and what it adds to one.
 #include "load/target/connection_string.hpp"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// Rows in the text format of COPY, read back by a reader of the tests' own.
 #include "load/target/copy_text.hpp"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// Data that is no CSV in UTF-8 is known by its first bytes.
 #include "load/rows/data_format.hpp"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// How the row of a job stores its values, and which settings a restart may change.
 #include "load/job/job_record.hpp"
 
 #include <gtest/gtest.h>

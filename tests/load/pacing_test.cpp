@@ -1,3 +1,4 @@
+// When a checkpoint is due, and how long and how often a lost connection is tried again.
 #include "load/job/pacing.hpp"
 
 #include <gtest/gtest.h>

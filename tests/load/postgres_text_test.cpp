@@ -1,3 +1,4 @@
+// Addresses, statements and failure texts of PostgreSQL.
 #include "load/target/postgres_text.hpp"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// Which job may begin, and what a loader finds in the job's row after a reconnection.
 #include "load/job/protocol.hpp"
 
 #include <gtest/gtest.h>

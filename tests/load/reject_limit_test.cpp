@@ -1,3 +1,4 @@
+// What --max-rejects may say, and when bad rows are too many.
 #include "load/job/reject_limit.hpp"
 
 #include <gtest/gtest.h>

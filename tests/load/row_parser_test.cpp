@@ -1,3 +1,4 @@
+// CSV to rows: fields, defects and positions, however the data is cut into blocks.
 #include "load/rows/row_parser.hpp"
 
 #include <gtest/gtest.h>

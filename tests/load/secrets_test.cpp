@@ -1,3 +1,4 @@
+// Passwords are left out of whatever the loader prints.
 #include "load/secrets.hpp"
 
 #include <gtest/gtest.h>

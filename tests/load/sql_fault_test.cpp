@@ -1,3 +1,4 @@
+// What a database's failure means for the load, and what is printed about it.
 #include "load/target/fault.hpp"
 
 #include <gtest/gtest.h>

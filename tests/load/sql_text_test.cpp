@@ -1,3 +1,4 @@
+// The names and statements that the loader sends, and how many rows a statement takes.
 #include "load/target/sql_text.hpp"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// The checks and copies of text that the loader does for every byte.
 #include "common/utf8.hpp"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// The entry of the test programs that have none of their own.
 #include "support/child_process.hpp"
 
 int main(int argc, char** argv) {

@@ -1,3 +1,4 @@
+// Amounts, rates, times and counts as the programs print them.
 #include "common/formatting.hpp"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// What --explain says about an initialisation string.
 #include "common/init_string.hpp"
 
 #include <gmock/gmock.h>

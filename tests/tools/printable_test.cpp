@@ -1,3 +1,4 @@
+// Control characters and bytes that are not UTF-8 are spelled out before they are printed.
 #include "common/printable.hpp"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// A printed command can be copied into cmd and PowerShell.
 #include "common/quoting.hpp"
 
 #include <gtest/gtest.h>

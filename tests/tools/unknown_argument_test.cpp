@@ -1,3 +1,4 @@
+// What is said about an argument that a program does not know.
 #include "common/unknown_argument.hpp"
 
 #include <gtest/gtest.h>
