@@ -10,7 +10,6 @@
 #include "support/import_hook.hpp"
 
 namespace tallow::bench {
-
 namespace {
 
 struct Calls {

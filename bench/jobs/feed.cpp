@@ -6,7 +6,6 @@
 #include <random>
 
 namespace tallow::bench {
-
 namespace {
 
 // Ends the process: without the writer, the reader would wait for ever.

@@ -13,7 +13,6 @@
 #include "pipe/unique_file_handle.hpp"
 
 namespace tallow::bench {
-
 namespace {
 
 constexpr std::uint64_t kLongestPause = 10;  // milliseconds, the default of Pipe_Wait

@@ -12,7 +12,6 @@
 #include "support/surroundings.hpp"
 
 namespace tallow::bench {
-
 namespace {
 
 std::size_t longestWindow(const Shape& shape) {

@@ -8,7 +8,6 @@
 #include "jobs/scenarios.hpp"
 
 namespace tallow::bench {
-
 namespace {
 
 // A folder with this many empty files. The destructor deletes it.

@@ -6,7 +6,6 @@
 #include "jobs/scenarios.hpp"
 
 namespace tallow::bench {
-
 namespace {
 
 double replayThroughModule(client::Instance& job, std::vector<std::byte>& block,

@@ -11,7 +11,6 @@
 #include "diag/messages.hpp"
 
 namespace tallow::config {
-
 namespace {
 
 using diag::log;

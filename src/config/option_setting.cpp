@@ -11,7 +11,6 @@
 #include "text/ascii.hpp"
 
 namespace tallow::config {
-
 namespace {
 
 constexpr std::array kOptionNames = {

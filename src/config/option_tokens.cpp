@@ -5,7 +5,6 @@
 #include "text/ascii.hpp"
 
 namespace tallow::config {
-
 namespace {
 
 constexpr std::string_view kBlanks = " \t\n";

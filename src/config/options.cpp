@@ -3,7 +3,6 @@
 #include "diag/log.hpp"
 
 namespace tallow::config {
-
 namespace {
 
 void applyGood(Options& options, const OptionSetting& setting, const std::string& value) {

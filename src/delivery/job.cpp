@@ -1,7 +1,6 @@
 #include "delivery/job.hpp"
 
 namespace tallow::delivery {
-
 namespace {
 
 // A job without a signature check still computes signatures if it took over a file that has them.

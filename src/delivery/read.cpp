@@ -6,7 +6,6 @@
 #include "diag/messages.hpp"
 
 namespace tallow::delivery {
-
 namespace {
 
 using diag::log;

@@ -1,7 +1,6 @@
 #include "delivery/restart_points.hpp"
 
 namespace tallow::delivery {
-
 namespace {
 
 using fallback::kNoBlock;

@@ -7,7 +7,6 @@
 #include "diag/messages.hpp"
 
 namespace tallow::delivery {
-
 namespace {
 
 using diag::LogLevel;

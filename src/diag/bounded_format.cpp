@@ -3,7 +3,6 @@
 #include <cstdio>
 
 namespace tallow::diag {
-
 namespace {
 
 // Formats at most count characters; buffer holds count + 1 bytes. Negative if the text does not

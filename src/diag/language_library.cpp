@@ -8,7 +8,6 @@
 #include "diag/messages.hpp"
 
 namespace tallow::diag {
-
 namespace {
 
 // Trivially destructible, for a process that ends without unloading the module.

@@ -6,7 +6,6 @@
 #include "text/ascii.hpp"
 
 namespace tallow::diag {
-
 namespace {
 
 std::string joined(const std::vector<std::string>& descriptions) {

@@ -9,7 +9,6 @@
 #include "diag/language_library.hpp"
 
 namespace tallow::diag {
-
 namespace {
 
 struct LocalFreer {

@@ -9,7 +9,6 @@
 #include "runtime/exception_runtime.hpp"
 
 namespace tallow::entry {
-
 namespace {
 
 using diag::CErrMsgException;

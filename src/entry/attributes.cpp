@@ -7,7 +7,6 @@
 #include "entry/handlers.hpp"
 
 namespace tallow::entry {
-
 namespace {
 
 using diag::LogLevel;

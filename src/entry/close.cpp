@@ -3,7 +3,6 @@
 #include "entry/handlers.hpp"
 
 namespace tallow::entry {
-
 namespace {
 
 // Moves an instance from one list to the other. False if it is not in the first.

@@ -15,7 +15,6 @@
 #include "resources/version.h"
 
 namespace tallow::entry {
-
 namespace {
 
 using diag::raise;

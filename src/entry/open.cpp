@@ -6,7 +6,6 @@
 #include "pipe/pipe_input.hpp"
 
 namespace tallow::entry {
-
 namespace {
 
 using diag::LogLevel;

@@ -9,7 +9,6 @@
 #include "entry/handlers.hpp"
 
 namespace tallow::entry {
-
 namespace {
 
 using diag::LogLevel;

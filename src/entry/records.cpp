@@ -3,7 +3,6 @@
 #include <cstddef>
 
 namespace tallow::entry {
-
 namespace {
 
 using ModuleList = std::list<std::unique_ptr<ModuleRecord>>;

@@ -10,7 +10,6 @@
 #include "fallback/recovery.hpp"
 
 namespace tallow::fallback {
-
 namespace {
 
 using diag::log;

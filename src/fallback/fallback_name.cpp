@@ -5,7 +5,6 @@
 #include "text/ascii.hpp"
 
 namespace tallow::fallback {
-
 namespace {
 
 constexpr std::size_t kDigits = 4;

@@ -11,7 +11,6 @@
 #include "fallback/fallback_file.hpp"
 
 namespace tallow::fallback {
-
 namespace {
 
 // The file's size in megabytes; nothing if there is no such file.

@@ -7,7 +7,6 @@
 #include "diag/messages.hpp"
 
 namespace tallow::fallback {
-
 namespace {
 
 void forgetErrors() noexcept {

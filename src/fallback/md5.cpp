@@ -25,7 +25,6 @@
 #include <utility>
 
 namespace tallow::fallback {
-
 namespace {
 
 using Word = std::uint32_t;

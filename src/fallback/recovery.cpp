@@ -9,7 +9,6 @@
 #include "fallback/fallback_name.hpp"
 
 namespace tallow::fallback {
-
 namespace {
 
 using diag::log;

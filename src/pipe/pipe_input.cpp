@@ -14,7 +14,6 @@
 #include "tallow/tallow.h"
 
 namespace tallow::pipe {
-
 namespace {
 
 using diag::raise;

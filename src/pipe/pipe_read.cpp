@@ -7,7 +7,6 @@
 #include "pipe/pause.hpp"
 
 namespace tallow::pipe {
-
 namespace {
 
 constexpr DWORD kPauseBeforeRead = 1;  // milliseconds, before every ReadFile

@@ -8,7 +8,6 @@
 #include "pipe/pipe_name.hpp"
 
 namespace tallow::pipe {
-
 namespace {
 
 constexpr std::size_t kLongestConverted = 65534;  // bytes
