@@ -104,7 +104,7 @@ function openOutput(path, note) {
 }
 
 function open(ask, pipe, options) {
-  const text = Buffer.from(options + '\0', 'latin1'); // the module writes a NUL behind the text
+  const text = Buffer.from(options + '\0', 'latin1'); // the module writes a NUL after the text
   const init = empty(Init, {
     interfaceLevel1: 1001, interfaceLevel2: 2001, moduleName: 'minimal_host.js',
     moduleNameLength: 15, initString: text, initStringLength: text.length - 1
