@@ -63,15 +63,27 @@ class OptionApplier {
   }
 
   void refuseValue(OptionId id, const std::string& keyword, const std::string& value) {
-    if (id == OptionId::kBlockSize) {
-      refuseAndReport<MessageId::kBadBlockSize>(value);
-    } else if (id == OptionId::kConfirmFallbackDeletion) {
-      report(message<MessageId::kBadConfirmation>(keyword.c_str(), value.c_str()));
-      note(id);
-    } else if (id == OptionId::kSignatureCheck) {
-      refuse<MessageId::kBadSignatureCheck>(pmrcBadOption, value);
-    } else {
-      refuse<MessageId::kBadLogLevelOption>(pmrcBadOption, value);
+    switch (id) {
+      case OptionId::kBlockSize:
+        refuseAndReport<MessageId::kBadBlockSize>(value);
+        break;
+      case OptionId::kConfirmFallbackDeletion:
+        report(message<MessageId::kBadConfirmation>(keyword.c_str(), value.c_str()));
+        note(id);
+        break;
+      case OptionId::kSignatureCheck:
+        refuse<MessageId::kBadSignatureCheck>(pmrcBadOption, value);
+        break;
+      case OptionId::kLogLevel:
+        refuse<MessageId::kBadLogLevelOption>(pmrcBadOption, value);
+        break;
+      case OptionId::kNeedFullBlock:
+      case OptionId::kPipeWait:
+      case OptionId::kFallbackFile:
+      case OptionId::kFallbackDirectory:
+      case OptionId::kLogDirectory:
+      case OptionId::kNoFallback:
+        break;  // readOption finds no value of theirs bad
     }
   }
 

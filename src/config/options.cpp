@@ -41,12 +41,24 @@ void applyGood(Options& options, const OptionSetting& setting, const std::string
 }
 
 void applyBad(Options& options, OptionId id) {
-  if (id == OptionId::kBlockSize) {
-    options.blockSize = kDefaultBlockSize;
-  } else if (id == OptionId::kSignatureCheck) {
-    options.signatureCheck = 0;
-  } else if (id == OptionId::kLogLevel) {
-    options.logLevel = static_cast<std::uint32_t>(diag::LogLevel::kError);
+  switch (id) {
+    case OptionId::kBlockSize:
+      options.blockSize = kDefaultBlockSize;
+      break;
+    case OptionId::kSignatureCheck:
+      options.signatureCheck = 0;
+      break;
+    case OptionId::kLogLevel:
+      options.logLevel = static_cast<std::uint32_t>(diag::LogLevel::kError);
+      break;
+    case OptionId::kConfirmFallbackDeletion:
+    case OptionId::kNeedFullBlock:
+    case OptionId::kPipeWait:
+    case OptionId::kFallbackFile:
+    case OptionId::kFallbackDirectory:
+    case OptionId::kLogDirectory:
+    case OptionId::kNoFallback:
+      break;
   }
 }
 

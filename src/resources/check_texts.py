@@ -1,11 +1,12 @@
 #!/usr/bin/env python3
 """Checks a language's texts against the table of messages.
 
-Usage: check_texts.py messages.def tallowin<language>.rc CODE_PAGE
+Usage: check_texts.py messages.def tallowin<language>.rc CODE_PAGE [ENGLISH SAME...]
 
 Prints a line for each fault, and fails if there is one: a text that is missing, given twice or not
 in the table; conversions that differ from the table's or come in another order; a character that
-the language's ANSI code page does not have.
+the language's ANSI code page does not have. With ENGLISH, the English texts, also a text that is
+still English, but for the messages SAME, whose words are the same in that language.
 """
 
 import re
@@ -69,16 +70,31 @@ def faults(table, texts, code_page):
         yield f"message {number} has no text"
 
 
+def untranslated(english, texts, same):
+    """One line for each text that equals the English one though none says that it should, and for
+    each that should and does not."""
+    for number, text in texts:
+        if text == english.get(number) and number not in same:
+            yield f"message {number} is still English: {text!r}"
+        if text != english.get(number) and number in same:
+            yield f"message {number} is named as the same in English, and is not"
+
+
 def main(arguments):
-    if len(arguments) != 3:
+    if len(arguments) < 3:
         print(__doc__.strip(), file=sys.stderr)
         return 2
-    table_path, texts_path, code_page = arguments
+    table_path, texts_path, code_page, *english_and_same = arguments
     with open(table_path, encoding="utf-8") as file:
         table = read_table(file.read())
     with open(texts_path, encoding="utf-8") as file:
         texts = read_texts(file.read())
     found = list(faults(table, texts, f"cp{code_page}"))
+    if english_and_same:
+        english_path, *same = english_and_same
+        with open(english_path, encoding="utf-8") as file:
+            english = dict(read_texts(file.read()))
+        found += untranslated(english, texts, {int(number) for number in same})
     for fault in found:
         print(f"{texts_path}: {fault}", file=sys.stderr)
     return 1 if found or not table else 0

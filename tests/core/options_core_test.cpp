@@ -3,9 +3,12 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <tuple>
+#include <vector>
 
 namespace tallow::config {
 namespace {
@@ -79,6 +82,48 @@ INSTANTIATE_TEST_SUITE_P(
                     Change{"Ll", "7", [](Options& o) { o.logLevel = 2; }},
                     Change{"Cfd", "maybe", kNothing}, Change{"b", "", kNothing},
                     Change{"Bogus", "1", kNothing}));
+
+// Which values of an option are bad. An option that is not named here fails the test below.
+const std::map<std::string_view, std::vector<const char*>> kBadValues{
+    {"Need_Full_Block", {}},
+    {"Pipe_Wait", {}},
+    {"Block_size", {"0", "16777217", "4k", "-1"}},
+    {"Fallback_file", {}},
+    {"Fallback_Directory", {}},  // only the disk can tell
+    {"Confirm_fallback_deletion", {"maybe"}},
+    {"Signature_check", {"3", "x"}},
+    {"Log_directory", {}},  // only the disk can tell
+    {"Log_level", {"7", "x"}},
+    {"No_FallBack", {}},
+};
+
+TEST(EveryOption, WithABadValueChangesNoOther) {
+  for (const OptionName& name : optionNames()) {
+    SCOPED_TRACE(name.keyword);
+    const auto bad = kBadValues.find(name.keyword);
+    ASSERT_NE(bad, kBadValues.end()) << "say which values of " << name.keyword << " are bad";
+    for (const char* value : bad->second) {
+      const OptionSetting setting = readOption(name.keyword, value);
+      EXPECT_EQ(setting.verdict, OptionVerdict::kBadValue) << value;
+      Options options = changed();
+      applySetting(options, setting, value);
+      const Options before = changed();
+      if (setting.id != OptionId::kBlockSize) {
+        EXPECT_EQ(options.blockSize, before.blockSize);
+      }
+      if (setting.id != OptionId::kSignatureCheck) {
+        EXPECT_EQ(options.signatureCheck, before.signatureCheck);
+      }
+      if (setting.id != OptionId::kLogLevel) {
+        EXPECT_EQ(options.logLevel, before.logLevel);
+      }
+      options.blockSize = before.blockSize;
+      options.signatureCheck = before.signatureCheck;
+      options.logLevel = before.logLevel;
+      EXPECT_EQ(fieldsOf(options), fieldsOf(before));
+    }
+  }
+}
 
 TEST(Options, HaveTheDefaultsOfAnEmptyString) {
   const Options options;

@@ -47,26 +47,43 @@ class Docs(unittest.TestCase):
                             helps[tool] = Program(BIN / f"{tool}.exe", "--help").outcome().text
                         self.assertIn(option, helps[tool])
 
+    def test_explain_every_option_of_a_tool(self):
+        for tool, page in (("feed", "tools.md"), ("host", "tools.md"), ("inspect", "tools.md"),
+                           ("load", "loading-databases.md")):
+            shown = Program(BIN / f"tallow-{tool}.exe", "--help").outcome().text
+            given = set(re.findall(r'add_(?:option|flag)\(\s*"(--[a-z-]+)', "".join(
+                read(path) for path in sorted((SOURCE / "tools" / tool).rglob("*.cpp")))))
+            self.assertGreater(len(given), 3)
+            text = read(SOURCE / "docs" / page)
+            for option in sorted(given | set(re.findall(r"^ +(--[a-z-]+)", shown, re.MULTILINE))):
+                with self.subTest(tool=tool, option=option):
+                    self.assertRegex(shown, rf"(?<![\w-]){option}(?![\w-])", "missing in --help")
+                    if option not in ("--help", "--version"):
+                        self.assertRegex(text, rf"(?<![\w-]){option}(?![\w-])",
+                                         f"not explained in docs/{page}")
+
     def test_explain_every_option_of_the_initialisation_string(self):
         guide = read(SOURCE / "docs" / "operator-guide.md")
         options = re.findall(r'OptionName\{OptionId::\w+, "(\w+)", "(\w+)"\}',
                              read(SOURCE / "src/config/option_setting.cpp"))
-        self.assertEqual(len(options), 10)
+        self.assertTrue(options)
         for name, short in options:
-            self.assertIn(f"| `{name}` (`{short}`) |", guide)
+            with self.subTest(option=name):
+                self.assertIn(f"| `{name}` (`{short}`) |", guide)
 
     def test_explain_every_attribute(self):
         guide = read(SOURCE / "docs" / "operator-guide.md")
         names = set(re.findall(r'"([A-Z]+_[A-Z_]+)"', read(SOURCE / "src/entry/attributes.cpp")))
-        self.assertEqual(len(names), 6)
-        for name in names:
-            self.assertIn(f"`{name}`", guide)
+        self.assertTrue(names)
+        for name in sorted(names):
+            with self.subTest(attribute=name):
+                self.assertIn(f"`{name}`", guide)
 
     def test_tell_what_to_do_about_every_return_code(self):
         guide = read(SOURCE / "docs" / "host-guide.md").partition("## Return codes")[2].partition("\n## ")[0]
         header = read(SOURCE / "include/tallow/tallow.h")
         codes = re.findall(r"\bpmrc\w+ = (\d+)", header)
-        self.assertEqual(len(codes), 15)
+        self.assertTrue(codes)
         told = re.findall(r"\d+", " ".join(re.findall(r"^\| ([\d ,]+)", guide, re.MULTILINE)))
         self.assertEqual(sorted(codes, key=int), sorted(told, key=int))
 

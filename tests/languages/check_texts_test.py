@@ -71,6 +71,35 @@ class CheckTexts(unittest.TestCase):
         self.assertNotEqual(status, 0)
         self.assertIn("not understood", said)
 
+    def against_english(self, *same):
+        """The check's status and words for texts of which message 1 is still English."""
+        with tempfile.TemporaryDirectory() as folder:
+            paths = {name: os.path.join(folder, name) for name in ("table", "texts", "english")}
+            contents = {"table": TABLE,
+                        "texts": 'STRINGTABLE\nBEGIN\n  1, "Plain."\n  2, "Zwei %s %d"\nEND\n',
+                        "english": 'STRINGTABLE\nBEGIN\n  1, "Plain."\n  2, "Two %s %d"\nEND\n'}
+            for name, content in contents.items():
+                with open(paths[name], "w", encoding="utf-8") as file:
+                    file.write(content)
+            run = subprocess.run([sys.executable, CHECK, paths["table"], paths["texts"], "1252",
+                                  paths["english"], *same], capture_output=True, text=True,
+                                 timeout=60)
+            return run.returncode, run.stderr
+
+    def test_refuses_a_text_that_is_still_english(self):
+        status, said = self.against_english()
+        self.assertEqual(status, 1)
+        self.assertIn("message 1 is still English: 'Plain.'", said)
+        self.assertNotIn("message 2", said)
+
+    def test_accepts_a_text_that_is_named_as_the_same(self):
+        self.assertEqual(self.against_english("1"), (0, ""))
+
+    def test_refuses_a_name_that_is_not_needed(self):
+        status, said = self.against_english("1", "2")
+        self.assertEqual(status, 1)
+        self.assertIn("message 2 is named as the same in English, and is not", said)
+
 
 if __name__ == "__main__":
     main()

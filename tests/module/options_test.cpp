@@ -1,6 +1,9 @@
 // The initialisation string, as Init reads it.
 #include <array>
+#include <map>
+#include <string_view>
 
+#include "config/option_setting.hpp"
 #include "support/module_test.hpp"
 
 namespace tallow::test {
@@ -220,6 +223,46 @@ TEST_P(UnreportedOption, IsReportedByItsReturnCodeAlone) {
 INSTANTIATE_TEST_SUITE_P(Options, UnreportedOption,
                          testing::Values(Unreported{"Pipe_Wait=", 20}, Unreported{"Bogus=1", 21},
                                          Unreported{"Sc=3", 22}, Unreported{"Ll=7", 22}));
+
+struct BadValue {
+  const char* value;
+  std::uint32_t code;
+  int message;  // 0: none in the log
+};
+
+// What each option makes of a bad value; null: it takes any.
+const std::map<std::string_view, BadValue> kBadValues{
+    {"Need_Full_Block", {nullptr, 0, 0}},
+    {"Pipe_Wait", {nullptr, 0, 0}},
+    {"Block_size", {"0", 34, 15}},
+    {"Fallback_file", {nullptr, 0, 0}},
+    {"Fallback_Directory", {"c:\\no\\such", 34, 87}},
+    {"Confirm_fallback_deletion", {"maybe", 34, 0}},
+    {"Signature_check", {"3", 22, 58}},
+    {"Log_directory", {"c:\\no\\such", 34, 87}},
+    {"Log_level", {"7", 22, 81}},
+    {"No_FallBack", {nullptr, 0, 0}},
+};
+
+TEST_F(Options, EachReportsItsOwnBadValueAndLeavesTheLogAsItIs) {
+  initialise();
+  for (const config::OptionName& name : config::optionNames()) {
+    SCOPED_TRACE(name.keyword);
+    const auto found = kBadValues.find(name.keyword);
+    ASSERT_NE(found, kBadValues.end()) << "say what a bad value of " << name.keyword << " gives";
+    const auto& [value, code, number] = found->second;
+    if (value == nullptr) continue;
+    host.init("Log_level=5");
+    log.newEntries();
+    EXPECT_EQ(host.init(std::string(name.keyword) + "=" + value).code, code);
+    const std::vector<LogEntry> entries = log.newEntries();
+    if (number != 0) {
+      EXPECT_THAT(entries, testing::Contains(message(2, number)));
+    }
+    host.init("Pipe_Wait=7");
+    EXPECT_THAT(log.newEntries(), testing::Contains(note("Pipe Read Wait = 7")));
+  }
+}
 
 TEST_F(Options, LogTheirArgumentsLiterally) {
   initialise();

@@ -35,9 +35,15 @@ std::string badValueText(OptionId id) {
       return "must be 0, 1 or 2";
     case OptionId::kLogLevel:
       return "must be a whole number from 0 to 6";
-    default:
-      return "is not a value of this option";
+    case OptionId::kNeedFullBlock:
+    case OptionId::kPipeWait:
+    case OptionId::kFallbackFile:
+    case OptionId::kFallbackDirectory:
+    case OptionId::kLogDirectory:
+    case OptionId::kNoFallback:
+      break;  // they have no bad value
   }
+  return {};
 }
 
 std::string signatureText(std::uint32_t mode) {
