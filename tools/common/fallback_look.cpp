@@ -4,22 +4,17 @@
 
 #include <array>
 
+#include "common/surroundings.hpp"
 #include "common/text.hpp"
 #include "common/unique_handle.hpp"
 
 namespace tallow::tools {
 namespace {
 
-std::string environment(const wchar_t* name) {
-  std::wstring value(32768, L'\0');
-  value.resize(GetEnvironmentVariableW(name, value.data(), static_cast<DWORD>(value.size())));
-  return toUtf8(value);
-}
-
 std::string defaultFolder() {
-  std::string folder = environment(L"TEMP");
+  std::string folder = environmentValue(L"TEMP");
   if (!folder.empty()) return folder;
-  folder = environment(L"WINDIR");
+  folder = environmentValue(L"WINDIR");
   return folder.empty() ? "c:\\" : folder + "\\temp";
 }
 

@@ -1,6 +1,7 @@
 #include "common/module.hpp"
 
 #include <windows.h>
+#include <tallow/error.hpp>
 
 #include <algorithm>
 #include <bit>
@@ -9,7 +10,6 @@
 
 #include "common/beside_program.hpp"
 #include "common/portable_executable.hpp"
-#include "common/return_codes.hpp"
 #include "common/text.hpp"
 
 namespace tallow::client {
@@ -29,8 +29,8 @@ std::uint32_t send(TallowPIDMMain entry, std::uint32_t request, void* parameters
 }
 
 std::string describe(std::uint32_t request, std::uint32_t code, const std::string& failureText) {
-  std::string text = std::string(requestName(request)) + " failed with " +
-                     std::string(returnCodeName(code)) + " (" + std::to_string(code) + ")";
+  std::string text = std::string(requestName(request)) + " failed with " + tallow_code_name(code) +
+                     " (" + std::to_string(code) + ")";
   if (!failureText.empty()) text += ": " + failureText;
   return text;
 }
@@ -167,8 +167,7 @@ void* Module::init(std::string initString, const std::string& moduleName) {
   return block.moduleHandle;
 }
 
-void Module::setAttribute(void* moduleHandle, const std::string& name, const std::string& value,
-                          std::uint32_t request) {
+void Module::setAttribute(void* moduleHandle, const std::string& name, const std::string& value) {
   if (name.size() >= TALLOW_ATTRIBUTE_NAME_SIZE || value.size() >= TALLOW_ATTRIBUTE_VALUE_SIZE) {
     throw std::length_error("the attribute \"" + name + "\" is too long");
   }
@@ -176,7 +175,7 @@ void Module::setAttribute(void* moduleHandle, const std::string& name, const std
   block.moduleHandle = moduleHandle;
   std::memcpy(block.attributeName, name.data(), name.size());
   std::memcpy(block.attributeValue, value.data(), value.size());
-  send(entry_, request, &block);
+  send(entry_, pmiPIDMOptPutA_A, &block);
 }
 
 Instance Module::open(void* moduleHandle, const std::string& pipeName) {

@@ -67,7 +67,6 @@ class Instance {
   Instance& operator=(Instance&&) = delete;
   ~Instance();
 
-  void* handle() const noexcept { return handle_; }
   // The size of Read's buffer, in bytes.
   std::uint32_t blockSize() const noexcept { return blockSize_; }
 
@@ -108,13 +107,9 @@ class Module {
   Identity identify();
   // Sends Init. Returns the module handle, which is valid as long as this object.
   void* init(std::string initString, const std::string& moduleName);
-  // `request` is one of the four attribute requests.
-  void setAttribute(void* moduleHandle, const std::string& name, const std::string& value,
-                    std::uint32_t request = pmiPIDMOptPutA_A);
+  void setAttribute(void* moduleHandle, const std::string& name, const std::string& value);
   Instance open(void* moduleHandle, const std::string& pipeName);
   void shut();
-
-  TallowPIDMMain entry() const noexcept { return entry_; }
 
  private:
   struct Unload {

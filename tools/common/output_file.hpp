@@ -41,7 +41,6 @@ class OutputFile {
   bool isOrdinary() const noexcept;
   // Cuts the file to `length` bytes and continues to write there.
   void cutTo(std::uint64_t length);
-  const std::string& name() const noexcept { return name_; }
 
  private:
   OutputFile(std::string name, HANDLE file, bool owned);

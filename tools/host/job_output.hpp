@@ -39,7 +39,6 @@ class JobOutput {
   // Closes the file, and deletes it if it is of no use.
   void abandon();
 
-  const std::string& path() const noexcept { return path_; }
   std::uint64_t length() const noexcept { return length_; }
   // The length of the output before the last written block.
   std::uint64_t lengthBeforeLastBlock() const noexcept { return lengthBeforeLastBlock_; }

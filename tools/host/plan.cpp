@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <string_view>
 
+#include "common/surroundings.hpp"
 #include "common/text.hpp"
 #include "common/tool_error.hpp"
 #include "common/writer_process.hpp"
@@ -18,9 +19,9 @@ using tools::MisuseError;
 // How many blocks a job with a state delivers between two checkpoints, if the user does not say.
 constexpr std::uint64_t kUsualCheckpointDistance = 64;
 
+// "-" stands for standard output.
 std::string fullPath(const std::string& path) {
-  if (path == "-") return path;
-  return tools::toUtf8(std::filesystem::absolute(tools::toWide(path)).wstring());
+  return path == "-" ? path : tools::fullPath(path);
 }
 
 // Names the fallback file beside the state file. The name comes before the user's own options, so

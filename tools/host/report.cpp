@@ -1,12 +1,13 @@
 #include "host/report.hpp"
 
+#include <tallow/error.hpp>
+
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
 #include "common/formatting.hpp"
 #include "common/program.hpp"
 #include "common/quoting.hpp"
-#include "common/return_codes.hpp"
 #include "common/text.hpp"
 
 namespace tallow::host {
@@ -34,9 +35,9 @@ ordered_json errorJson(const Outcome& outcome) {
   if (outcome.error.empty()) return nullptr;
   ordered_json error = {{"text", outcome.error}, {"request", nullptr}};
   if (outcome.request) {
-    error["request"] = {{"name", client::requestName(outcome.request->request())},
+    error["request"] = {{"name", requestName(outcome.request->request())},
                         {"returnCode", outcome.request->code()},
-                        {"returnCodeName", client::returnCodeName(outcome.request->code())},
+                        {"returnCodeName", tallow_code_name(outcome.request->code())},
                         {"failureText", tools::ansiToUtf8(outcome.request->failureText())}};
   }
   return error;

@@ -1,13 +1,12 @@
 #include "load/command_line.hpp"
 
 #include <algorithm>
-#include <filesystem>
 
 #include "common/init_string.hpp"
 #include "common/pipe_names.hpp"
 #include "common/program.hpp"
 #include "common/quoting.hpp"
-#include "common/text.hpp"
+#include "common/surroundings.hpp"
 #include "common/writer_wait.hpp"
 #include "load/connection_source.hpp"
 #include "load/secrets.hpp"
@@ -116,10 +115,6 @@ std::string restartCommandOf(std::vector<std::string> arguments) {
 
 std::string jobFromPipe(const std::string& pipe) {
   return pipe.substr(pipe.rfind('\\') + 1);
-}
-
-std::string fullPath(const std::string& path) {
-  return tools::toUtf8(std::filesystem::absolute(tools::toWide(path)).wstring());
 }
 
 // Checks the number of values in a statement, which is counted in 16 bits. Many databases allow
@@ -249,9 +244,9 @@ std::optional<ExitStatus> readCommandLine(const std::vector<std::string>& argume
   checkAgainstEachOther(options, restart, startOver);
   checkInitString(options.settings.init);
   parseTableName(options.settings.table);  // throws if it is not a table's name
-  if (!options.rejects.empty()) options.settings.rejectsFile = fullPath(options.rejects);
+  if (!options.rejects.empty()) options.settings.rejectsFile = tools::fullPath(options.rejects);
   options.connection = connectionFrom(options.connection, toFile);
-  if (options.libpqFile.empty()) options.libpqFile = environmentValue(L"TALLOW_LIBPQ");
+  if (options.libpqFile.empty()) options.libpqFile = tools::environmentValue(L"TALLOW_LIBPQ");
   options.sameCommand = commandOf(arguments);
   options.restartCommand = restartCommandOf(arguments);
   return std::nullopt;

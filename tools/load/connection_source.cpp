@@ -1,9 +1,9 @@
 #include "load/connection_source.hpp"
 
-#include <windows.h>
+#include <cstdint>
 
 #include "common/output_file.hpp"
-#include "common/text.hpp"
+#include "common/surroundings.hpp"
 #include "common/tool_error.hpp"
 
 namespace tallow::load {
@@ -35,19 +35,13 @@ std::string onlyLine(std::string text, const std::string& file) {
 
 }  // namespace
 
-std::string environmentValue(const wchar_t* name) {
-  std::wstring value(32768, L'\0');
-  value.resize(GetEnvironmentVariableW(name, value.data(), static_cast<DWORD>(value.size())));
-  return tools::toUtf8(value);
-}
-
 std::string connectionFrom(const std::string& given, const std::string& file) {
   if (!given.empty() && !file.empty()) {
     throw MisuseError("--to and --to-file both name the database; give one of them");
   }
   if (!given.empty()) return given;
   if (!file.empty()) return onlyLine(contentOf(file), file);
-  std::string value = environmentValue(kVariable);
+  std::string value = tools::environmentValue(kVariable);
   if (!value.empty()) return value;
   throw MisuseError(
       "no database is named; put its connection string into a file (--to-file FILE) or into the "

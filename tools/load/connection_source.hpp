@@ -1,12 +1,9 @@
-// Where the connection string and other settings come from.
+// Where the connection string comes from.
 #pragma once
 
 #include <string>
 
 namespace tallow::load {
-
-// What the environment variable holds. Empty if there is none.
-std::string environmentValue(const wchar_t* name);
 
 // The string that is given, else the line in the file, else what TALLOW_TO holds. Who lists the
 // system's processes can see only the first. Throws MisuseError if there is none.

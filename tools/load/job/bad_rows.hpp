@@ -37,7 +37,6 @@ class BadRowSearch {
   // Why the row is bad. Null if nothing is known against it.
   const Diagnostic* reasonAgainst(std::uint64_t row) const;
 
-  bool empty() const noexcept { return boundaries_.empty() && bad_.empty(); }
   void clear();
 
  private:

@@ -19,7 +19,6 @@ namespace tallow::load {
 struct LoadReport {
   JobProgress progress;          // what is committed
   std::uint64_t rowsBefore = 0;  // of these, committed by earlier runs
-  std::uint64_t bytesBefore = 0;
   std::uint64_t reconnections = 0;
   std::uint64_t rewinds = 0;              // returns to the checkpoint within the run
   bool wasDone = false;                   // an earlier run had finished the job

@@ -153,7 +153,6 @@ void LoadStart::takeJob() {
         return load_.session.claim() != Claim::kInDoubt && load_.isLost(error);
       });
   load_.report.rowsBefore = load_.session.committed().rows;
-  load_.report.bytesBefore = load_.session.committed().bytes;
 }
 
 // Deletes what the attempt that is given up has left on the disk, as far as the job's row names it
