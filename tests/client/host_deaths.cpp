@@ -10,8 +10,10 @@
 
 #include <tallow/tallow.h>
 
+#include <algorithm>
 #include <array>
 #include <bit>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
